@@ -1,0 +1,46 @@
+#include "appcrash/crash_details.h"
+
+#include "host/format.h"
+
+namespace orvel {
+
+namespace {
+
+constexpr std::wstring_view kLineBreak = L"\r\n";
+constexpr std::wstring_view kLineBreakMarkup = L"<br />";
+
+} // namespace
+
+std::wstring FormatCrashTimeLine(const EVT_VARIANT& time)
+{
+    if (time.Type != EvtVarTypeFileTime) {
+        return {};
+    }
+    const FILETIME fileTime{static_cast<DWORD>(time.FileTimeVal), static_cast<DWORD>(time.FileTimeVal >> 32)};
+    SYSTEMTIME utc{};
+    if (!FileTimeToSystemTime(&fileTime, &utc)) {
+        return {};
+    }
+    return FormatString(L"<br />Crash Time: %d-%02d-%02d %02d:%02d:%02d", utc.wYear, utc.wMonth, utc.wDay, utc.wHour,
+                        utc.wMinute, utc.wSecond);
+}
+
+std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
+                               std::wstring_view hostNameLine)
+{
+    size_t breaks = 0;
+    for (size_t at = message.find(kLineBreak); at != message.npos; at = message.find(kLineBreak, at + 2)) {
+        ++breaks;
+    }
+    std::wstring details;
+    details.reserve(message.size() + breaks * (kLineBreakMarkup.size() - kLineBreak.size()) + crashTimeLine.size() +
+                    hostNameLine.size());
+    size_t from = 0;
+    for (size_t at = message.find(kLineBreak); at != message.npos; at = message.find(kLineBreak, from)) {
+        details.append(message.substr(from, at - from)).append(kLineBreakMarkup);
+        from = at + kLineBreak.size();
+    }
+    return details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
+}
+
+} // namespace orvel

@@ -1,0 +1,35 @@
+#include "host/bstr.h"
+
+#include <comdef.h>
+
+#include <limits>
+
+namespace orvel {
+
+UniqueBstr MakeBstr(const wchar_t* text)
+{
+    UniqueBstr copy(SysAllocString(text));
+    if (!copy) {
+        _com_issue_error(E_OUTOFMEMORY);
+    }
+    return copy;
+}
+
+UniqueBstr MakeCountedBstr(std::wstring_view text)
+{
+    // The byte count in front of a BSTR is 32 bits wide and must also hold the terminator.
+    constexpr size_t kMaxCharacters = std::numeric_limits<UINT>::max() / sizeof(wchar_t) - 1;
+    if (text.empty()) {
+        return nullptr;
+    }
+    if (text.size() > kMaxCharacters) {
+        _com_issue_error(E_INVALIDARG);
+    }
+    UniqueBstr copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
+    if (!copy) {
+        _com_issue_error(E_OUTOFMEMORY);
+    }
+    return copy;
+}
+
+} // namespace orvel

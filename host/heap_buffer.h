@@ -1,0 +1,22 @@
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+
+namespace orvel {
+
+struct HeapDeleter {
+    void operator()(wchar_t* block) const noexcept { HeapFree(GetProcessHeap(), 0, block); }
+};
+
+/// Owner of a block of wide characters on the process heap.
+using HeapBuffer = std::unique_ptr<wchar_t[], HeapDeleter>;
+
+/// Allocates `count` characters, all zero. Null when there is no memory.
+inline HeapBuffer AllocateHeapBuffer(size_t count) noexcept
+{
+    return HeapBuffer(static_cast<wchar_t*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, count * sizeof(wchar_t))));
+}
+
+} // namespace orvel

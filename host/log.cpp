@@ -1,0 +1,53 @@
+#include "host/log.h"
+
+#include "host/bstr.h"
+
+namespace orvel {
+
+namespace {
+
+// The logger takes the category as a non-const pointer; it does not write to it.
+wchar_t category[] = L"eventlog";
+
+} // namespace
+
+ErrorSuffix::ErrorSuffix(HRESULT code)
+{
+    constexpr DWORD kUserDefaultLanguage = 0x400;
+    wchar_t* text = nullptr;
+    const DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+        static_cast<DWORD>(code), kUserDefaultLanguage, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+    if (length != 0) {
+        text_.reset(text);
+    }
+}
+
+bool IsLogged(IAgentLogger* logger, LogLevel level)
+{
+    if (logger == nullptr) {
+        return false;
+    }
+    LONG levels = 0;
+    logger->GetLogLevels(category, &levels);
+    return (levels & static_cast<LONG>(level)) != 0;
+}
+
+void SendLogLine(IAgentLogger* logger, LogLevel level, const wchar_t* text)
+{
+    const UniqueBstr categoryBstr = MakeBstr(category);
+    const UniqueBstr textBstr = MakeBstr(text);
+    switch (level) {
+    case LogLevel::Error:
+        logger->LogError(categoryBstr.get(), textBstr.get());
+        break;
+    case LogLevel::Warning:
+        logger->LogWarning(categoryBstr.get(), textBstr.get());
+        break;
+    case LogLevel::Info:
+        logger->LogInfo(categoryBstr.get(), textBstr.get());
+        break;
+    }
+}
+
+} // namespace orvel

@@ -1,0 +1,141 @@
+#include "metric/call_registry.h"
+
+#include "metric/metric.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace orvel {
+
+CallRegistry& CallRegistry::Instance()
+{
+    static CallRegistry registry;
+    return registry;
+}
+
+void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric)
+{
+    // An entry's weak reference keeps the metric's memory, made in one block with its count, from being given out
+    // again: a late delivery to an old subscription cannot reach a new one at the same address.
+    constexpr auto kExpiredKept = 64;
+    std::vector<Entry> dropped;
+    const std::lock_guard guard(lock_);
+    entries_.push_back({context, metric});
+    auto surplus = std::count_if(entries_.begin(), entries_.end(), [](const Entry& e) { return e.metric.expired(); }) -
+                   kExpiredKept;
+    std::erase_if(entries_, [&](const Entry& e) { return surplus > 0 && e.metric.expired() && surplus-- > 0; });
+}
+
+void CallRegistry::CloseSubscription(EVT_HANDLE subscription) noexcept
+{
+    bool insideDelivery = false;
+    {
+        const std::lock_guard guard(lock_);
+        insideDelivery = IsInside([](const Call& call) { return call.isDelivery_; });
+    }
+    if (!insideDelivery) {
+        EvtClose(subscription);
+        return;
+    }
+    // The pool's thread runs code of this module, so it takes a reference on it and gives it back when it is done. If
+    // the pool has no memory the subscription stays open: its events find no metric, which is better than a deadlock.
+    ++activity_;
+    HMODULE module = nullptr;
+    const bool pinned = GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                                           reinterpret_cast<const wchar_t*>(&CloseOnPoolThread), &module) != FALSE;
+    if (!pinned || !TrySubmitThreadpoolCallback(&CloseOnPoolThread, subscription, nullptr)) {
+        --activity_;
+        if (pinned) {
+            FreeLibrary(module);
+        }
+    }
+}
+
+void CALLBACK CallRegistry::CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription)
+{
+    EvtClose(subscription);
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<const wchar_t*>(&CloseOnPoolThread), &module);
+    FreeLibraryWhenCallbackReturns(instance, module);
+    --Instance().activity_;
+}
+
+bool CallRegistry::IsCollectingOnThisThread(const CMetric& metric)
+{
+    const std::lock_guard guard(lock_);
+    return IsInside([&](const Call& call) { return !call.isDelivery_ && call.metric_.get() == &metric; });
+}
+
+template <typename Predicate>
+bool CallRegistry::IsInside(Predicate predicate) const
+{
+    const DWORD thread = GetCurrentThreadId();
+    const Call* call = calls_;
+    while (call != nullptr && !(call->thread_ == thread && predicate(*call))) {
+        call = call->next_;
+    }
+    return call != nullptr;
+}
+
+CallRegistry::Call::Call(bool isDelivery) : isDelivery_(isDelivery)
+{
+    ++Instance().activity_;
+}
+
+void CallRegistry::Call::Enter()
+{
+    CallRegistry& registry = Instance();
+    next_ = registry.calls_;
+    if (next_ != nullptr) {
+        next_->previous_ = this;
+    }
+    registry.calls_ = this;
+    entered_ = true;
+}
+
+CallRegistry::Call::~Call()
+{
+    // The metric may end here, on a thread that still counts as inside the delivery: its subscription is then closed
+    // elsewhere. A collection has let go of its lock, and its thread may close.
+    CallRegistry& registry = Instance();
+    if (isDelivery_) {
+        metric_.reset();
+    }
+    if (entered_) {
+        const std::lock_guard guard(registry.lock_);
+        (previous_ != nullptr ? previous_->next_ : registry.calls_) = next_;
+        if (next_ != nullptr) {
+            next_->previous_ = previous_;
+        }
+    }
+    metric_.reset();
+    --registry.activity_;
+}
+
+CallRegistry::Delivery::Delivery(const void* context) : Call(true)
+{
+    CallRegistry& registry = Instance();
+    const std::lock_guard guard(registry.lock_);
+    const auto entry = std::find_if(registry.entries_.rbegin(), registry.entries_.rend(),
+                                    [&](const Entry& e) { return e.context == context; });
+    if (entry != registry.entries_.rend()) {
+        metric_ = entry->metric.lock();
+    }
+    if (metric_) {
+        Enter();
+    }
+}
+
+CallRegistry::Collection::Collection(std::shared_ptr<CMetric> metric) : Call(false)
+{
+    CallRegistry& registry = Instance();
+    const std::lock_guard guard(registry.lock_);
+    if (registry.IsInside([&](const Call& call) { return call.metric_ == metric; })) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+    }
+    metric_ = std::move(metric);
+    Enter();
+}
+
+} // namespace orvel

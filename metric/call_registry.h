@@ -1,0 +1,94 @@
+#pragma once
+
+#include <windows.h>
+#include <winevt.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace orvel {
+
+class CMetric;
+
+/// The module's one account of who may still be called back and which threads are inside a metric right now.
+///
+/// The platform knows a subscription only by its context, the address of a `Subscription`, and may use that address
+/// while, and even after, the subscription is closed. So a delivery looks the address up here before it touches it, and
+/// holds the metric for as long as it runs. The registry's own lock is never held while anything outside is called.
+class CallRegistry {
+public:
+    static CallRegistry& Instance();
+
+    /// Makes a context known, before the platform can use it. Nothing has to be withdrawn: an expired metric is not
+    /// called, and its address stays out of use until many later subscriptions were made.
+    void Add(const void* context, const std::weak_ptr<CMetric>& metric);
+
+    /// Closes a subscription, waiting for its running callbacks if the platform does so. On a thread that is inside a
+    /// delivery the platform might wait for that very delivery, so there the closing is left to a thread of the pool.
+    void CloseSubscription(EVT_HANDLE subscription) noexcept;
+
+    /// Whether this thread is inside `metric`'s collection, and so holds its lock.
+    bool IsCollectingOnThisThread(const CMetric& metric);
+
+    /// Whether no call is inside the module on behalf of a metric, so that the module may be unloaded.
+    bool IsIdle() const noexcept { return activity_.load() == 0; }
+
+    /// One delivery or collection on the current thread; lives on its stack.
+    class Call {
+    public:
+        ~Call();
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+        /// The metric, alive until this object ends; null for a delivery whose metric is gone.
+        CMetric* metric() const { return metric_.get(); }
+
+    protected:
+        explicit Call(bool isDelivery);
+        void Enter();
+
+        std::shared_ptr<CMetric> metric_;
+
+    private:
+        friend class CallRegistry;
+        const DWORD thread_ = GetCurrentThreadId();
+        const bool isDelivery_;
+        bool entered_ = false;
+        Call* previous_ = nullptr;
+        Call* next_ = nullptr;
+    };
+
+    /// A delivery that the platform has started with `context`.
+    class Delivery : public Call {
+    public:
+        explicit Delivery(const void* context);
+    };
+
+    /// A collection of a metric by the host. Throws std::system_error when this thread is already inside that metric,
+    /// whose lock it would then wait for for ever.
+    class Collection : public Call {
+    public:
+        explicit Collection(std::shared_ptr<CMetric> metric);
+    };
+
+private:
+    struct Entry {
+        const void* context;
+        std::weak_ptr<CMetric> metric;
+    };
+
+    /// Whether a running call of this thread satisfies `predicate`; the lock must be held.
+    template <typename Predicate>
+    bool IsInside(Predicate predicate) const;
+
+    static void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription);
+
+    std::mutex lock_;
+    std::vector<Entry> entries_;  // oldest first
+    Call* calls_ = nullptr;       // the running calls of all threads, linked through themselves
+    std::atomic<long> activity_ = 0; // running calls and closings left to the pool
+};
+
+} // namespace orvel

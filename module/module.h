@@ -1,0 +1,39 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+
+namespace orvel {
+
+/// The module as a COM server: where it was loaded, and who still needs it. Any thread.
+class CEventLogProviderModule {
+public:
+    static CEventLogProviderModule& Instance() noexcept;
+
+    /// Called by DllMain when the module is loaded, and with null when it is unloaded.
+    void SetHandle(HMODULE handle) noexcept { handle_ = handle; }
+    /// Null before start-up.
+    HMODULE Handle() const noexcept { return handle_; }
+
+    /// Counts one more, or one less, object, class factory or server lock.
+    void Lock() noexcept { ++lockCount_; }
+    void Unlock() noexcept { --lockCount_; }
+    /// Whether nothing is counted and no delivery is inside the module.
+    bool CanUnload() const noexcept;
+
+private:
+    HMODULE handle_ = nullptr;
+    std::atomic<long> lockCount_ = 0;
+};
+
+/// Keeps the module locked for the life of the object that has it as a member.
+class ModuleLock {
+public:
+    ModuleLock() noexcept { CEventLogProviderModule::Instance().Lock(); }
+    ~ModuleLock() { CEventLogProviderModule::Instance().Unlock(); }
+    ModuleLock(const ModuleLock&) = delete;
+    ModuleLock& operator=(const ModuleLock&) = delete;
+};
+
+} // namespace orvel

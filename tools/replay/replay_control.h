@@ -1,0 +1,100 @@
+#pragma once
+
+// How a console, a test or a benchmark drives the replay log. The functions are exported by the stand-in wevtapi.dll
+// beside the Event Log's own; load that DLL by its full path before the module, then find them with GetProcAddress (see
+// replay_client.h), so that a program does not depend on the stand-in at load time.
+//
+// All functions may be called from any thread, but not from inside a delivery unless said otherwise. Those that give a
+// DWORD give 0 or a Win32 code.
+
+#include <windows.h>
+
+/// Calls that are counted and can be made to fail.
+enum ReplayFunction : DWORD {
+    ReplayEvtSubscribe,
+    ReplayEvtCreateRenderContext,
+    ReplayEvtRender,
+    ReplayEvtOpenPublisherMetadata,
+    ReplayEvtFormatMessage,
+    ReplayEvtClose,
+    ReplayFunctionCount
+};
+
+/// Kinds of handles, counted separately.
+enum ReplayHandleKind : DWORD {
+    ReplaySubscriptionHandle,
+    ReplayContextHandle,
+    ReplayPublisherHandle,
+    ReplayEventHandle, // open only while its delivery runs
+    ReplayHandleKindCount
+};
+
+/// What a call does instead of its work; see ReplayInject.
+enum ReplayFault : DWORD {
+    ReplayFail,            // fails with `code`
+    ReplayFailWithText,    // fails with `code`, though the buffer was filled (EvtFormatMessage, 15029 to 15031)
+    ReplayTruncated,       // succeeds, but fills only the first half of the buffer and ends the text nowhere
+    ReplayUsedTooLarge,    // succeeds, and reports more used than the buffer has
+    ReplayLongerNextTime,  // the sizing call asks for less than the call after it will need
+    ReplayNullValues,      // EvtRender: every value is a null variant whose union holds junk
+    ReplayOtherTypes,      // EvtRender: every value is of a type that nobody asked for
+    ReplayNoBufferNeeded,  // succeeds at once without a buffer
+};
+
+/// Ways in which the whole log behaves; combined as a mask. 0 is what the platform documents.
+enum ReplayMode : DWORD {
+    ReplayCloseDoesNotWait = 1,    // EvtClose of a subscription returns while its callback runs
+    ReplayLastErrorUntouched = 2,  // a successful call leaves the thread's last error alone instead of setting 0
+    ReplayDeliverAfterClose = 4,   // a closed subscription goes on being called with its old context
+    ReplayOnCallingThread = 8,     // ReplayPlay and ReplayDeliver call back on the caller's own thread
+    ReplayErrorAtSizingCall = 16,  // 15027 to 15031 of a message without text come at the sizing call (default: 15027
+                                   // there, 15029 to 15031 at the second)
+};
+
+/// Called after each delivered event with how many of how many are done; gives FALSE to stop.
+typedef BOOL(CALLBACK* ReplayProgress)(void* context, DWORD done, DWORD total);
+
+extern "C" {
+
+/// Reads an export (`wevtutil qe LOG /f:RenderedXml /e:Events`, with replay actions between the events) and makes it
+/// the log's future: nothing is delivered yet. A failure puts an explanation with line and column into `message`.
+DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
+
+/// As ReplayLoad, from a text in memory.
+DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters);
+
+/// Number of loaded entries, events and actions alike.
+DWORD WINAPI ReplayCount();
+
+/// Plays the whole future in order: each event is delivered to every subscription that it matches, each action is
+/// carried out when all earlier deliveries have ended. Returns when all is done. `progress` may be null.
+DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context);
+
+/// Delivers one loaded event, `times` times, and returns when all deliveries have ended. May run on several threads at
+/// once; deliveries to one subscription are still one at a time.
+DWORD WINAPI ReplayDeliver(DWORD index, DWORD times);
+
+/// Calls every subscription with action 0 and a Win32 code, as the platform reports missing records.
+DWORD WINAPI ReplayDeliverError(DWORD code);
+
+/// Replaces the modes.
+void WINAPI ReplaySetMode(DWORD modes);
+
+/// Makes the `occurrence`-th call (from 1, counted from now) of a function misbehave once; 0 makes every call do so.
+/// Several may be set.
+void WINAPI ReplayInject(ReplayFunction function, DWORD occurrence, ReplayFault fault, DWORD code);
+
+/// Forgets what was injected, the modes and the counts of calls; open handles stay open and counted.
+void WINAPI ReplayReset();
+
+/// Calls made since the last reset; open handles of a kind; closings of a subscription inside its own callback, which
+/// the platform may not survive.
+DWORD WINAPI ReplayCalls(ReplayFunction function);
+DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind);
+DWORD WINAPI ReplayClosesInsideCallback();
+
+/// Why the last EvtSubscribe of any thread was refused, for people: the place in the query where it stopped, or the
+/// channel. Empty after a success.
+void WINAPI ReplayLastRefusal(wchar_t* message, DWORD messageCharacters);
+
+} // extern "C"

@@ -2,8 +2,8 @@
 
 #include "host/format.h"
 
-#include <OrvelAgent.h>
 #include <windows.h>
+#include <OrvelAgent.h>
 
 #include <memory>
 #include <string>

@@ -86,8 +86,8 @@ private:
     static void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription);
 
     std::mutex lock_;
-    std::vector<Entry> entries_;  // oldest first
-    Call* calls_ = nullptr;       // the running calls of all threads, linked through themselves
+    std::vector<Entry> entries_;     // oldest first
+    Call* calls_ = nullptr;          // the running calls of all threads, linked through themselves
     std::atomic<long> activity_ = 0; // running calls and closings left to the pool
 };
 

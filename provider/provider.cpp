@@ -53,8 +53,8 @@ HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
             return E_INVALIDARG;
         }
         ComPtr<IXMLDOMElement> element;
-        if (FAILED(configuration->QueryInterface(IID_IXMLDOMElement,
-                                                 reinterpret_cast<void**>(element.GetAddressOf())))) {
+        if (FAILED(
+                configuration->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(element.GetAddressOf())))) {
             return E_INVALIDARG;
         }
         std::wstring key = NameOf(name);

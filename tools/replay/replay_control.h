@@ -31,24 +31,24 @@ enum ReplayHandleKind : DWORD {
 
 /// What a call does instead of its work; see ReplayInject.
 enum ReplayFault : DWORD {
-    ReplayFail,            // fails with `code`
-    ReplayFailWithText,    // fails with `code`, though the buffer was filled (EvtFormatMessage, 15029 to 15031)
-    ReplayTruncated,       // succeeds, but fills only the first half of the buffer and ends the text nowhere
-    ReplayUsedTooLarge,    // succeeds, and reports more used than the buffer has
-    ReplayLongerNextTime,  // the sizing call asks for less than the call after it will need
-    ReplayNullValues,      // EvtRender: every value is a null variant whose union holds junk
-    ReplayOtherTypes,      // EvtRender: every value is of a type that nobody asked for
-    ReplayNoBufferNeeded,  // succeeds at once without a buffer
+    ReplayFail,           // fails with `code`
+    ReplayFailWithText,   // fails with `code`, though the buffer was filled (EvtFormatMessage, 15029 to 15031)
+    ReplayTruncated,      // succeeds, but fills only the first half of the buffer and ends the text nowhere
+    ReplayUsedTooLarge,   // succeeds, and reports more used than the buffer has
+    ReplayLongerNextTime, // the sizing call asks for less than the call after it will need
+    ReplayNullValues,     // EvtRender: every value is a null variant whose union holds junk
+    ReplayOtherTypes,     // EvtRender: every value is of a type that nobody asked for
+    ReplayNoBufferNeeded, // succeeds at once without a buffer
 };
 
 /// Ways in which the whole log behaves; combined as a mask. 0 is what the platform documents.
 enum ReplayMode : DWORD {
-    ReplayCloseDoesNotWait = 1,    // EvtClose of a subscription returns while its callback runs
-    ReplayLastErrorUntouched = 2,  // a successful call leaves the thread's last error alone instead of setting 0
-    ReplayDeliverAfterClose = 4,   // a closed subscription goes on being called with its old context
-    ReplayOnCallingThread = 8,     // ReplayPlay and ReplayDeliver call back on the caller's own thread
-    ReplayErrorAtSizingCall = 16,  // 15027 to 15031 of a message without text come at the sizing call (default: 15027
-                                   // there, 15029 to 15031 at the second)
+    ReplayCloseDoesNotWait = 1,   // EvtClose of a subscription returns while its callback runs
+    ReplayLastErrorUntouched = 2, // a successful call leaves the thread's last error alone instead of setting 0
+    ReplayDeliverAfterClose = 4,  // a closed subscription goes on being called with its old context
+    ReplayOnCallingThread = 8,    // ReplayPlay and ReplayDeliver call back on the caller's own thread
+    ReplayErrorAtSizingCall = 16, // 15027 to 15031 of a message without text come at the sizing call (default: 15027
+                                  // there, 15029 to 15031 at the second)
 };
 
 /// Called after each delivered event with how many of how many are done; gives FALSE to stop.

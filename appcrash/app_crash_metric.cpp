@@ -2,6 +2,7 @@
 
 #include "appcrash/crash_details.h"
 #include "host/com_failure.h"
+#include "host/format.h"
 #include "host/log.h"
 #include "host/metric_value.h"
 #include "metric/event_handle.h"
@@ -107,8 +108,16 @@ bool CAppCrashMetric::BuildHostNameLine()
 
 void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
 {
-    if (values != nullptr) {
-        crashTimeLine_ = FormatCrashTimeLine(values[0]);
+    // The line stays empty for a value that is not a file time, and for one that the system cannot convert.
+    if (values == nullptr || values[0].Type != EvtVarTypeFileTime) {
+        return;
+    }
+    const ULONGLONG time = values[0].FileTimeVal;
+    const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
+    SYSTEMTIME utc{};
+    if (FileTimeToSystemTime(&fileTime, &utc)) {
+        crashTimeLine_ = FormatString(L"<br />Crash Time: %d-%02d-%02d %02d:%02d:%02d", utc.wYear, utc.wMonth, utc.wDay,
+                                      utc.wHour, utc.wMinute, utc.wSecond);
     }
 }
 

@@ -1,7 +1,5 @@
 #include "appcrash/crash_details.h"
 
-#include "host/format.h"
-
 namespace orvel {
 
 namespace {
@@ -10,20 +8,6 @@ constexpr std::wstring_view kLineBreak = L"\r\n";
 constexpr std::wstring_view kLineBreakMarkup = L"<br />";
 
 } // namespace
-
-std::wstring FormatCrashTimeLine(const EVT_VARIANT& time)
-{
-    if (time.Type != EvtVarTypeFileTime) {
-        return {};
-    }
-    const FILETIME fileTime{static_cast<DWORD>(time.FileTimeVal), static_cast<DWORD>(time.FileTimeVal >> 32)};
-    SYSTEMTIME utc{};
-    if (!FileTimeToSystemTime(&fileTime, &utc)) {
-        return {};
-    }
-    return FormatString(L"<br />Crash Time: %d-%02d-%02d %02d:%02d:%02d", utc.wYear, utc.wMonth, utc.wDay, utc.wHour,
-                        utc.wMinute, utc.wSecond);
-}
 
 std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
                                std::wstring_view hostNameLine)

@@ -1,6 +1,7 @@
 #include "provider/metric_factory.h"
 
 #include "appcrash/app_crash_metric.h"
+#include "lamina/lamina_metric.h"
 
 #include <cwchar>
 #include <string_view>
@@ -18,6 +19,9 @@ bool IsNamed(const std::wstring& name, std::wstring_view known)
 
 std::shared_ptr<CMetric> CreateMetric(const std::wstring& name, IAgentLogger* logger, IAgentHost* host)
 {
+    if (IsNamed(name, L"eventlog|eventlog_lamina")) {
+        return std::make_shared<CLaminaMetric>(name, logger, host);
+    }
     if (IsNamed(name, L"eventlog|eventlog_appcrash")) {
         return std::make_shared<CAppCrashMetric>(name, logger, host);
     }

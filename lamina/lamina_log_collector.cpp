@@ -1,0 +1,286 @@
+#include "lamina/lamina_log_collector.h"
+
+#include "host/log.h"
+
+#include <cwchar>
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+constexpr uint32_t kMaxReadBytes = 0x80000;
+constexpr wchar_t kCurrentLogName[] = L"korvex.log";
+constexpr wchar_t kBackupLogName[] = L"\\korvex_bak.log"; // after the directory's own backslash, harmlessly
+constexpr std::wstring_view kLoginResponseMarker = L"Manager status 200 response";
+
+} // namespace
+
+template <typename... Arguments>
+void CLaminaLogCollector::LogError(const wchar_t* format, Arguments... arguments) const
+{
+    Log(logger_.Get(), LogLevel::Error, format, arguments...);
+}
+
+template <typename... Arguments>
+void CLaminaLogCollector::LogInfo(const wchar_t* format, Arguments... arguments) const
+{
+    Log(logger_.Get(), LogLevel::Info, format, arguments...);
+}
+
+bool CLaminaLogCollector::PrepareCollectLog()
+{
+    LogInfo(L"PrepareCollectLog");
+    std::vector<PlinthInfo>().swap(plinths_);
+    searchDone_ = false;
+    if (!LocateLogDirectory()) {
+        return false;
+    }
+    std::wstring().swap(logText_);
+    DWORD error = ERROR_SUCCESS;
+    const FileHandle file = OpenLogFile(logDirectory_ + kCurrentLogName, error);
+    if (!file) {
+        if (error != ERROR_FILE_NOT_FOUND) {
+            return false;
+        }
+        beginSize_ = 0;
+        return true;
+    }
+    const bool measured = GetLogFileSize(file.get(), beginSize_);
+    if (measured) {
+        LogInfo(L"Got log file(korvex.log) size: %d", beginSize_);
+    }
+    return measured;
+}
+
+bool CLaminaLogCollector::CollectLog()
+{
+    LogInfo(L"CollectLog");
+    DWORD error = ERROR_SUCCESS;
+    const FileHandle file = OpenLogFile(logDirectory_ + kCurrentLogName, error);
+    if (file) {
+        return GetLogFileSize(file.get(), endSize_) && ReadLogs(file.get());
+    }
+    if (error == ERROR_FILE_NOT_FOUND) {
+        LogInfo(L"log is not availbe, read from backup log");
+        return ReadBackupLog(logText_);
+    }
+    return false;
+}
+
+bool CLaminaLogCollector::FindPlinthsInLog()
+{
+    if (searchDone_) {
+        return true;
+    }
+    if (!CollectLog()) {
+        searchDone_ = true;
+        return false;
+    }
+    const size_t response = logText_.find(kLoginResponseMarker);
+    const bool found = response != logText_.npos;
+    if (found) {
+        ParseMountedPlinths(logText_, response + kLoginResponseMarker.size());
+    } else {
+        LogError(L"Failed to find login response from the log");
+    }
+    searchDone_ = true;
+    return found;
+}
+
+bool CLaminaLogCollector::ParseMountedPlinths(std::wstring_view text, size_t start)
+{
+    auto entry = FindNextMountedEntry(text, start);
+    if (!entry) {
+        return false;
+    }
+    for (; entry; entry = FindNextMountedEntry(text, entry->next)) {
+        PlinthInfo plinth{std::wstring(entry->id), std::wstring(entry->path)};
+        LogInfo(L"Find plinth path: %s", plinth.path.c_str());
+        LogInfo(L"Find plinth id: %s", plinth.id.c_str());
+        plinths_.push_back(std::move(plinth));
+    }
+    return true;
+}
+
+bool CLaminaLogCollector::LocateLogDirectory()
+{
+    RegistryKey key;
+    const DWORD error = OpenMachineKey(L"SYSTEM\\CurrentControlSet\\services\\korvex", key);
+    if (error != ERROR_SUCCESS) {
+        LogError(L"Failed to open registry key for korvex, error: %d", error);
+        return false;
+    }
+    if (!QueryImagePath(key.get())) {
+        return false;
+    }
+    LogInfo(L"korvex image path: %s", logDirectory_.c_str()); // the second of two equal lines, as it has always been
+    std::erase(logDirectory_, L'"');
+    const size_t lastBackslash = logDirectory_.rfind(L'\\');
+    if (lastBackslash != logDirectory_.npos) {
+        logDirectory_.resize(lastBackslash);
+    }
+    logDirectory_ += L"\\Logs\\";
+    LogInfo(L"korvex log path: %s", logDirectory_.c_str());
+    return true;
+}
+
+bool CLaminaLogCollector::QueryImagePath(HKEY key)
+{
+    // The last character is kept from the registry, so that a value of any type and length ends.
+    wchar_t path[1024] = {};
+    DWORD bytes = sizeof(path) - sizeof(wchar_t);
+    const LSTATUS error = RegQueryValueExW(key, L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(path), &bytes);
+    if (error != ERROR_SUCCESS) {
+        LogError(L"Failed to query value ImagePath, error: %d", error);
+        return false;
+    }
+    LogInfo(L"korvex image path: %s", path);
+    logDirectory_ = path;
+    return true;
+}
+
+FileHandle CLaminaLogCollector::OpenLogFile(const std::wstring& path, DWORD& error)
+{
+    error = ERROR_SUCCESS;
+    // Shared in every way: the service goes on writing, renaming and deleting its log.
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE) {
+        return FileHandle(file);
+    }
+    error = GetLastError();
+    if (error == ERROR_FILE_NOT_FOUND) {
+        LogInfo(L"Log file not exist");
+    } else {
+        LogError(L"Failed to open log file, error: %d", error);
+    }
+    return nullptr;
+}
+
+bool CLaminaLogCollector::GetLogFileSize(HANDLE file, uint32_t& size)
+{
+    size = 0;
+    LARGE_INTEGER whole{};
+    if (!GetFileSizeEx(file, &whole)) {
+        LogError(L"Failed to get log file size, error: %d", GetLastError());
+        return false;
+    }
+    size = static_cast<uint32_t>(whole.QuadPart); // modulo 2^32
+    return true;
+}
+
+bool CLaminaLogCollector::ReadLogs(HANDLE file)
+{
+    if (endSize_ == beginSize_) {
+        logText_.clear();
+        LogInfo(L"No logs collected");
+        return true;
+    }
+    if (beginSize_ < endSize_) {
+        LogInfo(L"Read logs from korvex.log");
+        return ReadCurrentLog(file);
+    }
+    LogInfo(L"Read logs from korvex.log and korvex_bak.log");
+    return ReadBackupAndCurrentLog(file);
+}
+
+bool CLaminaLogCollector::SeekLogFile(HANDLE file, uint32_t offset)
+{
+    LARGE_INTEGER position{};
+    position.QuadPart = offset;
+    if (!SetFilePointerEx(file, position, nullptr, FILE_BEGIN)) {
+        LogError(L"Failed to set file pointer, error: %d", GetLastError());
+        return false;
+    }
+    return true;
+}
+
+// After a failed read the last error is the read's own for the caller's line: nothing is freed or called in between.
+bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text)
+{
+    text.clear();
+    if (bytes > kMaxReadBytes) {
+        LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
+        return false;
+    }
+    if (bytes == 0) {
+        return true;
+    }
+    // Zeroed, with room for an odd last byte and one unit more: the text always ends, also when the file has been cut
+    // short meanwhile.
+    text = std::wstring((bytes + 1) / sizeof(wchar_t) + 1, L'\0');
+    DWORD bytesRead = 0;
+    if (!ReadFile(file, text.data(), bytes, &bytesRead, nullptr)) {
+        text.clear();
+        return false;
+    }
+    text.resize(std::wcslen(text.c_str()));
+    return true;
+}
+
+bool CLaminaLogCollector::ReadCurrentLog(HANDLE file)
+{
+    if (!SeekLogFile(file, beginSize_)) {
+        return false;
+    }
+    if (!ReadLogText(file, endSize_ - beginSize_, logText_)) {
+        LogError(L"Failed to read from log file, error: %d", GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
+{
+    text.clear();
+    DWORD error = ERROR_SUCCESS;
+    const FileHandle file = OpenLogFile(logDirectory_ + kBackupLogName, error);
+    if (!file) {
+        LogError(L"Failed to open backup log file, error: %d", error);
+        return false;
+    }
+    return ReadBackupTail(file.get(), text);
+}
+
+bool CLaminaLogCollector::ReadBackupTail(HANDLE file, std::wstring& text)
+{
+    uint32_t size = 0;
+    if (!GetLogFileSize(file, size)) {
+        return false;
+    }
+    if (size < beginSize_) {
+        // Not a failure: the new log's head is still worth reading.
+        LogError(L"Backup log file size less than the beginning size, must error occurred, abort");
+        return true;
+    }
+    if (size == beginSize_) {
+        return true;
+    }
+    if (!SeekLogFile(file, beginSize_)) {
+        return false;
+    }
+    if (!ReadLogText(file, size - beginSize_, text)) {
+        LogError(L"Failed to read from backup log, error: %d", GetLastError());
+        return false;
+    }
+    return true;
+}
+
+bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
+{
+    std::wstring text;
+    if (!ReadBackupLog(text)) {
+        return false;
+    }
+    std::wstring current;
+    if (!ReadLogText(file, endSize_, current)) { // no seek: the file was only just opened
+        LogError(L"Failed to read logs, error: %d", GetLastError());
+        return false;
+    }
+    text += current;
+    logText_ = std::move(text);
+    return true;
+}
+
+} // namespace orvel

@@ -1,0 +1,203 @@
+#include "lamina/lamina_metric.h"
+
+#include "host/log.h"
+#include "host/metric_value.h"
+#include "lamina/manager_host.h"
+#include "metric/event_handle.h"
+#include "metric/event_reading.h"
+
+#include <utility>
+
+namespace orvel {
+
+namespace {
+
+constexpr wchar_t kTimestampInstance[] = L"lamina";
+constexpr wchar_t kManagerKey[] = L"lamina|mgr";
+constexpr wchar_t kPlinthsFlagKey[] = L"lamina|instances";
+constexpr wchar_t kPlinthsKey[] = L"lamina|instances|*";
+
+constexpr uint64_t ToUnixMilliseconds(uint64_t fileTime)
+{
+    constexpr uint64_t kUnixEpoch = 116444736000000000; // 1970-01-01 as a FILETIME
+    constexpr uint64_t kUnitsPerMillisecond = 10000;
+    return (fileTime - kUnixEpoch) / kUnitsPerMillisecond;
+}
+
+} // namespace
+
+CLaminaMetric::CLaminaMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host)
+    : CMetric(std::move(name), logger, host), collector_(std::make_shared<CLaminaLogCollector>(logger))
+{
+}
+
+void CLaminaMetric::OnEvent(EVT_HANDLE event)
+{
+    static constexpr const wchar_t* kPaths[] = {L"Event/System/EventID", L"Event/System/TimeCreated/@SystemTime"};
+
+    EventHandle context; // outlives the guard: closed when the lock is free again
+    const std::lock_guard guard(lock_);
+    RenderEventValues(context.put(), event, kPaths, [this](EVT_VARIANT*& values) { StoreEventValues(values); });
+    // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
+    EVT_HANDLE publisher = OpenPublisherMetadata(L"korvex");
+    FormatEventMessage(publisher, event, [this](const wchar_t* text) { lastEvent_.message = text; });
+    HandleAgentEvent(lastEvent_);
+}
+
+void CLaminaMetric::StoreEventValues(const EVT_VARIANT* values)
+{
+    if (values == nullptr) {
+        return;
+    }
+    lastEvent_.eventId = values[0].Type == EvtVarTypeUInt16 ? values[0].UInt16Val : 0U;
+    lastEvent_.time = values[1].Type == EvtVarTypeFileTime ? values[1].FileTimeVal : 0U;
+}
+
+void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
+{
+    Log(Logger(), LogLevel::Info, L"Lamina Agent Event: %s", event.message.c_str());
+    switch (ClassifyAgentEvent(event)) {
+    case AgentEventKind::Logon:
+        logonTime_ = event.time;
+        collector_->PrepareCollectLog();
+        break;
+    case AgentEventKind::LogonResponse:
+        HandleLogonResponse(event);
+        break;
+    case AgentEventKind::VolumeAttached:
+        volumesReadyTime_ = event.time;
+        break;
+    case AgentEventKind::Logoff:
+        logonTime_ = logonResponseTime_ = volumesReadyTime_ = allDoneTime_ = 0;
+        break;
+    case AgentEventKind::AllDone:
+        HandleAllDone(event);
+        break;
+    case AgentEventKind::Other:
+        break;
+    }
+}
+
+void CLaminaMetric::HandleLogonResponse(const AgentEventRecord& event)
+{
+    if (logonTime_ != 0 && logonResponseTime_ == 0) {
+        logonResponseTime_ = event.time;
+    }
+    Log(Logger(), LogLevel::Info, L"Try to find Plinth from event log");
+    collector_->ParseMountedPlinths(event.message, 0);
+}
+
+void CLaminaMetric::HandleAllDone(const AgentEventRecord& event)
+{
+    allDoneTime_ = event.time;
+    const std::vector<PlinthInfo> plinths = collector_->GetPlinths();
+    if (!plinths.empty()) {
+        return;
+    }
+    Log(Logger(), LogLevel::Info, L"No Plinth find from event log, try to find it from lamina log");
+    collector_->FindPlinthsInLog();
+    // This list was taken before the search, so nothing is listed here: the collector has logged each find itself.
+    for (const PlinthInfo& plinth : plinths) {
+        Log(Logger(), LogLevel::Info, L"PlinthId: %s, PlinthPath: %s", plinth.id.c_str(), plinth.path.c_str());
+    }
+}
+
+HRESULT CLaminaMetric::Collect(IMetricSink* sink, LONG_PTR /*context*/)
+{
+    const std::lock_guard guard(lock_);
+    const HRESULT hr = WriteAttachTimes(sink);
+    if (FAILED(hr)) {
+        LogFailure(Logger(), hr, L"Failed to write attach time metrics.");
+    }
+    WriteManagerHost(sink);
+    return WritePlinthInstances(sink);
+}
+
+HRESULT CLaminaMetric::WriteAttachTimes(IMetricSink* sink)
+{
+    if (logonTime_ == 0) {
+        Log(Logger(), LogLevel::Info, L"Not got time stamps for lamina event.");
+        return S_OK;
+    }
+    const struct {
+        const wchar_t* key;
+        uint64_t& time;
+    } moments[] = {
+        {L"lamina|logon_timestamp", logonTime_},
+        {L"lamina|logon_response_timestamp", logonResponseTime_},
+        {L"lamina|volumes_ready_timestamp", volumesReadyTime_},
+        {L"lamina|all_done_timestamp", allDoneTime_},
+    };
+    uint64_t previous = logonTime_;
+    for (const auto& moment : moments) {
+        if (moment.time == 0) {
+            moment.time = previous;
+        }
+        previous = moment.time;
+    }
+    for (const auto& moment : moments) {
+        const HRESULT hr = WriteMetric(sink, moment.key, kTimestampInstance, ToUnixMilliseconds(moment.time));
+        if (FAILED(hr)) {
+            LogFailure(Logger(), hr, L"Failed to collect metric '%s'.", moment.key);
+            return hr;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT CLaminaMetric::WriteManagerHost(IMetricSink* sink)
+{
+    if (RefreshManagerHost() != S_OK || managerHost_.empty()) {
+        Log(Logger(), LogLevel::Info, L"Not found the manager host in registry.");
+        return S_OK;
+    }
+    const HRESULT hr = WriteMetric(sink, kManagerKey, kManagerKey, managerHost_.c_str());
+    if (FAILED(hr)) {
+        LogFailure(Logger(), hr, L"Failed to collect metric 'lamina|mgr'.");
+    }
+    return hr;
+}
+
+HRESULT CLaminaMetric::RefreshManagerHost()
+{
+    std::wstring value;
+    const HRESULT hr = ReadManagerValue(value);
+    if (hr != S_OK) {
+        Log(Logger(), LogLevel::Warning,
+            L"Failed to get Lamina Manager host information from registry.  Error code 0x%08lx.", hr);
+        return hr;
+    }
+    if (value.empty()) {
+        Log(Logger(), LogLevel::Warning, L"Lamina manager host value in registry is empty.");
+        return S_FALSE;
+    }
+    const std::wstring_view host = std::wstring_view(value).substr(0, value.find(L':'));
+    if (host != managerHost_) {
+        managerHost_ = host;
+        Log(Logger(), LogLevel::Info, L"Got lamina manager host value in registry: %s", managerHost_.c_str());
+    }
+    return S_OK;
+}
+
+HRESULT CLaminaMetric::WritePlinthInstances(IMetricSink* sink)
+{
+    const std::vector<PlinthInfo> plinths = collector_->GetPlinths();
+    if (plinths.empty()) {
+        Log(Logger(), LogLevel::Info, L"No plinth mounted.");
+        return S_OK;
+    }
+    HRESULT hr = WriteMetricFlag(sink, kPlinthsFlagKey);
+    if (FAILED(hr)) {
+        LogFailure(Logger(), hr, L"Failed to write metric flag 'lamina|instances'.");
+        return hr;
+    }
+    for (const PlinthInfo& plinth : plinths) {
+        hr = WriteMetric(sink, kPlinthsKey, plinth.id, plinth.path.c_str());
+        if (FAILED(hr)) {
+            LogFailure(Logger(), hr, L"Failed to collect metric 'lamina|instances|*'.");
+        }
+    }
+    return hr;
+}
+
+} // namespace orvel

@@ -11,8 +11,8 @@ enum class AgentEventKind { Logon, LogonResponse, VolumeAttached, Logoff, AllDon
 /// One event of the layering agent's service.
 struct AgentEventRecord {
     uint32_t eventId = 0;
-    uint64_t time = 0;    ///< FILETIME: 100 ns since 1601-01-01 UTC; 0 when it is not known
-    std::wstring message; ///< formatted text
+    uint64_t time = 0; ///< FILETIME: 100 ns since 1601-01-01 UTC; 0 when not known
+    std::wstring message;
 };
 
 /// Tells the kind of an event by its message alone, in either wording of the agent; case matters.

@@ -1,7 +1,6 @@
 #include "lamina/lamina_log_collector.h"
 
-#include "host/log.h"
-
+#include <algorithm>
 #include <cwchar>
 #include <utility>
 
@@ -16,18 +15,6 @@ constexpr std::wstring_view kLoginResponseMarker = L"Manager status 200 response
 
 } // namespace
 
-template <typename... Arguments>
-void CLaminaLogCollector::LogError(const wchar_t* format, Arguments... arguments) const
-{
-    Log(logger_.Get(), LogLevel::Error, format, arguments...);
-}
-
-template <typename... Arguments>
-void CLaminaLogCollector::LogInfo(const wchar_t* format, Arguments... arguments) const
-{
-    Log(logger_.Get(), LogLevel::Info, format, arguments...);
-}
-
 bool CLaminaLogCollector::PrepareCollectLog()
 {
     LogInfo(L"PrepareCollectLog");
@@ -39,18 +26,15 @@ bool CLaminaLogCollector::PrepareCollectLog()
     std::wstring().swap(logText_);
     DWORD error = ERROR_SUCCESS;
     const FileHandle file = OpenLogFile(logDirectory_ + kCurrentLogName, error);
-    if (!file) {
-        if (error != ERROR_FILE_NOT_FOUND) {
-            return false;
-        }
+    if (file && GetLogFileSize(file.get(), beginSize_)) {
+        LogInfo(L"Got log file(korvex.log) size: %d", beginSize_);
+        return true;
+    }
+    if (error == ERROR_FILE_NOT_FOUND) {
         beginSize_ = 0;
         return true;
     }
-    const bool measured = GetLogFileSize(file.get(), beginSize_);
-    if (measured) {
-        LogInfo(L"Got log file(korvex.log) size: %d", beginSize_);
-    }
-    return measured;
+    return false;
 }
 
 bool CLaminaLogCollector::CollectLog()
@@ -61,11 +45,11 @@ bool CLaminaLogCollector::CollectLog()
     if (file) {
         return GetLogFileSize(file.get(), endSize_) && ReadLogs(file.get());
     }
-    if (error == ERROR_FILE_NOT_FOUND) {
-        LogInfo(L"log is not availbe, read from backup log");
-        return ReadBackupLog(logText_);
+    if (error != ERROR_FILE_NOT_FOUND) {
+        return false;
     }
-    return false;
+    LogInfo(L"log is not availbe, read from backup log");
+    return ReadBackupLog(logText_);
 }
 
 bool CLaminaLogCollector::FindPlinthsInLog()
@@ -73,16 +57,15 @@ bool CLaminaLogCollector::FindPlinthsInLog()
     if (searchDone_) {
         return true;
     }
-    if (!CollectLog()) {
-        searchDone_ = true;
-        return false;
-    }
-    const size_t response = logText_.find(kLoginResponseMarker);
-    const bool found = response != logText_.npos;
+    bool found = CollectLog();
     if (found) {
-        ParseMountedPlinths(logText_, response + kLoginResponseMarker.size());
-    } else {
-        LogError(L"Failed to find login response from the log");
+        const size_t response = logText_.find(kLoginResponseMarker);
+        found = response != logText_.npos;
+        if (found) {
+            ParseMountedPlinths(logText_, response + kLoginResponseMarker.size());
+        } else {
+            LogError(L"Failed to find login response from the log");
+        }
     }
     searchDone_ = true;
     return found;
@@ -90,17 +73,15 @@ bool CLaminaLogCollector::FindPlinthsInLog()
 
 bool CLaminaLogCollector::ParseMountedPlinths(std::wstring_view text, size_t start)
 {
-    auto entry = FindNextMountedEntry(text, start);
-    if (!entry) {
-        return false;
-    }
-    for (; entry; entry = FindNextMountedEntry(text, entry->next)) {
+    bool found = false;
+    for (auto entry = FindNextMountedEntry(text, start); entry; entry = FindNextMountedEntry(text, entry->next)) {
+        found = true;
         PlinthInfo plinth{std::wstring(entry->id), std::wstring(entry->path)};
         LogInfo(L"Find plinth path: %s", plinth.path.c_str());
         LogInfo(L"Find plinth id: %s", plinth.id.c_str());
         plinths_.push_back(std::move(plinth));
     }
-    return true;
+    return found;
 }
 
 bool CLaminaLogCollector::LocateLogDirectory()
@@ -108,18 +89,14 @@ bool CLaminaLogCollector::LocateLogDirectory()
     RegistryKey key;
     const DWORD error = OpenMachineKey(L"SYSTEM\\CurrentControlSet\\services\\korvex", key);
     if (error != ERROR_SUCCESS) {
-        LogError(L"Failed to open registry key for korvex, error: %d", error);
-        return false;
+        return LogError(L"Failed to open registry key for korvex, error: %d", error);
     }
     if (!QueryImagePath(key.get())) {
         return false;
     }
-    LogInfo(L"korvex image path: %s", logDirectory_.c_str()); // the second of two equal lines, as it has always been
+    LogInfo(L"korvex image path: %s", logDirectory_.c_str()); // the second of two equal lines; hosts know them so
     std::erase(logDirectory_, L'"');
-    const size_t lastBackslash = logDirectory_.rfind(L'\\');
-    if (lastBackslash != logDirectory_.npos) {
-        logDirectory_.resize(lastBackslash);
-    }
+    logDirectory_.resize(std::min(logDirectory_.rfind(L'\\'), logDirectory_.size())); // without one it stays whole
     logDirectory_ += L"\\Logs\\";
     LogInfo(L"korvex log path: %s", logDirectory_.c_str());
     return true;
@@ -132,14 +109,14 @@ bool CLaminaLogCollector::QueryImagePath(HKEY key)
     DWORD bytes = sizeof(path) - sizeof(wchar_t);
     const LSTATUS error = RegQueryValueExW(key, L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(path), &bytes);
     if (error != ERROR_SUCCESS) {
-        LogError(L"Failed to query value ImagePath, error: %d", error);
-        return false;
+        return LogError(L"Failed to query value ImagePath, error: %d", error);
     }
     LogInfo(L"korvex image path: %s", path);
     logDirectory_ = path;
     return true;
 }
 
+/// Null on failure; `error` then holds the Win32 code, else 0.
 FileHandle CLaminaLogCollector::OpenLogFile(const std::wstring& path, DWORD& error)
 {
     error = ERROR_SUCCESS;
@@ -163,10 +140,9 @@ bool CLaminaLogCollector::GetLogFileSize(HANDLE file, uint32_t& size)
     size = 0;
     LARGE_INTEGER whole{};
     if (!GetFileSizeEx(file, &whole)) {
-        LogError(L"Failed to get log file size, error: %d", GetLastError());
-        return false;
+        return LogError(L"Failed to get log file size, error: %d", GetLastError());
     }
-    size = static_cast<uint32_t>(whole.QuadPart); // modulo 2^32
+    size = static_cast<uint32_t>(whole.QuadPart);
     return true;
 }
 
@@ -189,46 +165,32 @@ bool CLaminaLogCollector::SeekLogFile(HANDLE file, uint32_t offset)
 {
     LARGE_INTEGER position{};
     position.QuadPart = offset;
-    if (!SetFilePointerEx(file, position, nullptr, FILE_BEGIN)) {
-        LogError(L"Failed to set file pointer, error: %d", GetLastError());
-        return false;
-    }
-    return true;
+    return SetFilePointerEx(file, position, nullptr, FILE_BEGIN) ||
+           LogError(L"Failed to set file pointer, error: %d", GetLastError());
 }
 
-// After a failed read the last error is the read's own for the caller's line: nothing is freed or called in between.
+/// After a failed read the last error is the read's own, for the caller's line: nothing is freed or called in between.
 bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text)
 {
     text.clear();
     if (bytes > kMaxReadBytes) {
-        LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
-        return false;
+        return LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
     }
     if (bytes == 0) {
         return true;
     }
-    // Zeroed, with room for an odd last byte and one unit more: the text always ends, also when the file has been cut
-    // short meanwhile.
+    // Zeroed, with room for an odd last byte and one unit more: the text ends even if the file was cut short meanwhile.
     text = std::wstring((bytes + 1) / sizeof(wchar_t) + 1, L'\0');
     DWORD bytesRead = 0;
-    if (!ReadFile(file, text.data(), bytes, &bytesRead, nullptr)) {
-        text.clear();
-        return false;
-    }
-    text.resize(std::wcslen(text.c_str()));
-    return true;
+    const bool read = ReadFile(file, text.data(), bytes, &bytesRead, nullptr) != FALSE;
+    text.resize(read ? std::wcslen(text.c_str()) : 0);
+    return read;
 }
 
 bool CLaminaLogCollector::ReadCurrentLog(HANDLE file)
 {
-    if (!SeekLogFile(file, beginSize_)) {
-        return false;
-    }
-    if (!ReadLogText(file, endSize_ - beginSize_, logText_)) {
-        LogError(L"Failed to read from log file, error: %d", GetLastError());
-        return false;
-    }
-    return true;
+    return SeekLogFile(file, beginSize_) && (ReadLogText(file, endSize_ - beginSize_, logText_) ||
+                                             LogError(L"Failed to read from log file, error: %d", GetLastError()));
 }
 
 bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
@@ -237,34 +199,20 @@ bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
     DWORD error = ERROR_SUCCESS;
     const FileHandle file = OpenLogFile(logDirectory_ + kBackupLogName, error);
     if (!file) {
-        LogError(L"Failed to open backup log file, error: %d", error);
-        return false;
+        return LogError(L"Failed to open backup log file, error: %d", error);
     }
-    return ReadBackupTail(file.get(), text);
-}
-
-bool CLaminaLogCollector::ReadBackupTail(HANDLE file, std::wstring& text)
-{
     uint32_t size = 0;
-    if (!GetLogFileSize(file, size)) {
+    if (!GetLogFileSize(file.get(), size)) {
         return false;
     }
     if (size < beginSize_) {
-        // Not a failure: the new log's head is still worth reading.
+        // Logged as an error, yet a success: the new log's head is still worth reading.
         LogError(L"Backup log file size less than the beginning size, must error occurred, abort");
         return true;
     }
-    if (size == beginSize_) {
-        return true;
-    }
-    if (!SeekLogFile(file, beginSize_)) {
-        return false;
-    }
-    if (!ReadLogText(file, size - beginSize_, text)) {
-        LogError(L"Failed to read from backup log, error: %d", GetLastError());
-        return false;
-    }
-    return true;
+    return size == beginSize_ || (SeekLogFile(file.get(), beginSize_) &&
+                                  (ReadLogText(file.get(), size - beginSize_, text) ||
+                                   LogError(L"Failed to read from backup log, error: %d", GetLastError())));
 }
 
 bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
@@ -274,12 +222,10 @@ bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
         return false;
     }
     std::wstring current;
-    if (!ReadLogText(file, endSize_, current)) { // no seek: the file was only just opened
-        LogError(L"Failed to read logs, error: %d", GetLastError());
-        return false;
+    if (!ReadLogText(file, endSize_, current)) { // from the start: the file was only just opened
+        return LogError(L"Failed to read logs, error: %d", GetLastError());
     }
-    text += current;
-    logText_ = std::move(text);
+    logText_ = std::move(text += current);
     return true;
 }
 

@@ -1,10 +1,9 @@
 #pragma once
 
+#include "host/log.h"
 #include "lamina/mounted_entries.h"
 #include "lamina/owned_handles.h"
 
-#include <OrvelAgent.h>
-#include <windows.h>
 #include <wrl/client.h>
 
 #include <cstdint>
@@ -17,20 +16,19 @@ namespace orvel {
 /// The plinths of one logon, and where they come from besides the events: what the layering agent's service appends to
 /// its own log meanwhile. docs/lamina-log.md tells which ways of rotating that log are followed and which are not.
 ///
-/// One thread at a time: the owning metric's lock is held around every call. The operations that return a truth value
-/// have logged their failure when they give false; they throw only `_com_error` or std::bad_alloc with no memory left.
+/// One thread at a time: the owning metric holds its lock around every call. Whoever gives false has logged why; all
+/// throw only for lack of memory.
 class CLaminaLogCollector {
 public:
     /// `logger` may be null, then nothing is logged; a reference is taken on it.
     explicit CLaminaLogCollector(IAgentLogger* logger) : logger_(logger) {}
 
     /// Starts a logon: forgets the plinths and that the log was searched, finds the log directory and remembers how
-    /// long the log is now. A log that does not exist yet is an empty one. False when the service's registry entry
-    /// cannot be read or the log cannot be opened or measured; the place remembered before then stands.
+    /// long the log is now; one that does not exist yet is empty. False when the service's registry entry cannot be
+    /// read or the log cannot be opened or measured.
     bool PrepareCollectLog();
 
     /// Reads what the log gained since PrepareCollectLog, following it into the backup if it was rotated.
-    /// False when that cannot be read.
     bool CollectLog();
 
     /// The plinths found since PrepareCollectLog, in the order found, those found twice included.
@@ -40,7 +38,7 @@ public:
     /// without a search when it was done before. False when the log cannot be read or holds no login response.
     bool FindPlinthsInLog();
 
-    /// Adds the plinths that the text lists from character `start` on. False when there is none.
+    /// Adds the plinths that the text lists from character `start` on. False, without a line, when there is none.
     bool ParseMountedPlinths(std::wstring_view text, size_t start);
 
 private:
@@ -53,13 +51,20 @@ private:
     bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text);
     bool ReadCurrentLog(HANDLE file);
     bool ReadBackupLog(std::wstring& text);
-    bool ReadBackupTail(HANDLE file, std::wstring& text);
     bool ReadBackupAndCurrentLog(HANDLE file);
 
     template <typename... Arguments>
-    void LogError(const wchar_t* format, Arguments... arguments) const;
+    void LogInfo(const wchar_t* format, Arguments... arguments) const
+    {
+        Log(logger_.Get(), LogLevel::Info, format, arguments...);
+    }
+    /// Always false, for the caller to give on.
     template <typename... Arguments>
-    void LogInfo(const wchar_t* format, Arguments... arguments) const;
+    bool LogError(const wchar_t* format, Arguments... arguments) const
+    {
+        Log(logger_.Get(), LogLevel::Error, format, arguments...);
+        return false;
+    }
 
     std::wstring logDirectory_; ///< ends in a backslash; empty until it was found
     std::wstring logText_;

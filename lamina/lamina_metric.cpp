@@ -1,6 +1,5 @@
 #include "lamina/lamina_metric.h"
 
-#include "host/log.h"
 #include "host/metric_value.h"
 #include "lamina/manager_host.h"
 #include "metric/event_handle.h"
@@ -12,10 +11,7 @@ namespace orvel {
 
 namespace {
 
-constexpr wchar_t kTimestampInstance[] = L"lamina";
 constexpr wchar_t kManagerKey[] = L"lamina|mgr";
-constexpr wchar_t kPlinthsFlagKey[] = L"lamina|instances";
-constexpr wchar_t kPlinthsKey[] = L"lamina|instances|*";
 
 constexpr uint64_t ToUnixMilliseconds(uint64_t fileTime)
 {
@@ -46,11 +42,10 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 
 void CLaminaMetric::StoreEventValues(const EVT_VARIANT* values)
 {
-    if (values == nullptr) {
-        return;
+    if (values != nullptr) {
+        lastEvent_.eventId = values[0].Type == EvtVarTypeUInt16 ? values[0].UInt16Val : 0U;
+        lastEvent_.time = values[1].Type == EvtVarTypeFileTime ? values[1].FileTimeVal : 0U;
     }
-    lastEvent_.eventId = values[0].Type == EvtVarTypeUInt16 ? values[0].UInt16Val : 0U;
-    lastEvent_.time = values[1].Type == EvtVarTypeFileTime ? values[1].FileTimeVal : 0U;
 }
 
 void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
@@ -58,45 +53,40 @@ void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
     Log(Logger(), LogLevel::Info, L"Lamina Agent Event: %s", event.message.c_str());
     switch (ClassifyAgentEvent(event)) {
     case AgentEventKind::Logon:
-        logonTime_ = event.time;
+        times_[kLogon] = event.time;
         collector_->PrepareCollectLog();
         break;
     case AgentEventKind::LogonResponse:
-        HandleLogonResponse(event);
+        if (times_[kLogon] != 0 && times_[kLogonResponse] == 0) {
+            times_[kLogonResponse] = event.time;
+        }
+        Log(Logger(), LogLevel::Info, L"Try to find Plinth from event log");
+        collector_->ParseMountedPlinths(event.message, 0);
         break;
     case AgentEventKind::VolumeAttached:
-        volumesReadyTime_ = event.time;
+        times_[kVolumesReady] = event.time;
         break;
     case AgentEventKind::Logoff:
-        logonTime_ = logonResponseTime_ = volumesReadyTime_ = allDoneTime_ = 0;
+        times_ = {};
         break;
     case AgentEventKind::AllDone:
-        HandleAllDone(event);
+        times_[kAllDone] = event.time;
+        FindMissingPlinths();
         break;
     case AgentEventKind::Other:
         break;
     }
 }
 
-void CLaminaMetric::HandleLogonResponse(const AgentEventRecord& event)
+void CLaminaMetric::FindMissingPlinths()
 {
-    if (logonTime_ != 0 && logonResponseTime_ == 0) {
-        logonResponseTime_ = event.time;
-    }
-    Log(Logger(), LogLevel::Info, L"Try to find Plinth from event log");
-    collector_->ParseMountedPlinths(event.message, 0);
-}
-
-void CLaminaMetric::HandleAllDone(const AgentEventRecord& event)
-{
-    allDoneTime_ = event.time;
     const std::vector<PlinthInfo> plinths = collector_->GetPlinths();
     if (!plinths.empty()) {
         return;
     }
     Log(Logger(), LogLevel::Info, L"No Plinth find from event log, try to find it from lamina log");
     collector_->FindPlinthsInLog();
-    // This list was taken before the search, so nothing is listed here: the collector has logged each find itself.
+    // The list was taken before the search, so none is listed here: the collector has logged each as it was found.
     for (const PlinthInfo& plinth : plinths) {
         Log(Logger(), LogLevel::Info, L"PlinthId: %s, PlinthPath: %s", plinth.id.c_str(), plinth.path.c_str());
     }
@@ -113,49 +103,45 @@ HRESULT CLaminaMetric::Collect(IMetricSink* sink, LONG_PTR /*context*/)
     return WritePlinthInstances(sink);
 }
 
+template <typename Value>
+HRESULT CLaminaMetric::Write(IMetricSink* sink, const wchar_t* key, std::wstring_view instance, Value value)
+{
+    const HRESULT hr = WriteMetric(sink, key, instance, value);
+    if (FAILED(hr)) {
+        LogFailure(Logger(), hr, L"Failed to collect metric '%s'.", key);
+    }
+    return hr;
+}
+
 HRESULT CLaminaMetric::WriteAttachTimes(IMetricSink* sink)
 {
-    if (logonTime_ == 0) {
+    static constexpr std::array<const wchar_t*, kMomentCount> kKeys = {
+        L"lamina|logon_timestamp", L"lamina|logon_response_timestamp", L"lamina|volumes_ready_timestamp",
+        L"lamina|all_done_timestamp"};
+
+    if (times_[kLogon] == 0) {
         Log(Logger(), LogLevel::Info, L"Not got time stamps for lamina event.");
         return S_OK;
     }
-    const struct {
-        const wchar_t* key;
-        uint64_t& time;
-    } moments[] = {
-        {L"lamina|logon_timestamp", logonTime_},
-        {L"lamina|logon_response_timestamp", logonResponseTime_},
-        {L"lamina|volumes_ready_timestamp", volumesReadyTime_},
-        {L"lamina|all_done_timestamp", allDoneTime_},
-    };
-    uint64_t previous = logonTime_;
-    for (const auto& moment : moments) {
-        if (moment.time == 0) {
-            moment.time = previous;
-        }
-        previous = moment.time;
-    }
-    for (const auto& moment : moments) {
-        const HRESULT hr = WriteMetric(sink, moment.key, kTimestampInstance, ToUnixMilliseconds(moment.time));
-        if (FAILED(hr)) {
-            LogFailure(Logger(), hr, L"Failed to collect metric '%s'.", moment.key);
-            return hr;
+    for (size_t moment = kLogonResponse; moment < kMomentCount; ++moment) {
+        if (times_[moment] == 0) {
+            times_[moment] = times_[moment - 1];
         }
     }
-    return S_OK;
+    HRESULT hr = S_OK;
+    for (size_t moment = kLogon; moment < kMomentCount && SUCCEEDED(hr); ++moment) {
+        hr = Write(sink, kKeys[moment], L"lamina", ToUnixMilliseconds(times_[moment]));
+    }
+    return hr;
 }
 
 HRESULT CLaminaMetric::WriteManagerHost(IMetricSink* sink)
 {
-    if (RefreshManagerHost() != S_OK || managerHost_.empty()) {
-        Log(Logger(), LogLevel::Info, L"Not found the manager host in registry.");
-        return S_OK;
+    if (RefreshManagerHost() == S_OK && !managerHost_.empty()) {
+        return Write(sink, kManagerKey, kManagerKey, managerHost_.c_str());
     }
-    const HRESULT hr = WriteMetric(sink, kManagerKey, kManagerKey, managerHost_.c_str());
-    if (FAILED(hr)) {
-        LogFailure(Logger(), hr, L"Failed to collect metric 'lamina|mgr'.");
-    }
-    return hr;
+    Log(Logger(), LogLevel::Info, L"Not found the manager host in registry.");
+    return S_OK;
 }
 
 HRESULT CLaminaMetric::RefreshManagerHost()
@@ -186,16 +172,13 @@ HRESULT CLaminaMetric::WritePlinthInstances(IMetricSink* sink)
         Log(Logger(), LogLevel::Info, L"No plinth mounted.");
         return S_OK;
     }
-    HRESULT hr = WriteMetricFlag(sink, kPlinthsFlagKey);
+    HRESULT hr = WriteMetricFlag(sink, L"lamina|instances");
     if (FAILED(hr)) {
         LogFailure(Logger(), hr, L"Failed to write metric flag 'lamina|instances'.");
         return hr;
     }
     for (const PlinthInfo& plinth : plinths) {
-        hr = WriteMetric(sink, kPlinthsKey, plinth.id, plinth.path.c_str());
-        if (FAILED(hr)) {
-            LogFailure(Logger(), hr, L"Failed to collect metric 'lamina|instances|*'.");
-        }
+        hr = Write(sink, L"lamina|instances|*", plinth.id, plinth.path.c_str());
     }
     return hr;
 }

@@ -8,20 +8,13 @@ namespace orvel {
 
 namespace {
 
-DWORD QueryManager(HKEY key, DWORD& type, wchar_t* buffer, DWORD& bytes)
+/// ERROR_INVALID_DATA for a value that is no text, else the registry's code.
+DWORD QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
 {
-    return static_cast<DWORD>(
-        RegQueryValueExW(key, L"Manager1", nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes));
-}
-
-bool IsText(DWORD type)
-{
-    return type == REG_SZ || type == REG_EXPAND_SZ;
-}
-
-bool IsTerminated(const wchar_t* buffer, DWORD bytes, DWORD capacity)
-{
-    return bytes <= capacity && bytes % sizeof(wchar_t) == 0 && buffer[bytes / sizeof(wchar_t) - 1] == L'\0';
+    DWORD type = REG_NONE;
+    const LSTATUS error = RegQueryValueExW(key, L"Manager1", nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes);
+    const bool isRead = error == ERROR_SUCCESS || (error == ERROR_MORE_DATA && buffer == nullptr);
+    return static_cast<DWORD>(isRead && type != REG_SZ && type != REG_EXPAND_SZ ? ERROR_INVALID_DATA : error);
 }
 
 } // namespace
@@ -33,14 +26,10 @@ HRESULT ReadManagerValue(std::wstring& out)
     if (error != ERROR_SUCCESS) {
         return HresultFromWin32(error);
     }
-    DWORD type = REG_NONE;
     DWORD bytes = 0;
-    error = QueryManager(key.get(), type, nullptr, bytes);
+    error = QueryManager(key.get(), nullptr, bytes);
     if (error != ERROR_SUCCESS && error != ERROR_MORE_DATA) {
         return HresultFromWin32(error);
-    }
-    if (!IsText(type)) {
-        return HresultFromWin32(ERROR_INVALID_DATA);
     }
 
     // One character more than the registry is told of, so that whatever it leaves behind ends.
@@ -51,15 +40,12 @@ HRESULT ReadManagerValue(std::wstring& out)
     }
     const DWORD capacity = characters * sizeof(wchar_t);
     bytes = capacity;
-    error = QueryManager(key.get(), type, buffer.get(), bytes);
-    if (error == ERROR_SUCCESS) {
-        if (!IsText(type)) {
-            error = ERROR_INVALID_DATA;
-        } else if (bytes == 0) {
-            buffer[0] = L'\0';
-        } else if (!IsTerminated(buffer.get(), bytes, capacity)) {
-            error = ERROR_INVALID_DATA;
-        }
+    error = QueryManager(key.get(), buffer.get(), bytes);
+    if (error == ERROR_SUCCESS && bytes == 0) {
+        buffer[0] = L'\0';
+    } else if (error == ERROR_SUCCESS &&
+               (bytes > capacity || bytes % sizeof(wchar_t) != 0 || buffer[bytes / sizeof(wchar_t) - 1] != L'\0')) {
+        error = ERROR_INVALID_DATA;
     }
     out = buffer.get();
     return HresultFromWin32(error);

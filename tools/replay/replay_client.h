@@ -26,6 +26,7 @@ struct ReplayClient {
         Find(Calls, "ReplayCalls");
         Find(OpenHandles, "ReplayOpenHandles");
         Find(ClosesInsideCallback, "ReplayClosesInsideCallback");
+        Find(InvalidHandles, "ReplayInvalidHandles");
         Find(LastRefusal, "ReplayLastRefusal");
     }
 
@@ -42,6 +43,7 @@ struct ReplayClient {
     decltype(&ReplayCalls) Calls;
     decltype(&ReplayOpenHandles) OpenHandles;
     decltype(&ReplayClosesInsideCallback) ClosesInsideCallback;
+    decltype(&ReplayInvalidHandles) InvalidHandles;
     decltype(&ReplayLastRefusal) LastRefusal;
 
 private:

@@ -51,7 +51,7 @@ enum ReplayMode : DWORD {
                                   // there, 15029 to 15031 at the second)
 };
 
-/// Called after each delivered event with how many of how many are done; gives FALSE to stop.
+/// Called after each entry, event or action, with how many of how many are done; gives FALSE to stop.
 typedef BOOL(CALLBACK* ReplayProgress)(void* context, DWORD done, DWORD total);
 
 extern "C" {
@@ -67,11 +67,13 @@ DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageC
 DWORD WINAPI ReplayCount();
 
 /// Plays the whole future in order: each event is delivered to every subscription that it matches, each action is
-/// carried out when all earlier deliveries have ended. Returns when all is done. `progress` may be null.
+/// carried out when all earlier deliveries have ended. Returns when all is done, ERROR_CANCELLED (1223) when `progress`
+/// stopped it, or the code of an action that failed; see ReplayLastRefusal. `progress` may be null.
 DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context);
 
 /// Delivers one loaded event, `times` times, and returns when all deliveries have ended. May run on several threads at
-/// once; deliveries to one subscription are still one at a time.
+/// once; deliveries to one subscription are still one at a time. ERROR_INVALID_PARAMETER (87) when there is no such
+/// event; this and the others give ERROR_POSSIBLE_DEADLOCK (1131) from inside a callback.
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times);
 
 /// Calls every subscription with action 0 and a Win32 code, as the platform reports missing records.
@@ -93,8 +95,12 @@ DWORD WINAPI ReplayCalls(ReplayFunction function);
 DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind);
 DWORD WINAPI ReplayClosesInsideCallback();
 
+/// Calls made so far with a handle that was not open: closed before, never given out, of another kind, an event's after
+/// its callback, or an event's that was to be closed. They failed with 6.
+DWORD WINAPI ReplayInvalidHandles();
+
 /// Why the last EvtSubscribe of any thread was refused, for people: the place in the query where it stopped, or the
-/// channel. Empty after a success.
+/// channel; empty after a success. After a ReplayPlay that failed: the entry whose action failed.
 void WINAPI ReplayLastRefusal(wchar_t* message, DWORD messageCharacters);
 
 } // extern "C"

@@ -1,0 +1,105 @@
+#include "tools/replay/actions.h"
+
+#include "tools/replay/export_reader.h"
+
+#include <cwchar>
+#include <memory>
+
+namespace orvel::replay {
+
+namespace {
+
+struct FileDeleter {
+    void operator()(void* file) const noexcept { CloseHandle(file); }
+};
+
+std::wstring Text(const Node& node, std::wstring_view attribute)
+{
+    const std::wstring* value = node.Attribute(attribute);
+    return value != nullptr ? *value : std::wstring();
+}
+
+/// A path of the action, its environment variables replaced.
+std::wstring Path(const Node& node, std::wstring_view attribute)
+{
+    const std::wstring text = Text(node, attribute);
+    std::wstring path(ExpandEnvironmentStringsW(text.c_str(), nullptr, 0), L'\0');
+    path.resize(ExpandEnvironmentStringsW(text.c_str(), path.data(), static_cast<DWORD>(path.size())));
+    path.resize(wcslen(path.c_str())); // the count has the NUL in it
+    return path;
+}
+
+void CreateFoldersOf(const std::wstring& path)
+{
+    for (size_t end = path.find(L'\\', 3); end != std::wstring::npos; end = path.find(L'\\', end + 1)) {
+        CreateDirectoryW(path.substr(0, end).c_str(), nullptr);
+    }
+}
+
+DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
+{
+    const std::wstring path = Path(node, L"file");
+    CreateFoldersOf(path);
+    // Like the service that it plays, it lets others read, rename and delete the file meanwhile.
+    const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return GetLastError();
+    }
+    const std::unique_ptr<void, FileDeleter> owner(file);
+    const std::wstring text = WithCarriageReturns(node.text);
+    std::string bytes;
+    if (Text(node, L"encoding") == L"utf-8") {
+        const auto count = static_cast<int>(text.size());
+        const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
+        bytes.resize(static_cast<size_t>(size));
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), count, bytes.data(), size, nullptr, nullptr);
+    } else {
+        bytes.assign(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+    }
+    DWORD written = 0;
+    const auto size = static_cast<DWORD>(bytes.size());
+    if (!WriteFile(file, bytes.data(), size, &written, nullptr)) {
+        return GetLastError();
+    }
+    return written == size ? ERROR_SUCCESS : ERROR_DISK_FULL;
+}
+
+DWORD SetRegistryValue(const Node& node)
+{
+    const HKEY root = Text(node, L"root") == L"HKLM" ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+    const DWORD type = Text(node, L"type") == L"REG_EXPAND_SZ" ? REG_EXPAND_SZ : REG_SZ;
+    const auto size = static_cast<DWORD>((node.text.size() + 1) * sizeof(wchar_t));
+    return static_cast<DWORD>(
+        RegSetKeyValueW(root, Text(node, L"key").c_str(), Text(node, L"name").c_str(), type, node.text.c_str(), size));
+}
+
+DWORD ErrorUnless(BOOL succeeded)
+{
+    return succeeded ? ERROR_SUCCESS : GetLastError();
+}
+
+} // namespace
+
+DWORD CarryOut(const Action& action)
+{
+    const Node& node = action.node;
+    switch (action.kind) {
+    case Action::Append:
+        return WriteText(node, FILE_APPEND_DATA, OPEN_ALWAYS);
+    case Action::Write:
+        return WriteText(node, GENERIC_WRITE, CREATE_ALWAYS);
+    case Action::Rename:
+        return ErrorUnless(
+            MoveFileExW(Path(node, L"from").c_str(), Path(node, L"to").c_str(), MOVEFILE_REPLACE_EXISTING));
+    case Action::Delete:
+        return ErrorUnless(DeleteFileW(Path(node, L"file").c_str()));
+    case Action::Registry:
+        return SetRegistryValue(node);
+    default:
+        Sleep(std::wcstoul(Text(node, L"milliseconds").c_str(), nullptr, 10));
+        return ERROR_SUCCESS;
+    }
+}
+
+} // namespace orvel::replay

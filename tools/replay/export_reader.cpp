@@ -1,0 +1,242 @@
+#include "tools/replay/export_reader.h"
+
+#include <algorithm>
+#include <cwctype>
+#include <initializer_list>
+
+namespace orvel::replay {
+
+namespace {
+
+constexpr wchar_t kHowToExport[] = L"; export with: wevtutil qe LOG /f:RenderedXml /e:Events";
+
+struct ActionForm {
+    std::wstring_view name;
+    Action::Kind kind;
+    std::initializer_list<std::wstring_view> required;
+    std::initializer_list<std::wstring_view> optional;
+};
+
+const ActionForm kActions[] = {
+    {L"replay:append", Action::Append, {L"file"}, {L"encoding"}},
+    {L"replay:write", Action::Write, {L"file"}, {L"encoding"}},
+    {L"replay:rename", Action::Rename, {L"from", L"to"}, {}},
+    {L"replay:delete", Action::Delete, {L"file"}, {}},
+    {L"replay:registry", Action::Registry, {L"root", L"key", L"name"}, {L"type"}},
+    {L"replay:wait", Action::Wait, {L"milliseconds"}, {}},
+};
+
+/// Attributes whose values are a choice.
+struct AttributeValues {
+    std::wstring_view attribute;
+    std::initializer_list<std::wstring_view> values;
+};
+
+const AttributeValues kChoices[] = {
+    {L"encoding", {L"utf-16le", L"utf-8"}},
+    {L"root", {L"HKLM", L"HKCU"}},
+    {L"type", {L"REG_SZ", L"REG_EXPAND_SZ"}},
+};
+
+template <typename Range>
+bool Contains(const Range& range, std::wstring_view value)
+{
+    return std::find(range.begin(), range.end(), value) != range.end();
+}
+
+[[noreturn]] void Refuse(const Node& node, std::wstring reason)
+{
+    throw TextError{node.line, node.column, std::move(reason)};
+}
+
+Action MakeAction(Node&& node)
+{
+    const auto* const form = std::find_if(std::begin(kActions), std::end(kActions),
+                                          [&](const ActionForm& action) { return action.name == node.name; });
+    if (form == std::end(kActions)) {
+        Refuse(node, L"<" + node.name + L"> is no replay action");
+    }
+    for (const auto& required : form->required) {
+        if (node.Attribute(required) == nullptr) {
+            Refuse(node, L"<" + node.name + L"> lacks the attribute '" + std::wstring(required) + L"'");
+        }
+    }
+    for (const auto& [name, value] : node.attributes) {
+        if (!Contains(form->required, name) && !Contains(form->optional, name)) {
+            Refuse(node, L"<" + node.name + L"> has no attribute '" + name + L"'");
+        }
+        for (const auto& choice : kChoices) {
+            if (choice.attribute == name && !Contains(choice.values, value)) {
+                Refuse(node, name + L"='" + value + L"' is not possible");
+            }
+        }
+        const bool isDuration =
+            value.size() <= 6 && !value.empty() &&
+            std::all_of(value.begin(), value.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; });
+        if (name == L"milliseconds" && !isDuration) {
+            Refuse(node, L"milliseconds='" + value + L"' is not a number of up to six digits");
+        }
+    }
+    return {form->kind, std::move(node)};
+}
+
+Event MakeEvent(Node&& node)
+{
+    Event event;
+    const Node* system = node.Child(L"System");
+    const Node* channel = system != nullptr ? system->Child(L"Channel") : nullptr;
+    if (channel == nullptr || channel->text.empty()) {
+        Refuse(node, std::wstring(L"the event has no System/Channel") + kHowToExport);
+    }
+    event.channel = channel->text;
+    const Node* provider = system->Child(L"Provider");
+    const std::wstring* name = provider != nullptr ? provider->Attribute(L"Name") : nullptr;
+    event.publisher = name != nullptr ? *name : std::wstring();
+
+    // The rendering is the tool's, not part of the event that a query or a render context sees.
+    for (const auto& child : node.children) {
+        const Node* message = child.name == L"RenderingInfo" ? child.Child(L"Message") : nullptr;
+        if (message != nullptr) {
+            event.message = WithCarriageReturns(message->text);
+        }
+    }
+    std::erase_if(node.children, [](const Node& child) { return child.name == L"RenderingInfo"; });
+
+    constexpr std::pair<std::wstring_view, unsigned> kErrors[] = {{L"15027", 15027}, {L"15028", 15028},
+                                                                  {L"15029", 15029}, {L"15030", 15030},
+                                                                  {L"15031", 15031}, {L"15033", 15033}};
+    if (const std::wstring* text = node.Attribute(L"replay:error")) {
+        const auto* const error = std::find_if(std::begin(kErrors), std::end(kErrors),
+                                               [&](const auto& known) { return known.first == *text; });
+        if (error == std::end(kErrors)) {
+            Refuse(node, L"replay:error='" + *text + L"' is not possible: 15027 to 15031 and 15033 are");
+        }
+        event.messageError = error->second;
+    }
+    std::erase_if(node.attributes, [](const auto& attribute) { return attribute.first == L"replay:error"; });
+    event.xml = std::move(node);
+    return event;
+}
+
+/// Line and column behind what was decoded so far.
+[[noreturn]] void RefuseBytes(std::wstring_view decoded)
+{
+    const size_t lineStart = decoded.rfind(L'\n') + 1; // npos + 1 is 0
+    throw TextError{static_cast<size_t>(std::count(decoded.begin(), decoded.end(), L'\n')) + 1,
+                    decoded.size() - lineStart + 1,
+                    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save the tool's output unchanged"};
+}
+
+void AppendCodePoint(std::wstring& text, char32_t point)
+{
+    if constexpr (sizeof(wchar_t) == 2) {
+        if (point >= 0x10000) {
+            text += static_cast<wchar_t>(0xD7C0 + (point >> 10));
+            point = 0xDC00 + (point & 0x3FF);
+        }
+    }
+    text += static_cast<wchar_t>(point);
+}
+
+std::wstring DecodeUtf8(std::string_view bytes)
+{
+    std::wstring text;
+    text.reserve(bytes.size());
+    for (size_t i = 0; i < bytes.size();) {
+        const unsigned lead = static_cast<unsigned char>(bytes[i++]);
+        const unsigned trailing = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+        if ((lead >= 0x80 && lead < 0xC2) || lead > 0xF4 || bytes.size() - i < trailing) {
+            RefuseBytes(text);
+        }
+        char32_t point = trailing == 0 ? lead : lead & (0x3FU >> trailing);
+        for (unsigned j = 0; j < trailing; ++j) {
+            const unsigned next = static_cast<unsigned char>(bytes[i++]);
+            if ((next & 0xC0) != 0x80) {
+                RefuseBytes(text);
+            }
+            point = (point << 6) | (next & 0x3F);
+        }
+        const bool isOverlong = (trailing == 2 && point < 0x800) || (trailing == 3 && point < 0x10000);
+        if (isOverlong || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) {
+            RefuseBytes(text);
+        }
+        AppendCodePoint(text, point);
+    }
+    return text;
+}
+
+std::wstring DecodeUtf16(std::string_view bytes)
+{
+    std::wstring text;
+    text.reserve(bytes.size() / 2);
+    if (bytes.size() % 2 != 0) {
+        RefuseBytes(text);
+    }
+    for (size_t i = 0; i < bytes.size(); i += 2) {
+        text += static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]) |
+                                     (static_cast<unsigned char>(bytes[i + 1]) << 8));
+    }
+    return text; // the XML parser judges the surrogates
+}
+
+} // namespace
+
+const Node* Node::Child(std::wstring_view childName) const
+{
+    const auto child =
+        std::find_if(children.begin(), children.end(), [&](const Node& node) { return node.name == childName; });
+    return child != children.end() ? &*child : nullptr;
+}
+
+const std::wstring* Node::Attribute(std::wstring_view attributeName) const
+{
+    const auto found = std::find_if(attributes.begin(), attributes.end(),
+                                    [&](const auto& attribute) { return attribute.first == attributeName; });
+    return found != attributes.end() ? &found->second : nullptr;
+}
+
+bool EqualNames(std::wstring_view a, std::wstring_view b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+        return std::towlower(static_cast<std::wint_t>(x)) == std::towlower(static_cast<std::wint_t>(y));
+    });
+}
+
+std::wstring DecodeText(std::string_view bytes)
+{
+    if (bytes.starts_with("\xFF\xFE")) {
+        return DecodeUtf16(bytes.substr(2));
+    }
+    return DecodeUtf8(bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes);
+}
+
+std::vector<Entry> MakeEntries(Node&& root)
+{
+    std::vector<Entry> entries;
+    entries.reserve(root.children.size());
+    for (auto& child : root.children) {
+        if (child.name == L"Event") {
+            entries.emplace_back(MakeEvent(std::move(child)));
+        } else if (child.name.starts_with(kReplayPrefix)) {
+            entries.emplace_back(MakeAction(std::move(child)));
+        } else {
+            Refuse(child, L"<" + child.name + L"> is not an event" + kHowToExport);
+        }
+    }
+    return entries;
+}
+
+std::wstring WithCarriageReturns(std::wstring_view text)
+{
+    std::wstring result;
+    result.reserve(text.size());
+    for (const wchar_t c : text) {
+        if (c == L'\n' && (result.empty() || result.back() != L'\r')) {
+            result += L'\r';
+        }
+        result += c;
+    }
+    return result;
+}
+
+} // namespace orvel::replay

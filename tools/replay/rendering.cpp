@@ -1,0 +1,110 @@
+#include "tools/replay/rendering.h"
+
+#include "tools/replay/event_time.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+namespace orvel::replay {
+
+namespace {
+
+/// EVT_SYSTEM_PROPERTY_ID page. Everything else is a text, also the identifiers (Guid, UserID), which would be binary.
+EVT_VARIANT_TYPE TypeOf(std::wstring_view path)
+{
+    constexpr std::pair<std::wstring_view, EVT_VARIANT_TYPE> kTypes[] = {
+        {L"EventID", EvtVarTypeUInt16},
+        {L"EventID/@Qualifiers", EvtVarTypeUInt16},
+        {L"Version", EvtVarTypeByte},
+        {L"Level", EvtVarTypeByte},
+        {L"Task", EvtVarTypeUInt16},
+        {L"Opcode", EvtVarTypeByte},
+        {L"Keywords", EvtVarTypeHexInt64},
+        {L"TimeCreated/@SystemTime", EvtVarTypeFileTime},
+        {L"EventRecordID", EvtVarTypeUInt64},
+        {L"Execution/@ProcessID", EvtVarTypeUInt32},
+        {L"Execution/@ThreadID", EvtVarTypeUInt32},
+    };
+    for (const std::wstring_view prefix : {L"Event/System/", L"*/System/"}) {
+        for (const auto& [name, type] : kTypes) {
+            if (path.starts_with(prefix) && path.substr(prefix.size()) == name) {
+                return type;
+            }
+        }
+    }
+    return EvtVarTypeString;
+}
+
+uint64_t LargestOf(EVT_VARIANT_TYPE type)
+{
+    switch (type) {
+    case EvtVarTypeByte:
+        return 0xFF;
+    case EvtVarTypeUInt16:
+        return 0xFFFF;
+    case EvtVarTypeUInt32:
+        return 0xFFFFFFFF;
+    default:
+        return ~uint64_t{0};
+    }
+}
+
+EVT_VARIANT MakeNumber(EVT_VARIANT_TYPE type, std::wstring_view text)
+{
+    EVT_VARIANT variant{};
+    if (type == EvtVarTypeFileTime) {
+        const auto time = ParseEventTime(text);
+        variant.Type = time ? EvtVarTypeFileTime : EvtVarTypeNull;
+        variant.FileTimeVal = time.value_or(0);
+        return variant;
+    }
+    const auto number = ParseWholeNumber(text);
+    if (number && !number->isNegative && number->magnitude <= LargestOf(type)) {
+        variant.Type = static_cast<DWORD>(type);
+        variant.UInt64Val = number->magnitude; // little-endian: the narrower members share its low bytes
+    }
+    return variant;
+}
+
+} // namespace
+
+ValuePath::ValuePath(std::wstring_view path) : query(Query::ParseValuePath(path)), type(TypeOf(query.PlainPath())) {}
+
+size_t RenderValues(const RenderContext& context, const Event& event, void* buffer, size_t size)
+{
+    size_t needed = context.size() * sizeof(EVT_VARIANT);
+    for (const ValuePath& path : context) {
+        std::wstring_view text;
+        if (path.type == EvtVarTypeString && path.query.FirstValue(event.xml, text)) {
+            needed += (text.size() + 1) * sizeof(wchar_t);
+        }
+    }
+    if (size < needed) {
+        return needed;
+    }
+    auto* variants = static_cast<EVT_VARIANT*>(buffer);
+    auto* texts = reinterpret_cast<wchar_t*>(variants + context.size());
+    for (size_t i = 0; i < context.size(); ++i) {
+        EVT_VARIANT variant{};
+        std::wstring_view text;
+        const bool isPresent = context[i].query.FirstValue(event.xml, text);
+        if (isPresent && context[i].type == EvtVarTypeString) {
+            variant.Type = EvtVarTypeString;
+            variant.StringVal = texts;
+            texts = std::copy(text.begin(), text.end(), texts);
+            *texts++ = L'\0';
+        } else if (isPresent) {
+            variant = MakeNumber(context[i].type, text);
+        }
+        std::memcpy(variants + i, &variant, sizeof(variant)); // a caller's buffer may stand anywhere
+    }
+    return needed;
+}
+
+std::span<EVT_VARIANT> RenderedValues(const RenderContext& context, void* buffer)
+{
+    return {static_cast<EVT_VARIANT*>(buffer), context.size()};
+}
+
+} // namespace orvel::replay

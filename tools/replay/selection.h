@@ -1,0 +1,33 @@
+#pragma once
+
+#include "tools/replay/query.h"
+
+namespace orvel::replay {
+
+/// Which events a subscription wants: a channel and a query, or a structured query. Immutable once made; may be used
+/// from any thread.
+class Selection {
+public:
+    /// EvtSubscribe page: a null or empty query and "*" select the channel's every event.
+    static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
+
+    /// Of a <QueryList> (Query Schema page): each Query selects what one of its Selects matches and none of its
+    /// Suppresses; it has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose
+    /// position counts within the text of the element that the reason names.
+    static Selection OfQueryList(const Node& queryList);
+
+    bool Matches(const Event& event) const;
+
+    /// The channels that it names.
+    std::vector<std::wstring> Channels() const;
+
+private:
+    struct Selector {
+        bool isSuppress;
+        std::wstring channel;
+        Query query;
+    };
+    std::vector<std::vector<Selector>> queries_;
+};
+
+} // namespace orvel::replay

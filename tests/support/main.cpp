@@ -1,0 +1,13 @@
+#include <objbase.h>
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    const int result = RUN_ALL_TESTS();
+    CoUninitialize();
+    return result;
+}

@@ -1,7 +1,8 @@
 #!/bin/sh
 # Runs a Windows program under Wine in the project's own prefix, which is made on first use.
 #   cmake/wine.sh PROGRAM.exe [ARGUMENT...]     cmake/wine.sh --start     cmake/wine.sh --stop
-# WINEPREFIX chooses another prefix; it must be an absolute path.
+# --start makes the prefix ready and leaves Wine's server running, which is done by itself before a program, too; --stop
+# ends the server. WINEPREFIX chooses another prefix; it must be an absolute path.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
@@ -11,26 +12,31 @@ export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=;winedbg.exe=d;wevta
 export LC_ALL=C.UTF-8
 command -v wine >/dev/null || { echo "wine is not installed; run ./cmake/setup.sh" >&2; exit 1; }
 
-# Wine's background processes inherit the caller's pipes and would keep them open for ever: nothing of the caller's
-# is handed to them, and the persistent server is started before the first program.
-start_server() {
+# Wine's background processes inherit what the program that starts them holds, and would keep the caller's pipes open
+# for ever. So they are started here, with nothing of the caller's, before any program.
+start_server() (
     mkdir -p "$WINEPREFIX"
-    (
-        exec 9>"$WINEPREFIX/.lock"
-        flock 9
-        [ -e "$WINEPREFIX/.ready" ] && [ "${1:-}" != again ] && exit 0
-        exec >/dev/null 2>&1 </dev/null
-        wineserver -p 9>&- || true
-        wine wineboot 9>&-
-        touch "$WINEPREFIX/.ready"
-    )
-}
+    exec 9>"$WINEPREFIX/.lock"
+    flock 9
+    # The persistent server says by its code whether it is new (0) or was running already (2).
+    exec >/dev/null 2>&1 </dev/null
+    if wineserver -p 9>&- || [ ! -e "$WINEPREFIX/.ready" ]; then
+        # A prefix that was left half made is made anew; Wine itself would take it for finished.
+        [ -e "$WINEPREFIX/.ready" ] || rm -f "$WINEPREFIX/.update-timestamp"
+        wine wineboot 9>&- && touch "$WINEPREFIX/.ready"
+    fi
+)
 
 case "${1:-}" in
---start) start_server again ;;
---stop) wineserver -k >/dev/null 2>&1 || true ;;
+--start)
+    start_server || { echo "Wine cannot make its prefix in $WINEPREFIX; 'wine wineboot' there shows why" >&2; exit 1; }
+    ;;
+--stop)
+    wineserver -k >/dev/null 2>&1 || exit 0
+    timeout 60 wineserver -w || true
+    ;;
 *)
-    [ -e "$WINEPREFIX/.ready" ] || start_server
+    start_server || { echo "Wine cannot make its prefix in $WINEPREFIX" >&2; exit 1; }
     exec wine "$@"
     ;;
 esac

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <OrvelAgent.h>
 #include <windows.h>
+#include <OrvelAgent.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <deque>
 #include <functional>
-#include <gtest/gtest.h>
 #include <mutex>
 #include <string>
 #include <vector>

@@ -1,7 +1,6 @@
-#include <objbase.h>
 #include <windows.h>
-
 #include <gtest/gtest.h>
+#include <objbase.h>
 
 int main(int argc, char** argv)
 {

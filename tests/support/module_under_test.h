@@ -3,9 +3,9 @@
 #include "tests/support/host_fakes.h"
 #include "tools/replay/replay_client.h"
 
+#include <windows.h>
 #include <OrvelAgent.h>
 #include <msxml2.h>
-#include <windows.h>
 #include <winevt.h>
 #include <wrl/client.h>
 

@@ -1,0 +1,39 @@
+#!/bin/sh
+# Installs the Debian packages that building and testing need, those that are missing.
+set -eu
+packages="cmake ninja-build g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libwine-dev wine64-tools wine wine64
+googletest libcli11-dev clang-format clang-tidy"
+
+missing=
+for package in $packages; do
+    status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$status" = installed ] || missing="$missing $package"
+done
+[ -n "$missing" ] || exit 0
+
+if [ "$(id -u)" -eq 0 ]; then
+    as_root=
+elif command -v sudo >/dev/null; then
+    as_root=sudo
+else
+    echo "These packages are missing and only root can install them:$missing" >&2
+    echo "Run this as root, or install sudo." >&2
+    exit 1
+fi
+
+echo "Installing$missing"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+# Nobody answers questions here, and nothing that apt starts may hold on to the caller's input.
+apt_get() {
+    $as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null >>"$log" 2>&1
+}
+# The lists of packages are fetched only when those at hand do not serve.
+# shellcheck disable=SC2086
+if ! apt_get install -y --no-install-recommends $missing; then
+    if ! { apt_get update && apt_get install -y --no-install-recommends $missing; }; then
+        cat "$log" >&2
+        echo "apt-get could not install$missing" >&2
+        exit 1
+    fi
+fi

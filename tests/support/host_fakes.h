@@ -9,10 +9,13 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
+using Lines = std::vector<std::wstring>;
+
 /// A host object on the stack of its test. It counts references instead of ending with the last one, and fails the test
-/// when one is left at its end. Any thread may call it.
+/// when one is left at its end. It keeps what it is told as lines. Any thread may call it.
 template <typename Interface>
 class HostFake : public Interface {
 public:
@@ -23,23 +26,17 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
     {
-        const bool known =
-            IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, __uuidof(Interface));
+        const bool known = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, __uuidof(Interface));
         *out = known ? static_cast<Interface*>(this) : nullptr;
         return known ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override
-    {
-        ++taken;
-        return static_cast<ULONG>(++references);
-    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++taken, static_cast<ULONG>(++references); }
     ULONG STDMETHODCALLTYPE Release() override
     {
-        const long left = --references;
         if (onRelease) {
             onRelease();
         }
-        return static_cast<ULONG>(left);
+        return static_cast<ULONG>(--references);
     }
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
@@ -49,72 +46,74 @@ public:
         return E_NOTIMPL;
     }
 
-    std::atomic<long> references = 0;
-    std::atomic<long> taken = 0; // references ever taken
-    std::function<void()> onRelease;
-};
-
-/// Lines received on any thread, in order.
-class Record {
-public:
-    void Add(std::wstring line)
-    {
-        const std::lock_guard guard(lock_);
-        lines_.push_back(std::move(line));
-    }
-    /// Gives the lines received so far and forgets them.
-    std::vector<std::wstring> Take()
+    /// Gives the lines kept so far and forgets them.
+    Lines Take()
     {
         const std::lock_guard guard(lock_);
         return std::exchange(lines_, {});
     }
 
+    std::atomic<long> references = 0;
+    std::atomic<long> taken = 0; // references ever taken
+    std::function<void()> onRelease;
+    std::function<void()> onNextLine; // called once, on the thread that brings the line
+
+protected:
+    void Keep(const std::wstring& line)
+    {
+        std::function<void()> call;
+        {
+            const std::lock_guard guard(lock_);
+            lines_.push_back(line);
+            call = std::exchange(onNextLine, nullptr);
+        }
+        if (call) {
+            call();
+        }
+    }
+    static HRESULT Unexpected()
+    {
+        ADD_FAILURE() << "a slot was called that the module has no business with";
+        return E_NOTIMPL;
+    }
+
 private:
     std::mutex lock_;
-    std::vector<std::wstring> lines_;
+    Lines lines_;
 };
 
-/// Records each line as "E text", "W text" or "I text".
+class HostObject : public HostFake<IAgentHost> {};
+
+/// Keeps each line as "E text", "W text" or "I text". Its results are failures, for which the module must not care.
 class RecordingLogger : public HostFake<IAgentLogger> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* mask) override
     {
         EXPECT_STREQ(category, L"eventlog");
-        EXPECT_EQ(*mask, 0) << "the mask must be zeroed before it is asked for";
+        EXPECT_EQ(*mask, 0);
         ++asked;
         *mask = levels;
-        return E_FAIL; // the caller must not care
+        return E_FAIL;
     }
-    HRESULT STDMETHODCALLTYPE LogError(BSTR category, BSTR text) override { return Add(L"E ", category, text); }
-    HRESULT STDMETHODCALLTYPE LogWarning(BSTR category, BSTR text) override { return Add(L"W ", category, text); }
-    HRESULT STDMETHODCALLTYPE LogInfo(BSTR category, BSTR text) override { return Add(L"I ", category, text); }
+    HRESULT STDMETHODCALLTYPE LogError(BSTR category, BSTR text) override { return KeepLine(L"E ", category, text); }
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR category, BSTR text) override { return KeepLine(L"W ", category, text); }
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR category, BSTR text) override { return KeepLine(L"I ", category, text); }
 
     std::atomic<LONG> levels = 7;
     std::atomic<int> asked = 0;
-    Record lines;
-    std::function<void(const std::wstring& line)> onLine; // called with each line, on the logging thread
 
 private:
-    HRESULT Add(const wchar_t* level, BSTR category, BSTR text)
+    HRESULT KeepLine(const wchar_t* level, BSTR category, BSTR text)
     {
         EXPECT_STREQ(category, L"eventlog");
-        const std::wstring line = level + std::wstring(text, SysStringLen(text));
-        lines.Add(line);
-        if (onLine) {
-            onLine(line);
-        }
-        return E_FAIL; // the caller must not care
-    }
-    static HRESULT Unexpected()
-    {
-        ADD_FAILURE() << "a slot was called that this module has no business with";
-        return E_NOTIMPL;
+        Keep(level + std::wstring(text, SysStringLen(text)));
+        return E_FAIL;
     }
 };
 
-/// Records each value as "key [instance] = text", numbers as "#123", refused ones too; gives the scripted results in
-/// turn and S_OK after the last.
+/// Keeps each value as "key [instance] = text", numbers as "#123", refused ones too. Gives the scripted results in turn
+/// and S_OK after the last.
 class RecordingSink : public HostFake<IMetricSink> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }
@@ -122,39 +121,17 @@ public:
     HRESULT STDMETHODCALLTYPE Reserved9() override { return Unexpected(); }
     HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override
     {
-        std::wstring text;
-        if (value.vt == VT_BSTR) {
-            text.assign(value.bstrVal, SysStringLen(value.bstrVal));
-        } else {
-            EXPECT_EQ(value.vt, VT_UI8);
-            text = L"#" + std::to_wstring(value.ullVal);
+        EXPECT_TRUE(value.vt == VT_BSTR || value.vt == VT_UI8) << value.vt;
+        const std::wstring text = value.vt == VT_BSTR ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal))
+                                                      : L"#" + std::to_wstring(value.ullVal);
+        Keep(std::wstring(key) + L" [" + (instance != nullptr ? instance : L"(null)") + L"] = " + text);
+        HRESULT hr = S_OK;
+        if (!results.empty()) {
+            hr = results.front();
+            results.pop_front();
         }
-        const std::wstring line =
-            std::wstring(key) + L" [" + (instance != nullptr ? instance : L"(null)") + L"] = " + text;
-        values.Add(line);
-        if (onValue) {
-            onValue(line);
-        }
-        const std::lock_guard guard(lock_);
-        if (results.empty()) {
-            return S_OK;
-        }
-        const HRESULT hr = results.front();
-        results.pop_front();
         return hr;
     }
 
-    Record values;
-    std::deque<HRESULT> results; // set while nothing is collecting
-    std::function<void(const std::wstring& line)> onValue;
-
-private:
-    static HRESULT Unexpected()
-    {
-        ADD_FAILURE() << "a slot was called that this module has no business with";
-        return E_NOTIMPL;
-    }
-    std::mutex lock_;
+    std::deque<HRESULT> results; // one collection at a time uses them
 };
-
-class HostObject : public HostFake<IAgentHost> {};

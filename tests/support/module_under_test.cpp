@@ -1,6 +1,5 @@
 #include "tests/support/module_under_test.h"
 
-#include <array>
 #include <stdexcept>
 
 namespace {
@@ -8,13 +7,10 @@ namespace {
 // The tests' folder stands beside bin/, which holds what is shipped.
 std::wstring BuiltFile(const wchar_t* name)
 {
-    std::array<wchar_t, 1024> path{};
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    std::wstring folder(path.data());
-    for (int level = 0; level < 2; ++level) {
-        folder.resize(folder.find_last_of(L"\\/"));
-    }
-    return folder + L"\\bin\\" + name;
+    std::wstring path(1024, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    path.resize(path.find_last_of(L'\\'));
+    return path + L"\\..\\bin\\" + name;
 }
 
 } // namespace
@@ -25,56 +21,46 @@ ReplayClient& Replay()
     return client;
 }
 
-void LoadEvents(const std::wstring& xml)
+void LoadEvents(const std::wstring& events)
 {
-    std::array<wchar_t, 512> message{};
-    const DWORD error = Replay().LoadText((L"<Events>" + xml + L"</Events>").c_str(), message.data(),
-                                          static_cast<DWORD>(message.size()));
-    ASSERT_EQ(error, DWORD{ERROR_SUCCESS}) << testing::PrintToString(std::wstring(message.data()));
+    wchar_t message[512] = L"";
+    EXPECT_EQ(Replay().LoadText((L"<Events>" + events + L"</Events>").c_str(), message, 512), 0U) << message;
 }
 
-std::wstring CrashEvent(const std::wstring& message, const std::wstring& time)
+std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar_t* publisher, int id)
 {
-    return L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
-           L"<Provider Name='Application Error'/><EventID>1000</EventID><TimeCreated SystemTime='" +
-           time +
-           L"'/><Channel>Application</Channel><Computer>DESK</Computer></System><EventData><Data>a.exe</Data>"
-           L"</EventData><RenderingInfo Culture='en-US'><Message>" +
-           message + L"</Message></RenderingInfo></Event>";
+    return std::wstring(L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
+                        L"<Provider Name='") +
+           publisher + L"'/><EventID>" + std::to_wstring(id) + L"</EventID><TimeCreated SystemTime='" + time +
+           L"'/><Channel>Application</Channel></System><RenderingInfo Culture='en-US'><Message>" + message +
+           L"</Message></RenderingInfo></Event>";
 }
 
-ComPtr<IXMLDOMElement> ParseElement(const wchar_t* xml)
+ComPtr<IXMLDOMElement> Configuration(const wchar_t* xml)
 {
     ComPtr<IXMLDOMDocument> document;
     ComPtr<IXMLDOMElement> element;
+    CLSID classId{};
     VARIANT_BOOL parsed = VARIANT_FALSE;
-    if (SUCCEEDED(CoCreateInstance(CLSID_DOMDocument, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument,
-                                   reinterpret_cast<void**>(document.GetAddressOf()))) &&
-        SUCCEEDED(document->loadXML(Bstr(xml), &parsed)) && parsed != VARIANT_FALSE) {
-        document->get_documentElement(element.GetAddressOf());
-    }
-    if (!element) {
+    if (FAILED(CLSIDFromProgID(L"Msxml2.DOMDocument", &classId)) ||
+        FAILED(CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument,
+                                reinterpret_cast<void**>(document.GetAddressOf()))) ||
+        document->loadXML(_bstr_t(xml), &parsed) != S_OK ||
+        document->get_documentElement(element.GetAddressOf()) != S_OK) {
         throw std::runtime_error("the configuration cannot be parsed");
     }
     return element;
 }
 
-ComPtr<IXMLDOMElement> EveryEvent()
-{
-    return ParseElement(L"<metric><channel>Application</channel><query>*</query></metric>");
-}
-
 std::wstring ExpectedSuffix(HRESULT code)
 {
     constexpr DWORD kUserDefaultLanguage = 0x400;
-    std::array<wchar_t, 1024> text{};
-    std::array<wchar_t, 1200> suffix{};
-    const DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, static_cast<DWORD>(code),
-                       kUserDefaultLanguage, text.data(), static_cast<DWORD>(text.size()), nullptr);
-    _snwprintf(suffix.data(), suffix.size() - 1, length != 0 ? L"  Error code 0x%08lx -- " : L"  Error code 0x%08lx.",
-               code);
-    return std::wstring(suffix.data()) + text.data();
+    wchar_t text[512] = L"";
+    wchar_t suffix[600] = L"";
+    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, static_cast<DWORD>(code),
+                   kUserDefaultLanguage, text, 512, nullptr);
+    _snwprintf(suffix, 599, L"  Error code 0x%08lx%ls%ls", code, text[0] != 0 ? L" -- " : L".", text);
+    return suffix;
 }
 
 ModuleUnderTest::ModuleUnderTest()
@@ -88,13 +74,24 @@ ModuleUnderTest::ModuleUnderTest()
 
 ModuleUnderTest::~ModuleUnderTest()
 {
-    EXPECT_EQ(CanUnload(), S_OK) << "something still holds the module";
+    for (int attempt = 0; attempt < 200 && CanUnloadNow() != S_OK; ++attempt) {
+        Sleep(10); // for closings on other threads
+    }
+    EXPECT_EQ(CanUnloadNow(), S_OK) << "something still holds the module";
     FreeLibrary(handle_);
+}
+
+HRESULT ModuleUnderTest::CanUnloadNow() const
+{
+    using Function = decltype(DllCanUnloadNow);
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, "DllCanUnloadNow")))();
 }
 
 HRESULT ModuleUnderTest::GetClassObject(REFIID iid, void** out, REFCLSID classId) const
 {
-    return Export<decltype(DllGetClassObject)>("DllGetClassObject")(classId, iid, out);
+    using Function = decltype(DllGetClassObject);
+    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, "DllGetClassObject")))(classId,
+                                                                                                              iid, out);
 }
 
 ComPtr<IOrvelDataProvider> ModuleUnderTest::CreateProvider() const
@@ -107,16 +104,6 @@ ComPtr<IOrvelDataProvider> ModuleUnderTest::CreateProvider() const
         throw std::runtime_error("the provider cannot be created");
     }
     return provider;
-}
-
-HRESULT ModuleUnderTest::CanUnload() const
-{
-    HRESULT hr = S_FALSE;
-    for (int attempt = 0; attempt < 200 && hr != S_OK; ++attempt) {
-        Sleep(attempt == 0 ? 0 : 10);
-        hr = Export<decltype(DllCanUnloadNow)>("DllCanUnloadNow")();
-    }
-    return hr;
 }
 
 void** ImportPatch::FindSlot(HMODULE module, const char* name)
@@ -135,8 +122,7 @@ void** ImportPatch::FindSlot(HMODULE module, const char* name)
             }
         }
     }
-    ADD_FAILURE() << "the module imports no " << name;
-    return nullptr;
+    throw std::runtime_error(std::string("the module does not import ") + name);
 }
 
 void* ImportPatch::Exchange(void* function)

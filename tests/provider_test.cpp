@@ -1,0 +1,209 @@
+// The provider as its host sees it: through the class factory and the vtable.
+
+#include "tests/support/module_under_test.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace {
+
+class ProviderTest : public ModuleTest {};
+
+TEST_F(ProviderTest, OnlyItsOwnClassIsServed)
+{
+    void* out = &out;
+    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, &out, CLSID_NULL), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(module.GetClassObject(IID_IDispatch, &out), E_NOINTERFACE);
+}
+
+TEST_F(ProviderTest, EveryInterfaceIsTheSameOne)
+{
+    for (const IID* iid : {&__uuidof(IDataProvider), &__uuidof(IDataProviderEx), &IID_IDispatch}) {
+        ComPtr<IUnknown> same;
+        EXPECT_EQ(provider->QueryInterface(*iid, reinterpret_cast<void**>(same.GetAddressOf())), S_OK);
+        EXPECT_EQ(same.Get(), provider.Get());
+    }
+    void* out = &out;
+    EXPECT_EQ(provider->QueryInterface(IID_IClassFactory, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(ProviderTest, AsPartOfAnOuterObjectItCountsAndAnswersByThatObject)
+{
+    HostObject outer;
+    ComPtr<IClassFactory> factory;
+    ASSERT_EQ(module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())), S_OK);
+    void* refused = nullptr;
+    EXPECT_EQ(factory->CreateInstance(&outer, IID_IDispatch, &refused), CLASS_E_NOAGGREGATION);
+    ComPtr<IUnknown> part;
+    ASSERT_EQ(factory->CreateInstance(&outer, IID_IUnknown, reinterpret_cast<void**>(part.GetAddressOf())), S_OK);
+    EXPECT_EQ(outer.references, 0);
+    ComPtr<IOrvelDataProvider> inner;
+    ASSERT_EQ(part->QueryInterface(__uuidof(IOrvelDataProvider), reinterpret_cast<void**>(inner.GetAddressOf())), S_OK);
+    EXPECT_EQ(outer.references, 1);
+    ComPtr<IUnknown> whole;
+    ASSERT_EQ(inner->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(whole.GetAddressOf())), S_OK);
+    EXPECT_EQ(whole.Get(), &outer);
+    EXPECT_EQ(inner->UnsubscribeAll(), S_OK);
+}
+
+TEST_F(ProviderTest, NullArgumentsAndConfigurationsThatAreNoElementAreInvalidAndSilent)
+{
+    const _bstr_t name(kCrash);
+    EXPECT_EQ(provider->SubscribeMetric(nullptr, Configuration().Get()), E_INVALIDARG);
+    EXPECT_EQ(provider->SubscribeMetric(name, nullptr), E_INVALIDARG);
+    EXPECT_EQ(provider->SubscribeMetric(name, &host), E_INVALIDARG);
+    EXPECT_EQ(provider->UnsubscribeMetric(nullptr), E_INVALIDARG);
+    EXPECT_EQ(provider->QueryMetric(nullptr, 0, &sink), E_INVALIDARG);
+    EXPECT_EQ(provider->QueryMetricEx(nullptr, 0, &sink), E_INVALIDARG);
+    EXPECT_EQ(provider->SetHost(nullptr, &host), E_INVALIDARG);
+    EXPECT_EQ(provider->SetHost(&logger, nullptr), E_INVALIDARG);
+    EXPECT_EQ(logger.asked, 0);
+    EXPECT_EQ(provider->Reserved10() | provider->Reserved11() | provider->Reserved13() | provider->Reserved14() |
+                  provider->Reserved15() | provider->Reserved16(),
+              S_OK);
+}
+
+TEST_F(ProviderTest, NamesAreCreatedWithoutRegardToCaseAndFoundToTheLetter)
+{
+    constexpr wchar_t kCapitals[] = L"EVENTLOG|EVENTLOG_APPCRASH";
+    for (const wchar_t* unknown : {L"eventlog|eventlog_appcrash ", L"eventlog|eventlog", L""}) {
+        EXPECT_EQ(Subscribe(unknown), S_OK);
+    }
+    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 0U);
+    EXPECT_EQ(logger.Take(), Lines{});
+
+    EXPECT_EQ(Subscribe(kCapitals), S_OK);
+    EXPECT_EQ(Subscribe(kCapitals), S_OK);
+    EXPECT_EQ(Unsubscribe(), S_OK);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U) << "one subscription, still there";
+    EXPECT_EQ(Unsubscribe(kCapitals), S_OK);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
+    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 1U);
+    EXPECT_EQ(logger.Take(), (Lines{L"I created metric 'EVENTLOG|EVENTLOG_APPCRASH'.",
+                                    L"I Subscribed from metric 'EVENTLOG|EVENTLOG_APPCRASH'.",
+                                    L"I Unsubscribed from metric 'EVENTLOG|EVENTLOG_APPCRASH'."}));
+}
+
+TEST_F(ProviderTest, EveryLineAsksForItsLevelAndGoesOutOnlyWhenItIsWanted)
+{
+    const HRESULT absent = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+    const Lines all = {L"I created metric 'eventlog|eventlog_appcrash'.",
+                       L"E Property 'query' was not found in the configuration.",
+                       L"E Failed to subscribe metric 'eventlog|eventlog_appcrash'." + ExpectedSuffix(absent),
+                       L"I created metric 'eventlog|eventlog_appcrash'.",
+                       L"I Subscribed from metric 'eventlog|eventlog_appcrash'.",
+                       L"I No application crash available",
+                       L"I Metric 'Gr\u00F6\u00DFe|\u65E5\u672C' should be queried from internal metric.",
+                       L"I Unsubscribed from metric 'eventlog|eventlog_appcrash'.",
+                       L"I Unsubscribed all metrics."};
+    for (const LONG levels : {0, 1, 2, 4, 7, ~7}) {
+        logger.levels = levels;
+        logger.asked = 0;
+        const auto noQuery = Configuration(L"<metric><channel>Application</channel></metric>");
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), noQuery.Get()), absent);
+        EXPECT_EQ(Subscribe(), S_OK);
+        EXPECT_EQ(Collect(), S_OK);
+        EXPECT_EQ(provider->QueryMetricEx(_bstr_t(L"Gr\u00F6\u00DFe|\u65E5\u672C"), 0, &sink), S_OK);
+        EXPECT_EQ(Unsubscribe(), S_OK);
+        EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
+
+        Lines wanted;
+        std::copy_if(all.begin(), all.end(), std::back_inserter(wanted),
+                     [&](const std::wstring& line) { return (levels & (line[0] == L'E' ? 1 : 4)) != 0; });
+        EXPECT_EQ(logger.Take(), wanted) << "levels " << levels;
+        EXPECT_EQ(logger.asked, static_cast<int>(all.size())) << "levels " << levels;
+    }
+}
+
+TEST_F(ProviderTest, WithoutAHostEverythingWorksAndNothingIsLogged)
+{
+    provider = module.CreateProvider();
+    EXPECT_EQ(Subscribe(), S_OK);
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(L"Eventlog|eventlog_appcrash"), Configuration(L"<metric/>").Get()),
+              HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
+    EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
+    EXPECT_EQ(logger.asked, 0);
+}
+
+TEST_F(ProviderTest, ANewHostIsTakenBeforeTheOldOneIsReleasedAndMetricsKeepTheirs)
+{
+    ASSERT_EQ(Subscribe(), S_OK);
+    const long taken = logger.taken + host.taken;
+    EXPECT_EQ(provider->SetHost(&logger, &host), S_OK);
+    EXPECT_EQ(logger.taken + host.taken, taken) << "the same objects again";
+
+    RecordingLogger newLogger;
+    long newReferences = 0;
+    logger.onRelease = [&] { newReferences = newLogger.references; };
+    EXPECT_EQ(provider->SetHost(&newLogger, &host), S_OK);
+    logger.onRelease = nullptr;
+    EXPECT_EQ(newReferences, 1);
+
+    logger.Take();
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
+    EXPECT_EQ(logger.Take(), (Lines{L"I No application crash available"}));
+    EXPECT_EQ(newLogger.Take(), (Lines{L"I Unsubscribed all metrics."}));
+    provider.Reset();
+}
+
+// The element's 37th slot is selectSingleNode; its table is replaced by a copy that fails there.
+HRESULT domResult = S_OK;
+std::vector<std::wstring> domAsked;
+HRESULT STDMETHODCALLTYPE FailToSelect(IXMLDOMElement*, BSTR name, IXMLDOMNode** node)
+{
+    domAsked.emplace_back(name);
+    *node = nullptr;
+    return domResult;
+}
+
+TEST_F(ProviderTest, AFailingConfigurationIsToldWithTheSystemsTextWhereThereIsOne)
+{
+    constexpr size_t kSelectSingleNode = 37;
+    const auto element = Configuration();
+    auto*** object = reinterpret_cast<void***>(element.Get());
+    void** const table = *object;
+    std::array<void*, 64> copy{};
+    std::copy_n(table, copy.size(), copy.begin());
+    copy[kSelectSingleNode] = reinterpret_cast<void*>(&FailToSelect);
+    *object = copy.data();
+    for (const HRESULT code : {E_ACCESSDENIED, static_cast<HRESULT>(0x8ABC1234)}) {
+        domResult = code;
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), code);
+        EXPECT_EQ(logger.Take(),
+                  (Lines{L"I created metric 'eventlog|eventlog_appcrash'.",
+                         L"E Failed to retrieve property 'channel' from the configuration." + ExpectedSuffix(code),
+                         L"E Failed to subscribe metric 'eventlog|eventlog_appcrash'." + ExpectedSuffix(code)}));
+    }
+    *object = table;
+    EXPECT_EQ(domAsked, (Lines{L"channel", L"channel"})) << "without a channel the query is not read";
+    EXPECT_EQ(ExpectedSuffix(static_cast<HRESULT>(0x8ABC1234)), L"  Error code 0x8abc1234.");
+}
+
+TEST_F(ProviderTest, ASubscriptionThatTheEventLogRefusesIsASuccessThatSeesNoEvent)
+{
+    LoadEvents(Event(L"text"));
+    for (const wchar_t* refused :
+         {L"<metric><channel/><query/></metric>", L"<metric><channel>Nowhere</channel><query>*</query></metric>",
+          L"<metric><channel>Application</channel><query>*[</query></metric>"}) {
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(refused).Get()), S_OK);
+        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
+        Deliver(0);
+        logger.Take();
+        EXPECT_EQ(Collect(), S_OK);
+        EXPECT_EQ(Unsubscribe(), S_OK);
+        EXPECT_EQ(logger.Take(), (Lines{L"I No application crash available",
+                                        L"I Unsubscribed from metric 'eventlog|eventlog_appcrash'."}));
+    }
+    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 3U);
+    EXPECT_EQ(Replay().Calls(ReplayEvtClose), 0U);
+}
+
+} // namespace

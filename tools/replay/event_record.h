@@ -55,7 +55,7 @@ struct TextError {
     std::wstring reason;
 };
 
-/// Equality as the Event Log compares channel and publisher names: case-insensitive.
+/// Equality as the Event Log compares channel and publisher names: without regard to case, here of ASCII letters.
 bool EqualNames(std::wstring_view a, std::wstring_view b);
 
 } // namespace orvel::replay

@@ -1,78 +1,57 @@
 #include "tools/replay/event_time.h"
 
+#include <array>
+#include <chrono>
+
 namespace orvel::replay {
 
 namespace {
 
-constexpr unsigned kFirstYear = 1601;
-constexpr unsigned kLastYear = 30827; // SYSTEMTIME's
-
-/// Takes between `least` and `most` digits off the text's front.
-bool TakeNumber(std::wstring_view& text, size_t least, size_t most, unsigned& number)
+bool IsDigit(wchar_t c)
 {
-    size_t count = 0;
-    number = 0;
-    while (count < most && count < text.size() && text[count] >= L'0' && text[count] <= L'9') {
-        number = number * 10 + static_cast<unsigned>(text[count++] - L'0');
-    }
-    text.remove_prefix(count);
-    return count >= least;
-}
-
-bool Take(std::wstring_view& text, wchar_t character)
-{
-    const bool found = !text.empty() && text.front() == character;
-    text.remove_prefix(found ? 1 : 0);
-    return found;
-}
-
-bool IsLeapYear(unsigned year)
-{
-    return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return c >= L'0' && c <= L'9';
 }
 
 } // namespace
 
 std::optional<uint64_t> ParseEventTime(std::wstring_view text)
 {
-    constexpr unsigned kDaysBefore[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334, 365};
-    unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    if (!(TakeNumber(text, 4, 5, year) && Take(text, L'-') && TakeNumber(text, 2, 2, month) && Take(text, L'-') &&
-          TakeNumber(text, 2, 2, day) && Take(text, L'T') && TakeNumber(text, 2, 2, hour) && Take(text, L':') &&
-          TakeNumber(text, 2, 2, minute) && Take(text, L':') && TakeNumber(text, 2, 2, second))) {
+    constexpr std::wstring_view kPattern = L"0000-00-00T00:00:00"; // 0 stands for any digit
+    if (text.size() <= kPattern.size()) {
         return std::nullopt;
     }
-    if (year < kFirstYear || year > kLastYear || month < 1 || month > 12 || hour > 23 || minute > 59 || second > 59) {
-        return std::nullopt;
-    }
-    const unsigned leapDay = IsLeapYear(year) ? 1 : 0;
-    const unsigned daysInMonth = kDaysBefore[month] - kDaysBefore[month - 1] + (month == 2 ? leapDay : 0);
-    if (day < 1 || day > daysInMonth) {
-        return std::nullopt;
-    }
-
-    uint64_t fraction = 0;
-    if (Take(text, L'.')) {
-        uint64_t unit = 1'000'000;
-        unsigned digit = 0;
-        if (!TakeNumber(text, 1, 1, digit)) {
+    std::array<unsigned, 6> fields{};
+    size_t field = 0;
+    for (size_t i = 0; i < kPattern.size(); ++i) {
+        if (kPattern[i] == L'0' ? !IsDigit(text[i]) : text[i] != kPattern[i]) {
             return std::nullopt;
         }
-        do {
-            fraction += digit * unit;
-            unit /= 10;
-        } while (TakeNumber(text, 1, 1, digit));
+        if (IsDigit(text[i])) {
+            fields[field] = fields[field] * 10 + static_cast<unsigned>(text[i] - L'0');
+        } else {
+            ++field;
+        }
     }
-    if (!Take(text, L'Z') || !text.empty()) {
-        return std::nullopt;
+    text.remove_prefix(kPattern.size());
+
+    uint64_t fraction = 0;
+    if (text.front() == L'.') {
+        size_t digits = 1;
+        for (uint64_t unit = 1'000'000; digits < text.size() && IsDigit(text[digits]); ++digits, unit /= 10) {
+            fraction += unit * static_cast<unsigned>(text[digits] - L'0');
+        }
+        text.remove_prefix(digits > 1 ? digits : 0);
     }
 
-    const unsigned past = year - 1;
-    const uint64_t days = uint64_t{past} * 365 + past / 4 - past / 100 + past / 400 + kDaysBefore[month - 1] +
-                          (month > 2 ? leapDay : 0) + day - 1;
-    constexpr uint64_t kDaysTo1601 = 584'388;
-    return (((days - kDaysTo1601) * 24 + hour) * 60 + minute) * 60 * 10'000'000 + uint64_t{second} * 10'000'000 +
-           fraction;
+    const auto [year, month, day, hour, minute, second] = fields;
+    const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
+                                           std::chrono::day(day)};
+    constexpr std::chrono::sys_days kEpoch = std::chrono::year(1601) / 1 / 1;
+    if (text != L"Z" || !date.ok() || date < kEpoch || hour > 23 || minute > 59 || second > 59) {
+        return std::nullopt;
+    }
+    const auto days = static_cast<uint64_t>((std::chrono::sys_days{date} - kEpoch).count());
+    return (((days * 24 + hour) * 60 + minute) * 60 + second) * 10'000'000 + fraction;
 }
 
 } // namespace orvel::replay

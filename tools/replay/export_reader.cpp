@@ -1,5 +1,7 @@
 #include "tools/replay/export_reader.h"
 
+#include "tools/replay/query.h"
+
 #include <algorithm>
 #include <cwctype>
 #include <initializer_list>
@@ -70,9 +72,7 @@ Action MakeAction(Node&& node)
                 Refuse(node, name + L"='" + value + L"' is not possible");
             }
         }
-        const bool isDuration =
-            value.size() <= 6 && !value.empty() &&
-            std::all_of(value.begin(), value.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; });
+        const bool isDuration = value.size() <= 6 && ParseWholeNumber(value) && !value.starts_with(L"-");
         if (name == L"milliseconds" && !isDuration) {
             Refuse(node, L"milliseconds='" + value + L"' is not a number of up to six digits");
         }
@@ -102,81 +102,16 @@ Event MakeEvent(Node&& node)
     }
     std::erase_if(node.children, [](const Node& child) { return child.name == L"RenderingInfo"; });
 
-    constexpr std::pair<std::wstring_view, unsigned> kErrors[] = {{L"15027", 15027}, {L"15028", 15028},
-                                                                  {L"15029", 15029}, {L"15030", 15030},
-                                                                  {L"15031", 15031}, {L"15033", 15033}};
     if (const std::wstring* text = node.Attribute(L"replay:error")) {
-        const auto* const error = std::find_if(std::begin(kErrors), std::end(kErrors),
-                                               [&](const auto& known) { return known.first == *text; });
-        if (error == std::end(kErrors)) {
+        const uint64_t error = ParseWholeNumber(*text).value_or(WholeNumber{}).magnitude;
+        if (error < 15027 || error > 15033 || error == 15032) {
             Refuse(node, L"replay:error='" + *text + L"' is not possible: 15027 to 15031 and 15033 are");
         }
-        event.messageError = error->second;
+        event.messageError = static_cast<unsigned>(error);
     }
     std::erase_if(node.attributes, [](const auto& attribute) { return attribute.first == L"replay:error"; });
     event.xml = std::move(node);
     return event;
-}
-
-/// Line and column behind what was decoded so far.
-[[noreturn]] void RefuseBytes(std::wstring_view decoded)
-{
-    const size_t lineStart = decoded.rfind(L'\n') + 1; // npos + 1 is 0
-    throw TextError{static_cast<size_t>(std::count(decoded.begin(), decoded.end(), L'\n')) + 1,
-                    decoded.size() - lineStart + 1,
-                    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save the tool's output unchanged"};
-}
-
-void AppendCodePoint(std::wstring& text, char32_t point)
-{
-    if constexpr (sizeof(wchar_t) == 2) {
-        if (point >= 0x10000) {
-            text += static_cast<wchar_t>(0xD7C0 + (point >> 10));
-            point = 0xDC00 + (point & 0x3FF);
-        }
-    }
-    text += static_cast<wchar_t>(point);
-}
-
-std::wstring DecodeUtf8(std::string_view bytes)
-{
-    std::wstring text;
-    text.reserve(bytes.size());
-    for (size_t i = 0; i < bytes.size();) {
-        const unsigned lead = static_cast<unsigned char>(bytes[i++]);
-        const unsigned trailing = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-        if ((lead >= 0x80 && lead < 0xC2) || lead > 0xF4 || bytes.size() - i < trailing) {
-            RefuseBytes(text);
-        }
-        char32_t point = trailing == 0 ? lead : lead & (0x3FU >> trailing);
-        for (unsigned j = 0; j < trailing; ++j) {
-            const unsigned next = static_cast<unsigned char>(bytes[i++]);
-            if ((next & 0xC0) != 0x80) {
-                RefuseBytes(text);
-            }
-            point = (point << 6) | (next & 0x3F);
-        }
-        const bool isOverlong = (trailing == 2 && point < 0x800) || (trailing == 3 && point < 0x10000);
-        if (isOverlong || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) {
-            RefuseBytes(text);
-        }
-        AppendCodePoint(text, point);
-    }
-    return text;
-}
-
-std::wstring DecodeUtf16(std::string_view bytes)
-{
-    std::wstring text;
-    text.reserve(bytes.size() / 2);
-    if (bytes.size() % 2 != 0) {
-        RefuseBytes(text);
-    }
-    for (size_t i = 0; i < bytes.size(); i += 2) {
-        text += static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]) |
-                                     (static_cast<unsigned char>(bytes[i + 1]) << 8));
-    }
-    return text; // the XML parser judges the surrogates
 }
 
 } // namespace
@@ -200,14 +135,6 @@ bool EqualNames(std::wstring_view a, std::wstring_view b)
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
         return std::towlower(static_cast<std::wint_t>(x)) == std::towlower(static_cast<std::wint_t>(y));
     });
-}
-
-std::wstring DecodeText(std::string_view bytes)
-{
-    if (bytes.starts_with("\xFF\xFE")) {
-        return DecodeUtf16(bytes.substr(2));
-    }
-    return DecodeUtf8(bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes);
 }
 
 std::vector<Entry> MakeEntries(Node&& root)

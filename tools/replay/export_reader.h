@@ -4,10 +4,6 @@
 
 namespace orvel::replay {
 
-/// Decodes a file's bytes: UTF-8 with or without a byte order mark, or UTF-16LE with one. Throws TextError at the first
-/// byte sequence that is neither.
-std::wstring DecodeText(std::string_view bytes);
-
 /// Makes an export's entries of its root element, in order. Throws TextError for an element that is neither an event
 /// nor a replay action, for an event without a channel, and for an action that lacks something or has too much.
 std::vector<Entry> MakeEntries(Node&& root);

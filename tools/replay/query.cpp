@@ -10,12 +10,12 @@ namespace orvel::replay {
 
 namespace {
 
-bool Holds(const Expression& expression, const Node& node, size_t position, uint64_t now);
+bool Holds(const Expression& expression, const Node& node, size_t position, const Node& event);
 
 /// Calls `visit` with the value of each node that the steps from `step` on lead to, until it gives true; gives whether
 /// it did. Allocates nothing: it runs once or more per event.
 template <typename Visit>
-bool Walk(const std::vector<Step>& path, size_t step, const Node& from, uint64_t now, const Visit& visit)
+bool Walk(const std::vector<Step>& path, size_t step, const Node& from, const Node& event, const Visit& visit)
 {
     const Step& here = path[step];
     if (here.isAttribute) {
@@ -31,11 +31,11 @@ bool Walk(const std::vector<Step>& path, size_t step, const Node& from, uint64_t
             continue;
         }
         while (predicate < here.predicates.size() &&
-               Holds(here.predicates[predicate], child, ++positions[predicate], now)) {
+               Holds(here.predicates[predicate], child, ++positions[predicate], event)) {
             ++predicate;
         }
         if (predicate == here.predicates.size() &&
-            (step + 1 == path.size() ? visit(child.text) : Walk(path, step + 1, child, now, visit))) {
+            (step + 1 == path.size() ? visit(child.text) : Walk(path, step + 1, child, event, visit))) {
             return true;
         }
     }
@@ -89,11 +89,11 @@ bool CompareValue(const Expression& expression, std::wstring_view value)
     return EqualTexts(value, right.text) != isNotEqual;
 }
 
-std::optional<uint64_t> TimeOf(const Operand& operand, const Node& node, uint64_t now)
+std::optional<uint64_t> TimeOf(const Operand& operand, const Node& node, const Node& event)
 {
     std::optional<uint64_t> time = operand.time;
     if (operand.kind == Operand::Path) {
-        Walk(operand.path, 0, node, now, [&](std::wstring_view value) {
+        Walk(operand.path, 0, node, event, [&](std::wstring_view value) {
             time = ParseEventTime(value);
             return true;
         });
@@ -101,11 +101,19 @@ std::optional<uint64_t> TimeOf(const Operand& operand, const Node& node, uint64_
     return time;
 }
 
-/// Consuming Events page: milliseconds from the first time to the second, or to now.
-std::optional<WholeNumber> TimeDifference(const Operand& operand, const Node& node, uint64_t now)
+std::optional<uint64_t> CreationTime(const Node& event)
 {
-    const auto from = TimeOf(operand.times.front(), node, now);
-    const auto to = operand.times.size() > 1 ? TimeOf(operand.times.back(), node, now) : now;
+    const Node* system = event.Child(L"System");
+    const Node* created = system != nullptr ? system->Child(L"TimeCreated") : nullptr;
+    const std::wstring* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
+    return time != nullptr ? ParseEventTime(*time) : std::nullopt;
+}
+
+/// Consuming Events page: milliseconds from the first time to the second, or to now.
+std::optional<WholeNumber> TimeDifference(const Operand& operand, const Node& node, const Node& event)
+{
+    const auto from = TimeOf(operand.times.front(), node, event);
+    const auto to = operand.times.size() > 1 ? TimeOf(operand.times.back(), node, event) : CreationTime(event);
     if (!from || !to) {
         return std::nullopt;
     }
@@ -114,10 +122,10 @@ std::optional<WholeNumber> TimeDifference(const Operand& operand, const Node& no
     return WholeNumber{*from > *to && distance != 0, distance};
 }
 
-bool Holds(const Expression& expression, const Node& node, size_t position, uint64_t now)
+bool Holds(const Expression& expression, const Node& node, size_t position, const Node& event)
 {
-    const auto partHolds = [&](const Expression& part) { return Holds(part, node, position, now); };
-    const auto walk = [&](const auto& visit) { return Walk(expression.left.path, 0, node, now, visit); };
+    const auto partHolds = [&](const Expression& part) { return Holds(part, node, position, event); };
+    const auto walk = [&](const auto& visit) { return Walk(expression.left.path, 0, node, event, visit); };
     switch (expression.kind) {
     case Expression::Or:
         return std::any_of(expression.parts.begin(), expression.parts.end(), partHolds);
@@ -137,7 +145,7 @@ bool Holds(const Expression& expression, const Node& node, size_t position, uint
         return Compare(expression.comparison, uint64_t{position}, expression.right.number);
     }
     if (expression.left.kind == Operand::TimeDifference) {
-        const auto difference = TimeDifference(expression.left, node, now);
+        const auto difference = TimeDifference(expression.left, node, event);
         return difference && CompareNumber(expression.comparison, *difference, expression.right.number);
     }
     return walk([&](std::wstring_view value) { return CompareValue(expression, value); });
@@ -155,19 +163,15 @@ bool Query::FirstValue(const Node& event, std::wstring_view& value) const
 {
     // The first step stands for the event itself, among the log's events: it has no position.
     const Step& first = path_.front();
-    const Node* system = event.Child(L"System");
-    const Node* created = system != nullptr ? system->Child(L"TimeCreated") : nullptr;
-    const std::wstring* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
-    const uint64_t now = time != nullptr ? ParseEventTime(*time).value_or(0) : 0;
     if (!std::all_of(first.predicates.begin(), first.predicates.end(),
-                     [&](const Expression& predicate) { return Holds(predicate, event, 1, now); })) {
+                     [&](const Expression& predicate) { return Holds(predicate, event, 1, event); })) {
         return false;
     }
     if (path_.size() == 1) {
         value = event.text;
         return true;
     }
-    return Walk(path_, 1, event, now, [&](std::wstring_view found) {
+    return Walk(path_, 1, event, event, [&](std::wstring_view found) {
         value = found;
         return true;
     });

@@ -186,9 +186,9 @@ private:
             return expression;
         }
         const size_t start = position_;
-        CountExpression(start);
         Expression expression;
         if (TakeCall(L"band")) {
+            CountExpression(start);
             expression.kind = Expression::Bits;
             expression.left = ParseOperand();
             Expect(L",", L"band() takes two arguments");
@@ -205,8 +205,12 @@ private:
             if (expression.left.kind != Operand::Path) {
                 Refuse(start, L"this is no condition");
             }
+            if (expression.left.path.back().predicates.empty()) { // otherwise those are the expressions
+                CountExpression(start);
+            }
             return expression;
         }
+        CountExpression(start);
         expression.kind = Expression::Compare;
         expression.right = ParseOperand();
         OrderOperands(expression);

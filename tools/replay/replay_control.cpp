@@ -2,17 +2,19 @@
 
 #include "tools/replay/actions.h"
 #include "tools/replay/behaviour.h"
-#include "tools/replay/export_reader.h"
 #include "tools/replay/handles.h"
 #include "tools/replay/subscriber.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
 using namespace orvel::replay;
 
 namespace {
+
+constexpr size_t kLargestExport = size_t{1} << 30; // it is held in memory several times while it is parsed
 
 void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
 {
@@ -34,8 +36,32 @@ try {
              message, messageCharacters);
     return ERROR_INVALID_DATA;
 } catch (DWORD code) {
-    CopyText(L"the file cannot be read; check its name", message, messageCharacters);
+    CopyText(L"the file cannot be read; check its name, its rights and that it has less than 1 GiB", message,
+             messageCharacters);
     return code;
+}
+
+/// Decodes UTF-8 with or without a byte order mark, or UTF-16LE with one.
+std::wstring DecodeText(std::string_view bytes)
+{
+    if (bytes.starts_with("\xFF\xFE")) {
+        std::wstring text(bytes.size() / 2 - 1, L'\0');
+        std::memcpy(text.data(), bytes.data() + 2, text.size() * sizeof(wchar_t));
+        return text;
+    }
+    bytes.remove_prefix(bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    const auto convert = [&](DWORD flags, wchar_t* buffer, int size) {
+        return MultiByteToWideChar(CP_UTF8, flags, bytes.data(), static_cast<int>(bytes.size()), buffer, size);
+    };
+    std::wstring text(static_cast<size_t>(convert(0, nullptr, 0)), L'\0');
+    convert(0, text.data(), static_cast<int>(text.size()));
+    if (!bytes.empty() && convert(MB_ERR_INVALID_CHARS, nullptr, 0) == 0) {
+        const std::wstring_view valid(text.data(), std::min(text.find(L'\xFFFD'), text.size()));
+        throw TextError{static_cast<size_t>(std::count(valid.begin(), valid.end(), L'\n')) + 1,
+                        valid.size() - (valid.rfind(L'\n') + 1) + 1, // npos + 1 is 0
+                        L"this is neither UTF-8 nor UTF-16LE with a byte order mark; keep the tool's output unchanged"};
+    }
+    return text;
 }
 
 std::wstring ReadFileText(const wchar_t* path)
@@ -45,8 +71,8 @@ std::wstring ReadFileText(const wchar_t* path)
     }
     std::ifstream file(path, std::ios::binary);
     const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    if (!file) {
-        throw DWORD{ERROR_READ_FAULT};
+    if (!file || bytes.size() > kLargestExport) {
+        throw file ? DWORD{ERROR_FILE_TOO_LARGE} : DWORD{ERROR_READ_FAULT};
     }
     return DecodeText(bytes);
 }

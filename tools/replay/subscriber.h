@@ -1,13 +1,13 @@
 #pragma once
 
 #include "tools/replay/log.h"
+#include "tools/replay/native_lock.h"
 #include "tools/replay/selection.h"
 
 #include <windows.h>
 #include <winevt.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -22,8 +22,8 @@ public:
     void Wait();
 
 private:
-    std::mutex lock_;
-    std::condition_variable ended_;
+    NativeLock lock_;
+    NativeCondition ended_;
     size_t running_ = 0;
 };
 
@@ -76,8 +76,8 @@ private:
     const EVT_SUBSCRIBE_CALLBACK callback_;
     void* const context_;
 
-    std::mutex lock_;
-    std::condition_variable turn_;  // a callback has ended, or there is something to do
+    NativeLock lock_;
+    NativeCondition turn_;          // a callback has ended, or there is something to do
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     std::atomic<bool> isClosed_ = false;
@@ -104,7 +104,7 @@ private:
     template <typename Predicate>
     void RemoveIf(Predicate predicate);
 
-    std::mutex lock_;
+    NativeLock lock_;
     Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };
 

@@ -1,0 +1,113 @@
+#include "tools/replay/event_time.h"
+#include "tools/replay/query.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+namespace orvel::replay {
+namespace {
+
+Node SampleEvent()
+{
+    const Node system{L"System",
+                      {},
+                      L"",
+                      {{L"Provider", {{L"Name", L"Application Error"}}, L"", {}},
+                       {L"EventID", {}, L"1000", {}},
+                       {L"Level", {}, L"2", {}},
+                       {L"Keywords", {}, L"0x80000000000000", {}},
+                       {L"TimeCreated", {{L"SystemTime", L"2026-01-22T02:01:56.1870423Z"}}, L"", {}}}};
+    const Node data{L"EventData",
+                    {},
+                    L"",
+                    {{L"Data", {{L"Name", L"App"}}, L"a.exe", {}},
+                     {L"Data", {}, L"-7", {}},
+                     {L"Data", {}, L"2026-01-22T02:01:57.1870423Z", {}}}};
+    return {L"Event", {}, L"", {system, data}};
+}
+
+TEST(ReplayQuery, SelectsAsTheEventLogDoes)
+{
+    const std::pair<const wchar_t*, bool> kCases[] = {
+        {L" * ", true},
+        {L"Event/System[EventID=1000]", true},
+        {L"*[System[Provider[@Name='Application Error'] and (EventID=1 or EventID=1000)]]", true},
+        {L"*[System/EventID=1000 or System/Level=1 and System/Level=3]", true},
+        {L"*[(System/EventID=1000 or System/Level=1) and System/Level=3]", false},
+        {L"*[System[2 <= Level and 3>Level and 1000 != Level]]", true},
+        {L"*[EventData[Data[@Name=\"App\"]='a.exe' and Data[position()>1]='-7' and Data[2] < 0]]", true},
+        {L"*[*/*[@Name][2]]", false},
+        {L"*[EventData/Data[4]]", false},
+        {L"*[System[band(Keywords,36028797018963968)]]", true},
+        {L"*[System[band(1,Keywords)]]", false},
+        {L"*[System/TimeCreated[timediff(@SystemTime) <= 86400000]]", true},
+        {L"*[timediff(System/TimeCreated/@SystemTime,EventData/Data[3]) = 1000]", true},
+        {L"*[System/TimeCreated[@SystemTime>='2026-01-22T02:01:56.187Z' and @SystemTime<'2026-01-22T02:01:57Z']]",
+         true},
+    };
+    for (const auto& [text, expected] : kCases) {
+        EXPECT_EQ(Query::Parse(text).Matches(SampleEvent()), expected) << testing::Message() << text;
+    }
+}
+
+TEST(ReplayQuery, RefusesWhatItDoesNotUnderstandAndSaysWhere)
+{
+    std::wstring many = L"*[a=1";
+    for (int i = 1; i < 20; ++i) {
+        many += L" or a=1";
+    }
+    EXPECT_NO_THROW(Query::Parse(many + L"]"));
+    const std::pair<std::wstring, size_t> kCases[] = {
+        {L"", 0},
+        {L"/Event", 0},
+        {L"* or *", 2},
+        {L"*[a", 3},
+        {L"*[a=]", 4},
+        {L"*[a='x]", 4},
+        {L"*[a<'x']", 2},
+        {L"*[not(a)]", 2},
+        {L"*[a=b]", 2},
+        {L"*[a=1.5]", 4},
+        {L"*[a=0x10]", 4},
+        {L"*[a=-1]", 4},
+        {L"*[1]", 0},
+        {L"*['x']", 2},
+        {L"*[a=1 and]", 9},
+        {L"*[a=1=1]", 5},
+        {L"*[a::b]", 2},
+        {L"*[timediff('x')=1]", 2},
+        {L"*[@a[1]]", 4},
+        {L"*[band(a,b)]", 2},
+        {many + L" or b]", many.size() + 4},
+        {L"*[" + std::wstring(100'000, L'('), 66},
+    };
+    for (const auto& [text, position] : kCases) {
+        SCOPED_TRACE(testing::Message() << text.substr(0, 200));
+        try {
+            Query::Parse(text);
+            ADD_FAILURE() << "was taken";
+        } catch (const QueryError& error) {
+            EXPECT_EQ(error.code, text.size() > 100 ? kQueryTooComplex : kInvalidQuery);
+            EXPECT_EQ(error.position, position);
+        }
+    }
+}
+
+TEST(ReplayQuery, ReadsEventTimes)
+{
+    const std::pair<const wchar_t*, std::optional<uint64_t>> kCases[] = {
+        {L"1601-01-01T00:00:00Z", 0},
+        {L"2024-02-29T23:59:59.123456789Z", 133'537'247'991'234'567},
+        {L"2023-02-29T00:00:00Z", std::nullopt},
+        {L"2024-01-01T24:00:00Z", std::nullopt},
+        {L"2024-01-01T00:00:00.Z", std::nullopt},
+        {L"2024-01-01T00:00:00", std::nullopt},
+        {L"1600-12-31T23:59:59Z", std::nullopt},
+    };
+    for (const auto& [text, expected] : kCases) {
+        EXPECT_EQ(ParseEventTime(text), expected) << testing::Message() << text;
+    }
+}
+
+} // namespace
+} // namespace orvel::replay

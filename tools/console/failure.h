@@ -1,0 +1,26 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace orvel::console {
+
+/// What the process ends with; `--help` lists them.
+enum class ExitCode {
+    Ok = 0,
+    Usage = 2,
+    Configuration = 3,
+    Export = 4,
+    Module = 5,
+    Subscription = 6,
+    Collection = 7,
+    Unclean = 8,
+};
+
+/// Ends the run with an exit code. The text, in UTF-8, says what is wrong and, where it can be known, what to do.
+struct Failure : std::runtime_error {
+    Failure(ExitCode exitCode, const std::string& text) : std::runtime_error(text), code(exitCode) {}
+    ExitCode code;
+};
+
+} // namespace orvel::console

@@ -1,0 +1,80 @@
+#include "tools/console/host_objects.h"
+
+#include "host/log.h"
+#include "tools/console/text.h"
+
+#include <utility>
+
+namespace orvel::console {
+
+namespace {
+
+std::wstring FromBstr(BSTR text)
+{
+    return {text == nullptr ? L"" : text, SysStringLen(text)};
+}
+
+} // namespace
+
+void Logger::StartKeeping()
+{
+    const std::lock_guard guard(lock_);
+    keptThread_ = GetCurrentThreadId();
+}
+
+std::vector<std::wstring> Logger::StopKeeping()
+{
+    const std::lock_guard guard(lock_);
+    keptThread_ = 0;
+    return std::exchange(kept_, {});
+}
+
+HRESULT Logger::GetLogLevels(LPWSTR /*category*/, LONG* levels)
+{
+    // All of them: the info lines also tell why a collection has nothing to show.
+    *levels =
+        static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning) | static_cast<LONG>(LogLevel::Info);
+    return S_OK;
+}
+
+HRESULT Logger::LogError(BSTR /*category*/, BSTR text)
+{
+    return Take(static_cast<LONG>(LogLevel::Error), "error: ", text);
+}
+
+HRESULT Logger::LogWarning(BSTR /*category*/, BSTR text)
+{
+    return Take(static_cast<LONG>(LogLevel::Warning), "warning: ", text);
+}
+
+HRESULT Logger::LogInfo(BSTR /*category*/, BSTR text)
+{
+    return Take(static_cast<LONG>(LogLevel::Info), "info: ", text);
+}
+
+HRESULT Logger::Take(LONG level, const char* name, BSTR text)
+{
+    std::wstring line = FromBstr(text);
+    line.erase(line.find_last_not_of(L"\r\n") + 1); // the system ends its error texts with a line break
+    const std::lock_guard guard(lock_);
+    if ((shown_ & level) != 0) {
+        WriteLine(name + ToUtf8(line));
+    }
+    if (level == static_cast<LONG>(LogLevel::Info) && keptThread_ == GetCurrentThreadId()) {
+        kept_.push_back(std::move(line));
+    }
+    return S_OK;
+}
+
+HRESULT Sink::WriteMetric(BSTR key, BSTR instance, VARIANT value)
+{
+    if (value.vt != VT_BSTR && value.vt != VT_UI8) {
+        return DISP_E_BADVARTYPE;
+    }
+    const bool isText = value.vt == VT_BSTR;
+    values_.push_back({FromBstr(key), FromBstr(instance), value.vt, isText ? FromBstr(value.bstrVal) : L"",
+                       isText ? 0 : value.ullVal});
+    return S_OK;
+}
+
+} // namespace orvel::console

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <OrvelAgent.h>
+#include <windows.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace orvel::console {
+
+/// One of the host's COM objects. It lives where the program puts it: the count is only kept to see whether the module
+/// let go of it. No dispatch: the provider calls through the interface.
+template <typename Interface>
+class HostObject : public Interface {
+public:
+    /// References that others hold.
+    ULONG References() const { return references_; }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
+    {
+        if (object == nullptr) {
+            return E_POINTER;
+        }
+        const bool isOurs = id == __uuidof(Interface) || id == IID_IUnknown || id == IID_IDispatch;
+        *object = isOurs ? static_cast<Interface*>(this) : nullptr;
+        if (isOurs) {
+            AddRef();
+        }
+        return isOurs ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+    ULONG STDMETHODCALLTYPE Release() override { return --references_; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
+    {
+        return E_NOTIMPL;
+    }
+
+private:
+    std::atomic<ULONG> references_ = 0;
+};
+
+class Host final : public HostObject<IAgentHost> {};
+
+/// Takes every line of the provider, shows those that are wanted and keeps those of one thread when asked to.
+class Logger final : public HostObject<IAgentLogger> {
+public:
+    /// `shown`: mask of LogLevel.
+    explicit Logger(LONG shown) : shown_(shown) {}
+
+    /// Starts to keep the info lines that the calling thread causes.
+    void StartKeeping();
+    /// Ends keeping and gives the lines, without trailing line breaks.
+    std::vector<std::wstring> StopKeeping();
+
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* levels) override;
+    HRESULT STDMETHODCALLTYPE LogError(BSTR category, BSTR text) override;
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR category, BSTR text) override;
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR category, BSTR text) override;
+
+private:
+    HRESULT Take(LONG level, const char* name, BSTR text);
+
+    const LONG shown_;
+    std::mutex lock_;
+    DWORD keptThread_ = 0;
+    std::vector<std::wstring> kept_;
+};
+
+/// One value as the provider wrote it.
+struct MetricValue {
+    std::wstring key;
+    std::wstring instance;
+    VARTYPE type; ///< VT_BSTR: `text` counts; VT_UI8: `number`
+    std::wstring text;
+    ULONGLONG number;
+};
+
+/// Keeps what a collection writes, in order. A value of a type that no metric has is refused with DISP_E_BADVARTYPE.
+class Sink final : public HostObject<IMetricSink> {
+public:
+    std::vector<MetricValue> Take() { return std::move(values_); }
+
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Reserved8() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Reserved9() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override;
+
+private:
+    std::vector<MetricValue> values_;
+};
+
+} // namespace orvel::console

@@ -1,0 +1,33 @@
+#include "tools/console/progress.h"
+
+#include <cstdio>
+#include <io.h>
+
+namespace orvel::console {
+
+using namespace std::chrono_literals;
+
+Progress::Progress() : isTerminal_(_isatty(_fileno(stderr)) != 0), next_(Clock::now() + 1s) {}
+
+void Progress::Show(DWORD done, DWORD total)
+{
+    const Clock::time_point now = Clock::now();
+    if (now < next_) {
+        return;
+    }
+    // A terminal's line is rewritten; a file gets a line now and then.
+    next_ = now + (isTerminal_ ? 200ms : 2000ms);
+    isShown_ = true;
+    std::fprintf(stderr, "%sreplayed %lu of %lu (%u %%)%s", isTerminal_ ? "\r" : "", done, total,
+                 static_cast<unsigned>(100ULL * done / (total == 0 ? 1 : total)), isTerminal_ ? "" : "\n");
+    std::fflush(stderr);
+}
+
+void Progress::Finish()
+{
+    if (isTerminal_ && isShown_) {
+        std::fputs("\n", stderr);
+    }
+}
+
+} // namespace orvel::console

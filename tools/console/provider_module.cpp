@@ -1,0 +1,109 @@
+#include "tools/console/provider_module.h"
+
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
+
+namespace orvel::console {
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
+constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
+
+template <typename Function>
+Function Find(HMODULE module, const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+std::wstring FullPath(const std::wstring& path)
+{
+    std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
+    full.resize(GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
+    return full;
+}
+
+} // namespace
+
+ProviderModule::ProviderModule(const std::wstring& path, const std::wstring& folder)
+{
+    CLSID registered{};
+    if (!path.empty()) {
+        Load(FullPath(path));
+    } else if (SUCCEEDED(CLSIDFromProgID(kProgId, &registered))) {
+        CreateRegistered(registered);
+    } else {
+        const std::wstring beside = folder + L"Orvel_eventlog.dll";
+        Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside));
+        Load(beside);
+    }
+}
+
+void ProviderModule::Load(const std::wstring& path)
+{
+    const std::string name = ToUtf8(path);
+    module_ = LoadLibraryW(path.c_str());
+    if (module_ == nullptr) {
+        const DWORD error = GetLastError();
+        const bool isThere = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+        throw Failure(ExitCode::Module, name + " cannot be loaded: " + Describe(HRESULT_FROM_WIN32(error)) +
+                                            (isThere ? "; is it for this word size, and is there an Event Log here? "
+                                                       "Without one give --replay"
+                                                     : "; there is no such file, check --module"));
+    }
+    isOurs_ = true;
+    const auto getClassObject = Find<decltype(&DllGetClassObject)>(module_, "DllGetClassObject");
+    if (getClassObject == nullptr) {
+        throw Failure(ExitCode::Module, name + " is not a COM server: it exports no DllGetClassObject");
+    }
+    ComPtr<IClassFactory> factory;
+    HRESULT hr = getClassObject(kProviderClass, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()));
+    if (SUCCEEDED(hr)) {
+        hr = factory->CreateInstance(nullptr, __uuidof(IOrvelDataProvider),
+                                     reinterpret_cast<void**>(provider_.GetAddressOf()));
+    }
+    if (FAILED(hr)) {
+        throw Failure(ExitCode::Module, name + " gives no event-log provider: " + Describe(hr));
+    }
+}
+
+void ProviderModule::CreateRegistered(REFCLSID providerClass)
+{
+    const HRESULT hr = CoCreateInstance(providerClass, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IOrvelDataProvider),
+                                        reinterpret_cast<void**>(provider_.GetAddressOf()));
+    if (FAILED(hr)) {
+        throw Failure(ExitCode::Module, ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
+                                            "; register the module again, or name it with --module");
+    }
+    // The module is where the object's functions are.
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       *reinterpret_cast<const wchar_t* const* const*>(provider_.Get())[0], &module_);
+}
+
+void ProviderModule::Unload()
+{
+    constexpr int kTries = 100;
+    constexpr DWORD kPause = 10;
+
+    wchar_t path[MAX_PATH] = L"";
+    GetModuleFileNameW(module_, path, MAX_PATH);
+    const ULONG held = provider_.Detach()->Release();
+    const auto canUnload = Find<decltype(&DllCanUnloadNow)>(module_, "DllCanUnloadNow");
+    for (int tries = 0; GetModuleHandleW(path) == module_; ++tries) {
+        if (tries == kTries) {
+            throw Failure(ExitCode::Unclean,
+                          ToUtf8(path) + " does not unload; references held on the provider: " + std::to_string(held));
+        }
+        if (!isOurs_) {
+            CoFreeUnusedLibrariesEx(0, 0);
+        } else if (canUnload != nullptr && canUnload() == S_OK) {
+            FreeLibrary(module_);
+            isOurs_ = false;
+        }
+        Sleep(tries == 0 ? 0 : kPause);
+    }
+}
+
+} // namespace orvel::console

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <OrvelAgent.h>
+#include <windows.h>
+#include <wrl/client.h>
+
+#include <string>
+
+namespace orvel::console {
+
+/// The module and its one provider object.
+class ProviderModule {
+public:
+    /// `path`: the DLL; empty for the registered provider, else for Orvel_eventlog.dll in `folder`.
+    /// Throws Failure when it cannot be loaded or gives no provider. COM must be initialised.
+    ProviderModule(const std::wstring& path, const std::wstring& folder);
+    ProviderModule(const ProviderModule&) = delete;
+    ProviderModule& operator=(const ProviderModule&) = delete;
+
+    IOrvelDataProvider& Provider() const { return *provider_.Get(); }
+
+    /// Lets go of the provider and unloads the module, waiting a moment for what still runs in it. Throws Failure when
+    /// somebody still holds the provider or the module stays loaded.
+    void Unload();
+
+private:
+    void Load(const std::wstring& path);
+    void CreateRegistered(REFCLSID providerClass);
+
+    Microsoft::WRL::ComPtr<IOrvelDataProvider> provider_;
+    HMODULE module_ = nullptr;
+    bool isOurs_ = false; ///< loaded here, not by COM
+};
+
+} // namespace orvel::console

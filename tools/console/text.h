@@ -1,0 +1,26 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+namespace orvel::console {
+
+/// Lone surrogates become U+FFFD.
+std::string ToUtf8(std::wstring_view text);
+std::wstring ToWide(std::string_view utf8);
+
+/// An error code for people: "0x80070002 (File not found.)", without the brackets when the system has no text.
+std::string Describe(HRESULT code);
+
+/// Writes data to standard output. Throws Failure when it cannot be written.
+void WriteData(std::string_view utf8);
+
+/// Writes one line to standard error; lines of several threads do not mix.
+void WriteLine(const std::string& utf8);
+
+/// Writes one line of the console's own to standard error; `kind` is "error", "warning" or "note".
+void Say(const char* kind, const std::string& utf8);
+
+} // namespace orvel::console

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "tools/console/host_objects.h"
+
+#include <string>
+#include <vector>
+
+namespace orvel::console {
+
+/// What one collection of one metric brought.
+struct Collection {
+    unsigned number; ///< from 1
+    std::wstring metric;
+    std::vector<MetricValue> values;
+    std::vector<std::wstring> infoLines; ///< what the provider said meanwhile
+};
+
+/// One JSON object per value and line, in the order written. The value is exact: a lone surrogate or a control
+/// character is escaped, VT_UI8 is a plain number.
+std::string ToJsonLines(const Collection& collection);
+
+/// An aligned table for people under a heading of its own; line breaks in values are shown as such. Where nothing was
+/// written the provider's info lines say why.
+std::string ToTable(const Collection& collection);
+
+/// The Lamina logon as bars on one axis with durations, and its plinths; without the four timestamps, why not. Empty
+/// when the collection holds nothing of the Lamina metric.
+std::wstring DrawTimeline(const Collection& collection);
+
+/// The provider's info lines of the collection, for people.
+std::wstring Reasons(const Collection& collection);
+
+/// A text for a terminal: line breaks of all kinds become "\n", other control characters a mark.
+std::wstring Printable(std::wstring text);
+
+} // namespace orvel::console

@@ -45,8 +45,8 @@ std::wstring Bar(double from, double to, double first, double span)
     const auto column = [&](double at) {
         return span == 0 ? 0 : static_cast<size_t>(std::lround((at - first) / span * kBarWidth));
     };
-    const auto [left, right] = std::minmax(column(from), column(to));
-    return std::wstring(left, L' ') + (left == right ? std::wstring(L"|") : std::wstring(right - left, L'#'));
+    const auto [left, right] = std::minmax({column(from), column(to)});
+    return std::wstring(left, L' ') + (left == right ? std::wstring(L"o") : std::wstring(right - left, L'#'));
 }
 
 } // namespace

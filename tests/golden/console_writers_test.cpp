@@ -1,0 +1,65 @@
+// What no event can bring into a golden case: texts that are not Unicode, and the picture of a logon at its edges.
+
+#include "tools/console/text.h"
+#include "tools/console/writers.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace orvel::console;
+
+std::string JsonOf(const std::wstring& text)
+{
+    return ToJsonLines({2, L"m", {{L"k", L"", VT_BSTR, text, 0}}, {}});
+}
+
+TEST(JsonLines, EscapeWhatJsonCannotHoldAndNothingElse)
+{
+    const auto line = [](const std::string& value) {
+        return R"({"collection":2,"metric":"m","key":"k","instance":"","type":"VT_BSTR","value":")" + value + "\"}\n";
+    };
+    EXPECT_EQ(JsonOf(L"\"\\/\b\r\n\t\x1f\x7f"), line("\\\"\\\\/\\u0008\\r\\n\\t\\u001f\x7f"));
+    EXPECT_EQ(JsonOf(std::wstring(L"a\0b", 3)), line("a\\u0000b"));
+    EXPECT_EQ(JsonOf(L"\xd83d\xde00 \xd83d \xde00\xd83d"), line("\xf0\x9f\x98\x80 \\ud83d \\ude00\\ud83d"));
+}
+
+std::wstring Picture(std::vector<ULONGLONG> times, const std::wstring& plinth)
+{
+    const wchar_t* keys[] = {L"lamina|logon_timestamp", L"lamina|logon_response_timestamp",
+                             L"lamina|volumes_ready_timestamp", L"lamina|all_done_timestamp"};
+    Collection collection = {1, L"eventlog|eventlog_lamina", {}, {L"Not got time stamps for lamina event."}};
+    for (size_t i = 0; i < times.size(); ++i) {
+        collection.values.push_back({keys[i], L"lamina", VT_UI8, L"", times[i]});
+    }
+    if (!plinth.empty()) {
+        collection.values.push_back({L"lamina|instances|*", L"7", VT_BSTR, plinth, 0});
+    }
+    return DrawTimeline(collection);
+}
+
+TEST(Timeline, ShowsEachStepInItsPlace)
+{
+    const std::wstring head = L"\n  Logon on 2026-01-22, times in UTC\n"
+                              L"                      time           since logon          step\n";
+    EXPECT_EQ(Picture({1769047316187, 1769047317187, 1769047320187, 1769047326187}, L"C:\\a\x1b[2J"),
+              head + L"    logon             02:01:56.187      +0.000 s                |o\n"
+                     L"    manager response  02:01:57.187      +1.000 s       1.000 s  |####\n"
+                     L"    volumes ready     02:02:00.187      +4.000 s       3.000 s  |    ############\n"
+                     L"    all done          02:02:06.187     +10.000 s       6.000 s  |                "
+                     L"########################\n"
+                     L"  plinths\n    7  C:\\a\xfffd[2J\n");
+}
+
+TEST(Timeline, BearsAnyNumbers)
+{
+    EXPECT_NE(Picture({5, 5, 5, 5}, L"").find(L"0.000 s  |o\n  no plinths"), std::wstring::npos);
+    EXPECT_NE(Picture({~0ULL, 0, 1, ~0ULL - 999}, L"").find(L"Logon on ?,"), std::wstring::npos);
+    EXPECT_NE(Picture({10000, 9000, 11000, 10000}, L"").find(L"00:00:09.000      -1.000 s      -1.000 s"),
+              std::wstring::npos);
+    EXPECT_EQ(Picture({}, L"C:\\p"), L"\n  no timeline\n    Not got time stamps for lamina event.\n"
+                                     L"  plinths\n    7  C:\\p\n");
+    EXPECT_EQ(Picture({}, L""), L"");
+}
+
+} // namespace

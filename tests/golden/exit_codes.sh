@@ -51,7 +51,7 @@ expect 3 'empty.xml:' run --config empty.xml
 expect 4 'missing.export.xml' run --config good.xml --replay missing.export.xml --module "$dll"
 expect 4 'broken.export.xml' run --config good.xml --replay broken.export.xml --module "$dll"
 expect 5 'no such file' run --config good.xml --replay "$export" --module missing.dll
-expect 5 'is not a COM server' run --config good.xml --replay "$export" --module kernel32.dll
+expect 5 'is not a COM server' run --config good.xml --replay "$export" --module "$(dirname "$dll")/replay/wevtapi.dll"
 expect 6 'no-query.xml:2:' run --config no-query.xml --replay "$export" --module "$dll"
 expect 0 'appcrash|contained' run --config näme-日本.xml --replay "$export" --module "$dll"
 expect 0 "no metric 'eventlog|other'" run --config twice.xml --replay "$export" --module "$dll"

@@ -116,12 +116,18 @@ private:
         subscribed_.push_back(metric.name);
         if (replay_) {
             // A subscription that the Event Log refuses is no failure of the provider; it would just stay silent.
-            wchar_t refusal[kMessageSize] = L"";
-            replay_->LastRefusal(refusal, kMessageSize);
-            if (*refusal != L'\0') {
-                Say("warning", metric.place + ": no event will come: " + ToUtf8(refusal));
+            const std::string refusal = LastRefusal();
+            if (!refusal.empty()) {
+                Say("warning", metric.place + ": no event will come: " + refusal);
             }
         }
+    }
+
+    std::string LastRefusal() const
+    {
+        wchar_t message[kMessageSize] = L"";
+        replay_->LastRefusal(message, kMessageSize);
+        return ToUtf8(message);
     }
 
     void WaitForEvents()
@@ -134,7 +140,8 @@ private:
                 std::rethrow_exception(playFailure_);
             }
             if (error != ERROR_SUCCESS && error != ERROR_CANCELLED) {
-                throw Failure(ExitCode::Export, "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)));
+                throw Failure(ExitCode::Export,
+                              "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)) + " " + LastRefusal());
             }
             return;
         }

@@ -4,10 +4,11 @@
 #include "tools/console/failure.h"
 #include "tools/console/text.h"
 
-#include <algorithm>
 #include <shlwapi.h>
-#include <utility>
 #include <xmllite.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace orvel::console {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <msxml2.h>
 #include <windows.h>
+#include <msxml2.h>
 #include <wrl/client.h>
 
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <OrvelAgent.h>
 #include <windows.h>
+#include <OrvelAgent.h>
 
 #include <atomic>
 #include <mutex>

@@ -3,14 +3,14 @@
 #include "tools/console/run.h"
 #include "tools/console/text.h"
 
-#include <comdef.h>
-#include <objbase.h>
 #include <windows.h>
-
-#include <cstdio>
+#include <comdef.h>
 #include <fcntl.h>
 #include <io.h>
+#include <objbase.h>
 #include <shellapi.h>
+
+#include <cstdio>
 
 namespace {
 

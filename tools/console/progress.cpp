@@ -1,7 +1,8 @@
 #include "tools/console/progress.h"
 
-#include <cstdio>
 #include <io.h>
+
+#include <cstdio>
 
 namespace orvel::console {
 

@@ -27,6 +27,14 @@ std::wstring FullPath(const std::wstring& path)
 
 } // namespace
 
+std::wstring ModulePath(HMODULE module)
+{
+    constexpr size_t kLongest = 32768;
+    std::wstring path(kLongest, L'\0');
+    path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
+    return path;
+}
+
 ProviderModule::ProviderModule(const std::wstring& path, const std::wstring& folder)
 {
     CLSID registered{};
@@ -87,11 +95,10 @@ void ProviderModule::Unload()
     constexpr int kTries = 100;
     constexpr DWORD kPause = 10;
 
-    wchar_t path[MAX_PATH] = L"";
-    GetModuleFileNameW(module_, path, MAX_PATH);
+    const std::wstring path = ModulePath(module_);
     const ULONG held = provider_.Detach()->Release();
     const auto canUnload = Find<decltype(&DllCanUnloadNow)>(module_, "DllCanUnloadNow");
-    for (int tries = 0; GetModuleHandleW(path) == module_; ++tries) {
+    for (int tries = 0; GetModuleHandleW(path.c_str()) == module_; ++tries) {
         if (tries == kTries) {
             throw Failure(ExitCode::Unclean,
                           ToUtf8(path) + " does not unload; references held on the provider: " + std::to_string(held));

@@ -1,12 +1,15 @@
 #pragma once
 
-#include <OrvelAgent.h>
 #include <windows.h>
+#include <OrvelAgent.h>
 #include <wrl/client.h>
 
 #include <string>
 
 namespace orvel::console {
+
+/// Full path of a loaded module; null is the program.
+std::wstring ModulePath(HMODULE module);
 
 /// The module and its one provider object.
 class ProviderModule {

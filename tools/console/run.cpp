@@ -34,8 +34,7 @@ BOOL WINAPI OnControl(DWORD event)
 
 std::wstring ProgramFolder()
 {
-    std::wstring path(32768, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    const std::wstring path = ModulePath(nullptr);
     return path.substr(0, path.find_last_of(L'\\') + 1);
 }
 

@@ -2,15 +2,12 @@
 
 #include "module/class_factory.h"
 #include "module/module.h"
+#include "module/provider_ids.h"
+#include "module/registration.h"
 
 #include <windows.h>
 
-namespace {
-
-// {DAF69464-F4E2-40C0-BCC3-A30E819975F0}
-constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
-
-} // namespace
+#include <cwchar>
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* /*reserved*/)
 {
@@ -36,5 +33,32 @@ STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
     if (orvel::CEventLogProviderModule::Instance().Handle() == nullptr) {
         return E_UNEXPECTED;
     }
-    return IsEqualCLSID(classId, kProviderClass) ? orvel::ClassFactory::Create(iid, out) : CLASS_E_CLASSNOTAVAILABLE;
+    return IsEqualCLSID(classId, orvel::kProviderClass) ? orvel::ClassFactory::Create(iid, out)
+                                                        : CLASS_E_CLASSNOTAVAILABLE;
+}
+
+STDAPI DllRegisterServer()
+{
+    return orvel::RegisterModule();
+}
+
+STDAPI DllUnregisterServer()
+{
+    return orvel::UnregisterModule();
+}
+
+STDAPI DllInstall(BOOL install, PCWSTR commandLine)
+{
+    // Five characters: the terminator must match too.
+    if (commandLine != nullptr && _wcsnicmp(commandLine, L"user", 5) == 0) {
+        orvel::CEventLogProviderModule::Instance().ChoosePerUser();
+    }
+    if (!install) {
+        return orvel::UnregisterModule();
+    }
+    const HRESULT hr = orvel::RegisterModule();
+    if (FAILED(hr)) {
+        orvel::UnregisterModule();
+    }
+    return hr;
 }

@@ -10,6 +10,19 @@ CEventLogProviderModule& CEventLogProviderModule::Instance() noexcept
     return module;
 }
 
+std::wstring CEventLogProviderModule::Path() const
+{
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = GetModuleFileNameW(handle_, path.data(), static_cast<DWORD>(path.size()));
+        if (length < path.size()) {
+            path.resize(length);
+            return path;
+        }
+        path.resize(path.size() * 2); // a full buffer holds a path cut short
+    }
+}
+
 bool CEventLogProviderModule::CanUnload() const noexcept
 {
     return lockCount_.load() == 0 && CallRegistry::Instance().IsIdle();

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <string>
 
 namespace orvel {
 
@@ -16,6 +17,13 @@ public:
     /// Null before start-up.
     HMODULE Handle() const noexcept { return handle_; }
 
+    /// Full path of the module's file. Throws std::bad_alloc.
+    std::wstring Path() const;
+
+    /// Whether registration works on the user's classes instead of the machine's; once chosen, it stays.
+    bool IsPerUser() const noexcept { return isPerUser_.load(); }
+    void ChoosePerUser() noexcept { isPerUser_ = true; }
+
     /// Counts one more, or one less, object, class factory or server lock.
     void Lock() noexcept { ++lockCount_; }
     void Unlock() noexcept { --lockCount_; }
@@ -25,6 +33,7 @@ public:
 private:
     HMODULE handle_ = nullptr;
     std::atomic<long> lockCount_ = 0;
+    std::atomic<bool> isPerUser_ = false;
 };
 
 /// Keeps the module locked for the life of the object that has it as a member.

@@ -1,8 +1,12 @@
 #include "module/provider_object.h"
 
+#include "module/type_info.h"
+
 #include <new>
 
 namespace orvel {
+
+using Microsoft::WRL::ComPtr;
 
 HRESULT ProviderObject::Create(IUnknown* outer, REFIID iid, void** out) noexcept
 {
@@ -64,30 +68,56 @@ ULONG ProviderObject::Identity::Release()
 {
     const ULONG left = --count_;
     if (left == 0) {
-        count_ = 1; // references taken and given back while the object ends must not end it again
+        const ModuleLock stillInside; // the object's own lock ends before the provider's destructor does
+        count_ = 1;                   // references taken and given back while the object ends must not end it again
         delete &object_;
     }
     return left;
 }
 
+HRESULT ProviderObject::TypeInfo(ITypeInfo** out) noexcept
+{
+    *out = nullptr;
+    const std::lock_guard guard(typeInfoMutex_);
+    const HRESULT hr = typeInfo_ ? S_OK : LoadProviderTypeInfo(typeInfo_.ReleaseAndGetAddressOf());
+    return SUCCEEDED(hr) ? typeInfo_.CopyTo(out) : hr;
+}
+
 HRESULT ProviderObject::GetTypeInfoCount(UINT* count)
 {
-    return count != nullptr ? (*count = 0, S_OK) : E_POINTER;
+    return count != nullptr ? (*count = 1, S_OK) : E_POINTER;
 }
 
-HRESULT ProviderObject::GetTypeInfo(UINT, LCID, ITypeInfo**)
+HRESULT ProviderObject::GetTypeInfo(UINT index, LCID, ITypeInfo** out)
 {
-    return E_NOTIMPL;
+    if (out == nullptr) {
+        return E_POINTER;
+    }
+    *out = nullptr;
+    return index == 0 ? TypeInfo(out) : DISP_E_BADINDEX;
 }
 
-HRESULT ProviderObject::GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*)
+HRESULT ProviderObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID, DISPID* ids)
 {
-    return E_NOTIMPL;
+    if (!IsEqualIID(iid, IID_NULL)) {
+        return DISP_E_UNKNOWNINTERFACE;
+    }
+    ComPtr<ITypeInfo> typeInfo;
+    const HRESULT hr = TypeInfo(typeInfo.GetAddressOf());
+    return SUCCEEDED(hr) ? typeInfo->GetIDsOfNames(names, count, ids) : hr;
 }
 
-HRESULT ProviderObject::Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*)
+HRESULT ProviderObject::Invoke(DISPID member, REFIID iid, LCID, WORD flags, DISPPARAMS* parameters, VARIANT* result,
+                               EXCEPINFO* exception, UINT* badArgument)
 {
-    return E_NOTIMPL;
+    if (!IsEqualIID(iid, IID_NULL)) {
+        return DISP_E_UNKNOWNINTERFACE;
+    }
+    ComPtr<ITypeInfo> typeInfo;
+    const HRESULT hr = TypeInfo(typeInfo.GetAddressOf());
+    return SUCCEEDED(hr) ? typeInfo->Invoke(static_cast<IOrvelDataProvider*>(this), member, flags, parameters, result,
+                                            exception, badArgument)
+                         : hr;
 }
 
 } // namespace orvel

@@ -3,7 +3,10 @@
 #include "module/module.h"
 #include "provider/provider.h"
 
+#include <wrl/client.h>
+
 #include <atomic>
+#include <mutex>
 
 namespace orvel {
 
@@ -20,8 +23,14 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
 
+    // Late binding, from the type information of IOrvelDataProvider. Whatever a method throws is left to the platform's
+    // invocation, as it would leave the method itself.
+
+    /// Gives 1. E_POINTER.
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+    /// E_POINTER, DISP_E_BADINDEX for another index than 0; see LoadProviderTypeInfo.
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID locale, ITypeInfo** out) override;
+    /// DISP_E_UNKNOWNINTERFACE for another `iid` than IID_NULL, here and below; the platform's codes.
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale, DISPID* ids) override;
     HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID iid, LCID locale, WORD flags, DISPPARAMS* parameters,
                                      VARIANT* result, EXCEPINFO* exception, UINT* badArgument) override;
@@ -43,9 +52,14 @@ private:
     explicit ProviderObject(IUnknown* outer) : outer_(outer != nullptr ? outer : &identity_) {}
     ~ProviderObject() = default;
 
+    // The type information, loaded when it is first asked for.
+    HRESULT TypeInfo(ITypeInfo** out) noexcept;
+
     ModuleLock lock_;
     Identity identity_{*this};
     IUnknown* outer_; // not counted: an outer object outlives its parts
+    std::mutex typeInfoMutex_;
+    Microsoft::WRL::ComPtr<ITypeInfo> typeInfo_;
 };
 
 } // namespace orvel

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Fails unless a shipped binary is hardened, imports system DLLs alone and exports exactly the given names, by name.
+#   check_binary.sh OBJDUMP FILE [EXPORT...]
+set -eu
+objdump=$1 file=$2
+shift 2
+system='advapi32 kernel32 msvcrt ole32 oleaut32 shell32 user32 wevtapi'
+headers=$("$objdump" -p "$file")
+
+fail() {
+    echo "$file: $*" >&2
+    exit 1
+}
+
+flags='DYNAMIC_BASE NX_COMPAT'
+case "$headers" in *pei-x86-64*) flags="$flags HIGH_ENTROPY_VA" ;; esac
+for flag in $flags; do
+    printf '%s\n' "$headers" | grep -qw "$flag" || fail "is not linked with $flag"
+done
+
+imports=$(printf '%s\n' "$headers" | sed -n 's/^[[:space:]]*DLL Name: \(.*\)\.dll$/\1/Ip' | tr '[:upper:]' '[:lower:]')
+[ -n "$imports" ] || fail "imports cannot be read"
+for import in $imports; do
+    case " $system " in *" $import "*) ;; *) fail "imports $import.dll, which is no system DLL" ;; esac
+done
+
+# Entries of the address table that are exported by number only would be counted here without having a name below.
+addresses=$(printf '%s\n' "$headers" | sed -n '/^Export Address Table -- /,/^$/p' | grep -c 'Export RVA' || true)
+names=$(printf '%s\n' "$headers" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/p' |
+    sed -n 's/^[[:space:]]*\[ *[0-9]*\] \(.*\)$/\1/p' | LC_ALL=C sort | xargs)
+expected=$(printf '%s\n' "$@" | LC_ALL=C sort | xargs)
+[ "$names" = "$expected" ] || fail "exports '$names', expected '$expected'"
+[ "$addresses" -eq $# ] || fail "has $addresses exports for $# names"

@@ -4,7 +4,7 @@
 set -eu
 objdump=$1 file=$2
 shift 2
-system='advapi32 kernel32 msvcrt ole32 oleaut32 shell32 user32 wevtapi'
+system='advapi32 kernel32 msvcrt ole32 oleaut32 shell32 shlwapi user32 wevtapi'
 headers=$("$objdump" -p "$file")
 
 fail() {

@@ -2,6 +2,7 @@
 #include "tools/replay/query.h"
 
 #include <gtest/gtest.h>
+
 #include <string>
 
 namespace orvel::replay {

@@ -1,13 +1,12 @@
 #include "tools/replay/xml_reader.h"
 
+#include <windows.h>
 #include <msxml2.h>
 #include <ole2.h>
 #include <oleauto.h>
-#include <windows.h>
 #include <wrl/client.h>
 
 #include <algorithm>
-#include <memory>
 #include <new>
 #include <thread>
 
@@ -136,9 +135,24 @@ private:
     std::vector<Node*> open_{&root};
 };
 
-struct BstrDeleter {
-    void operator()(wchar_t* text) const noexcept { SysFreeString(text); }
-};
+/// The text as a UTF-16 stream. Parsed as one string, Wine's MSXML gives up somewhere beyond 20 MB.
+HRESULT MakeStream(std::wstring_view text, IStream** stream)
+{
+    constexpr wchar_t kByteOrderMark = 0xFEFF;
+    Microsoft::WRL::ComPtr<IStream> memory;
+    HRESULT hr = CreateStreamOnHGlobal(nullptr, TRUE, memory.GetAddressOf());
+    if (SUCCEEDED(hr)) {
+        hr = memory->Write(&kByteOrderMark, sizeof(kByteOrderMark), nullptr);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = memory->Write(text.data(), static_cast<ULONG>(text.size() * sizeof(wchar_t)), nullptr);
+    }
+    if (SUCCEEDED(hr)) {
+        hr = memory->Seek({}, STREAM_SEEK_SET, nullptr);
+    }
+    *stream = memory.Detach();
+    return hr;
+}
 
 void Parse(std::wstring_view text, TreeBuilder& builder)
 {
@@ -149,16 +163,21 @@ void Parse(std::wstring_view text, TreeBuilder& builder)
         hr = CoCreateInstance(readerClass, nullptr, CLSCTX_INPROC_SERVER, kIidReader,
                               reinterpret_cast<void**>(reader.GetAddressOf()));
     }
-    const std::unique_ptr<wchar_t, BstrDeleter> source(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
-    if (FAILED(hr) || source == nullptr) {
-        builder.problem.reason = source == nullptr ? L"not enough memory" : L"MSXML 3 cannot be created";
+    if (FAILED(hr)) {
+        builder.problem.reason = L"MSXML 3 cannot be created";
+        return;
+    }
+    Microsoft::WRL::ComPtr<IStream> source;
+    hr = MakeStream(text, source.GetAddressOf());
+    if (FAILED(hr)) {
+        builder.problem.reason = L"not enough memory";
         return;
     }
     reader->putContentHandler(&builder);
     reader->putErrorHandler(&builder);
     VARIANT input{};
-    input.vt = VT_BSTR;
-    input.bstrVal = source.get();
+    input.vt = VT_UNKNOWN;
+    input.punkVal = source.Get();
     hr = reader->parse(input);
     if (FAILED(hr) && builder.problem.reason.empty()) {
         builder.problem.reason = hr == E_OUTOFMEMORY ? L"not enough memory" : L"the XML is not well-formed";

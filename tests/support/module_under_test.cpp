@@ -2,8 +2,6 @@
 
 #include <stdexcept>
 
-namespace {
-
 // The tests' folder stands beside bin/, which holds what is shipped.
 std::wstring BuiltFile(const wchar_t* name)
 {
@@ -12,8 +10,6 @@ std::wstring BuiltFile(const wchar_t* name)
     path.resize(path.find_last_of(L'\\'));
     return path + L"\\..\\bin\\" + name;
 }
-
-} // namespace
 
 ReplayClient& Replay()
 {
@@ -63,10 +59,10 @@ std::wstring ExpectedSuffix(HRESULT code)
     return suffix;
 }
 
-ModuleUnderTest::ModuleUnderTest()
+ModuleUnderTest::ModuleUnderTest(const std::wstring& path)
 {
     Replay().Reset();
-    handle_ = LoadLibraryW(BuiltFile(L"Orvel_eventlog.dll").c_str());
+    handle_ = LoadLibraryW(path.c_str());
     if (handle_ == nullptr) {
         throw std::runtime_error("Orvel_eventlog.dll cannot be loaded");
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "module/provider_ids.h"
 #include "tests/support/host_fakes.h"
 #include "tools/replay/replay_client.h"
 
@@ -15,9 +16,11 @@
 
 using Microsoft::WRL::ComPtr;
 
-// {DAF69464-F4E2-40C0-BCC3-A30E819975F0}
-inline constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
+using orvel::kProviderClass;
 inline constexpr wchar_t kCrash[] = L"eventlog|eventlog_appcrash";
+
+/// Full path of a built file that is shipped.
+std::wstring BuiltFile(const wchar_t* name);
 
 /// The replay log that stands in for the Event Log in this process; loaded on first use.
 ReplayClient& Replay();
@@ -40,7 +43,8 @@ std::wstring ExpectedSuffix(HRESULT code);
 /// module at the end.
 class ModuleUnderTest {
 public:
-    ModuleUnderTest();
+    /// Loads the built file, or its copy at `path`.
+    explicit ModuleUnderTest(const std::wstring& path = BuiltFile(L"Orvel_eventlog.dll"));
     ~ModuleUnderTest();
     ModuleUnderTest(const ModuleUnderTest&) = delete;
     ModuleUnderTest& operator=(const ModuleUnderTest&) = delete;

@@ -1,0 +1,164 @@
+#include "tests/support/module_under_test.h"
+
+#include <tlhelp32.h>
+
+#include <array>
+
+namespace {
+
+const std::array kServed = {IID_IUnknown, IID_IDispatch, __uuidof(IDataProvider), __uuidof(IDataProviderEx),
+                            __uuidof(IOrvelDataProvider)};
+
+ComPtr<IUnknown> Ask(IUnknown* object, REFIID iid, HRESULT expected = S_OK)
+{
+    ComPtr<IUnknown> out;
+    EXPECT_EQ(object->QueryInterface(iid, reinterpret_cast<void**>(out.GetAddressOf())), expected);
+    return out;
+}
+
+// From every face of a provider each served interface is reached: IUnknown is `identity`, the others are one pointer.
+void ExpectIdentity(IUnknown* identity, IUnknown* provider)
+{
+    for (const IID& from : kServed) {
+        const ComPtr<IUnknown> face = Ask(provider, from);
+        for (const IID& to : kServed) {
+            EXPECT_EQ(Ask(face.Get(), to).Get(), IsEqualIID(to, IID_IUnknown) ? identity : provider);
+        }
+        EXPECT_FALSE(Ask(face.Get(), IID_IClassFactory, E_NOINTERFACE));
+    }
+}
+
+ComPtr<IClassFactory> Factory(const ModuleUnderTest& module)
+{
+    ComPtr<IClassFactory> factory;
+    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())), S_OK);
+    return factory;
+}
+
+HRESULT CanUnloadNow(const ModuleUnderTest& module)
+{
+    return module.Export<HRESULT WINAPI()>("DllCanUnloadNow")();
+}
+
+DWORD Threads()
+{
+    DWORD count = 0;
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    for (BOOL found = Thread32First(snapshot, &entry); found; found = Thread32Next(snapshot, &entry)) {
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    }
+    CloseHandle(snapshot);
+    return count;
+}
+
+// An object that has a provider as a part of itself.
+class Outer : public HostFake<IAgentHost> {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        return IsEqualIID(iid, IID_IUnknown) || !part ? HostFake::QueryInterface(iid, out)
+                                                      : part->QueryInterface(iid, out);
+    }
+    ComPtr<IUnknown> part;
+};
+
+TEST(ComObject, KeepsItsIdentityPlainAndAsAPart)
+{
+    const ModuleUnderTest module;
+    {
+        const ComPtr<IOrvelDataProvider> plain = module.CreateProvider();
+        const ComPtr<IUnknown> identity = Ask(plain.Get(), IID_IUnknown);
+        EXPECT_NE(identity.Get(), plain.Get());
+        ExpectIdentity(identity.Get(), plain.Get());
+        EXPECT_EQ(plain->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    }
+    Outer outer;
+    const ComPtr<IClassFactory> factory = Factory(module);
+    ASSERT_EQ(factory->CreateInstance(&outer, IID_IUnknown, reinterpret_cast<void**>(outer.part.GetAddressOf())), S_OK);
+    EXPECT_EQ(outer.references, 0) << "a part must not hold its whole";
+    // The part's own IUnknown answers for the part alone and counts it alone.
+    EXPECT_EQ(Ask(outer.part.Get(), IID_IUnknown).Get(), outer.part.Get());
+    EXPECT_EQ(outer.references, 0);
+    {
+        const ComPtr<IUnknown> face = Ask(outer.part.Get(), __uuidof(IOrvelDataProvider));
+        EXPECT_EQ(outer.references, 1) << "every other face counts the whole";
+        ExpectIdentity(&outer, face.Get());
+    }
+    EXPECT_EQ(outer.references, 0);
+    EXPECT_EQ(CanUnloadNow(module), S_FALSE);
+    outer.part.Reset();
+}
+
+TEST(ComObject, RefusesInTheDocumentedWords)
+{
+    const ModuleUnderTest module;
+    const ComPtr<IClassFactory> factory = Factory(module);
+    const ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
+    ComPtr<IUnknown> out;
+    auto** const slot = reinterpret_cast<void**>(out.ReleaseAndGetAddressOf());
+    ComPtr<ITypeInfo> typeInfo;
+    Outer outer;
+    UINT count = 0;
+    DISPID id = 0;
+    wchar_t unknown[] = L"Subscribe", known[] = L"querymetricex";
+    wchar_t *unknownName = unknown, *knownName = known;
+    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, slot, IID_IUnknown), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(module.GetClassObject(IID_IDispatch, slot), E_NOINTERFACE);
+    EXPECT_EQ(factory->CreateInstance(&outer, IID_IDispatch, slot), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, slot), E_NOINTERFACE);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(provider->GetTypeInfoCount(nullptr), E_POINTER);
+    EXPECT_EQ(provider->GetTypeInfoCount(&count), S_OK);
+    EXPECT_EQ(count, 1U);
+    EXPECT_EQ(provider->GetTypeInfo(1, 0, typeInfo.GetAddressOf()), DISP_E_BADINDEX);
+    EXPECT_EQ(provider->GetTypeInfo(0, 0, nullptr), E_POINTER);
+    EXPECT_EQ(provider->GetIDsOfNames(IID_IUnknown, &knownName, 1, 0, &id), DISP_E_UNKNOWNINTERFACE);
+    EXPECT_EQ(provider->GetIDsOfNames(IID_NULL, &unknownName, 1, 0, &id), DISP_E_UNKNOWNNAME);
+    EXPECT_EQ(provider->GetIDsOfNames(IID_NULL, &knownName, 1, 0, &id), S_OK);
+    EXPECT_EQ(provider->Invoke(id, IID_IUnknown, 0, DISPATCH_METHOD, nullptr, nullptr, nullptr, nullptr),
+              DISP_E_UNKNOWNINTERFACE);
+    EXPECT_FALSE(out);
+
+    // Mapped without being started, the module serves nothing.
+    const std::wstring copy = BuiltFile(L"not started.dll");
+    ASSERT_TRUE(CopyFileW(BuiltFile(L"Orvel_eventlog.dll").c_str(), copy.c_str(), FALSE));
+    const HMODULE mapped = LoadLibraryExW(copy.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+    ASSERT_NE(mapped, nullptr);
+    const FARPROC getClass = GetProcAddress(mapped, "DllGetClassObject");
+    EXPECT_EQ(reinterpret_cast<decltype(&DllGetClassObject)>(reinterpret_cast<void*>(getClass))(
+                  kProviderClass, IID_IClassFactory, slot),
+              E_UNEXPECTED);
+    FreeLibrary(mapped);
+    DeleteFileW(copy.c_str());
+}
+
+TEST(ComObject, KeepsTheModuleLoadedAndThenLetsItGo)
+{
+    DWORD threads = 0;
+    for (int round = 0; round < 30; ++round) {
+        {
+            const ModuleUnderTest module;
+            EXPECT_EQ(CanUnloadNow(module), S_OK);
+            ComPtr<IClassFactory> factory = Factory(module);
+            EXPECT_EQ(CanUnloadNow(module), S_FALSE);
+            factory->LockServer(TRUE);
+            ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
+            ComPtr<ITypeInfo> typeInfo;
+            EXPECT_EQ(provider->GetTypeInfo(0, 0, typeInfo.GetAddressOf()), S_OK);
+            EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration().Get()), S_OK);
+            factory->LockServer(FALSE);
+            factory.Reset();
+            EXPECT_EQ(CanUnloadNow(module), S_FALSE);
+            provider.Reset();
+            EXPECT_EQ(module.CanUnload(), S_OK);
+        }
+        EXPECT_EQ(GetModuleHandleW(L"Orvel_eventlog.dll"), nullptr);
+        threads = round == 0 ? Threads() : threads; // the first round starts what the platform keeps
+    }
+    EXPECT_EQ(Threads(), threads);
+}
+
+} // namespace

@@ -1,0 +1,40 @@
+#!/bin/sh
+# Registers the module as an administrator does, from a path with blanks, and drives it from a script.
+#   scripts.sh WINE BINARY-FOLDER
+set -eu
+wine=$1 binaries=$2 here=$(cd "$(dirname "$0")" && pwd)
+folder=$(mktemp -d "${TMPDIR:-/tmp}/orvel scripts.XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+module=$(printf 'Z:%s' "$folder/Orvel eventlog/Orvel_eventlog.dll" | tr / '\\')
+mkdir "$folder/Orvel eventlog"
+cp "$binaries/Orvel_eventlog.dll" "$binaries/replay/wevtapi.dll" "$here/dispatch.js" "$folder/Orvel eventlog/"
+# The script host looks for the stand-in in the current folder; a path that begins with a slash is an option to it.
+cd "$folder/Orvel eventlog"
+failures=0
+
+expect() {
+    what=$1
+    shift
+    if "$@"; then echo "ok      $what"; else
+        echo "FAILED  $what"
+        failures=1
+    fi
+}
+has_class() { "$wine" reg query "$1\\Software\\Classes\\OrvelAgent.EventLogProvider\\CLSID" >/dev/null 2>&1; }
+# has_only [HKLM|HKCU]: the class is registered there and nowhere else; without argument nowhere at all.
+has_only() {
+    for root in HKLM HKCU; do
+        if [ "$root" = "${1:-}" ]; then has_class "$root" || return 1; else ! has_class "$root" || return 1; fi
+    done
+}
+
+expect "regsvr32" "$wine" regsvr32 /s "$module"
+expect "  registers machine-wide alone" has_only HKLM
+expect "cscript dispatch.js" "$wine" cscript //nologo dispatch.js
+expect "regsvr32 /u" "$wine" regsvr32 /s /u "$module"
+expect "  removes it" has_only
+expect "regsvr32 /n /i:user" "$wine" regsvr32 /s /n /i:user "$module"
+expect "  registers for the user alone" has_only HKCU
+expect "regsvr32 /u /n /i:user" "$wine" regsvr32 /s /u /n /i:user "$module"
+expect "  removes it" has_only
+exit $failures

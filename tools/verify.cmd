@@ -11,7 +11,11 @@ set "powershell=%SystemRoot%\System32\WindowsPowerShell\v1.0\powershell.exe"
 set "console="
 set failed=0
 if exist "%work%" rmdir /s /q "%work%"
-mkdir "%work%" || exit /b 1
+mkdir "%work%"
+if not exist "%work%" (
+    echo The folder %work% cannot be made.
+    exit /b 1
+)
 
 echo Step 1: the package's files
 for %%f in (Orvel_eventlog.dll OrvelAgent.tlb EventLogProviderLib.tlb eventlog_console.exe) do (
@@ -49,19 +53,21 @@ if errorlevel 1 (
 echo   the provider was created and answered
 
 echo Step 4: from a written event to a metric
->"%work%\config.xml" (
-    echo ^<metrics^>^<metric name="eventlog|eventlog_appcrash"^>^<channel^>Application^</channel^>
-    echo ^<query^>*[System[Provider[@Name='Application Error'] and ^(EventID=1000^)]]^</query^>^</metric^>^</metrics^>
-)
-for /f %%p in ('%powershell% -NoProfile -Command "(Start-Process -PassThru -NoNewWindow -FilePath $env:here'eventlog_console.exe' -ArgumentList 'run','--config',('\"' + $env:work + '\config.xml\"'),'--interval','1','--format','jsonl','--log','info' -RedirectStandardOutput ($env:work + '\metrics.txt') -RedirectStandardError ($env:work + '\log.txt')).Id"') do set "console=%%p"
+>"%work%\config.xml" echo ^<metrics^>^<metric name="eventlog|eventlog_appcrash"^>^<channel^>Application^</channel^>
+>>"%work%\config.xml" echo ^<query^>*[System[Provider[@Name='Application Error'] and (EventID=1000)]]^</query^>^</metric^>^</metrics^>
+rem The console's number goes through a file: a pipe would be inherited by the console and stay open.
+"%powershell%" -NoProfile -Command "$ErrorActionPreference = 'Stop'; $console = Start-Process -PassThru -NoNewWindow -WorkingDirectory $env:work -FilePath ($env:here + 'eventlog_console.exe') -ArgumentList 'run --config config.xml --interval 1 --format jsonl --log info' -RedirectStandardOutput ($env:work + '\metrics.txt') -RedirectStandardError ($env:work + '\log.txt'); [IO.File]::WriteAllText($env:work + '\console.txt', $console.Id)" >"%work%\start.txt" 2>&1
+if exist "%work%\console.txt" set /p console=<"%work%\console.txt"
 if not defined console (
-    echo   FAILED: the console did not start
+    echo   FAILED: the console did not start:
+    type "%work%\start.txt"
     set failed=1
     goto unregister
 )
 echo   the console listens as process %console%
 ping -n 6 127.0.0.1 >nul
-"%powershell%" -NoProfile -Command "$ErrorActionPreference = 'Stop'; Write-EventLog -LogName Application -Source 'Application Error' -EventId 1000 -EntryType Error -Message $env:marker" >"%work%\write.txt" 2>&1
+rem The publisher's message takes many values; the first, the faulting application's name, carries the mark.
+"%powershell%" -NoProfile -Command "$ErrorActionPreference = 'Stop'; $kind = New-Object Diagnostics.EventInstance 1000, 100, 'Error'; [Diagnostics.EventLog]::WriteEvent('Application Error', $kind, [object[]](@($env:marker) + (2..20)))" >"%work%\write.txt" 2>&1
 if errorlevel 1 (
     echo   FAILED: the event could not be written:
     type "%work%\write.txt"
@@ -97,7 +103,8 @@ if errorlevel 1 (
 )
 set left=0
 for %%k in ("OrvelAgent.EventLogProvider" "OrvelAgent.EventLogProvider.1" "CLSID\%class%" "WOW6432Node\CLSID\%class%" "AppID\Orvel_eventlog.dll" "TypeLib\{BA21C1A6-3183-4E99-A464-6DF4178B7249}") do (
-    reg query "HKCU\Software\Classes\%%~k" >nul 2>&1 && (
+    reg query "HKCU\Software\Classes\%%~k" >nul 2>&1
+    if not errorlevel 1 (
         echo   FAILED: HKCU\Software\Classes\%%~k is still there
         set left=1
     )

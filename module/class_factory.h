@@ -3,9 +3,9 @@
 #include "module/module.h"
 
 #include <windows.h>
+#include <unknwn.h>
 
 #include <atomic>
-#include <unknwn.h>
 
 namespace orvel {
 

@@ -1,7 +1,5 @@
 #include "module/registrar.h"
 
-#include <ranges>
-
 namespace orvel {
 
 namespace {
@@ -66,8 +64,8 @@ LSTATUS UnregisterKey(HKEY parent, const ScriptKey& listed);
 LSTATUS UnregisterContent(HKEY key, const ScriptKey& listed)
 {
     LSTATUS first = ERROR_SUCCESS;
-    for (const ScriptKey& child : std::views::reverse(listed.keys)) {
-        KeepFirst(first, UnregisterKey(key, child));
+    for (auto child = listed.keys.rbegin(); child != listed.keys.rend(); ++child) {
+        KeepFirst(first, UnregisterKey(key, *child));
     }
     for (const auto& [name, value] : listed.values) {
         KeepFirst(first, UnlessAbsent(RegDeleteValueW(key, name.c_str())));
@@ -116,8 +114,8 @@ LSTATUS RegisterScript(const Script& script, HKEY classes)
 LSTATUS UnregisterScript(const Script& script, HKEY classes)
 {
     LSTATUS first = ERROR_SUCCESS;
-    for (const auto& [root, listed] : std::views::reverse(script)) {
-        KeepFirst(first, UnregisterContent(Root(root, classes), listed));
+    for (auto root = script.rbegin(); root != script.rend(); ++root) {
+        KeepFirst(first, UnregisterContent(Root(root->first, classes), root->second));
     }
     return first;
 }

@@ -5,8 +5,8 @@
 #include "module/provider_ids.h"
 #include "module/registrar.h"
 
-#include <oleauto.h>
 #include <windows.h>
+#include <oleauto.h>
 #include <wrl/client.h>
 
 #include <cstring>
@@ -83,8 +83,8 @@ HRESULT OpenClasses(UniqueRegistryKey& classes)
 
 std::wstring ScriptText(HMODULE module, WORD resource)
 {
-    const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(resource), L"REGISTRY");
-    const HGLOBAL loaded = found != nullptr ? LoadResource(module, found) : nullptr;
+    HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(resource), L"REGISTRY");
+    HGLOBAL loaded = found != nullptr ? LoadResource(module, found) : nullptr;
     if (loaded == nullptr) {
         return {};
     }

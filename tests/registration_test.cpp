@@ -145,8 +145,8 @@ TEST(Registration, MakesItsOwnBranchAloneAndLeavesNothing)
 {
     for (const bool isPerUser : {false, true}) {
         SCOPED_TRACE(isPerUser);
-        const HKEY own = isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-        const HKEY other = isPerUser ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+        HKEY own = isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+        HKEY other = isPerUser ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
         // What others keep in a shared key must survive, and what the branches lack is not the module's to remove.
         for (const wchar_t* parent : {L"AppID", L"CLSID", L"TypeLib"}) {
             HKEY key = nullptr;

@@ -4,10 +4,10 @@
 
 #include "module/provider_ids.h"
 
+#include <windows.h>
 #include <OrvelAgent.h>
 #include <comdef.h>
 #include <oleauto.h>
-#include <windows.h>
 #include <wrl/client.h>
 
 #include <cstdio>

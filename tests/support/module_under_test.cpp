@@ -79,15 +79,12 @@ ModuleUnderTest::~ModuleUnderTest()
 
 HRESULT ModuleUnderTest::CanUnloadNow() const
 {
-    using Function = decltype(DllCanUnloadNow);
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, "DllCanUnloadNow")))();
+    return Export<decltype(DllCanUnloadNow)>("DllCanUnloadNow")();
 }
 
 HRESULT ModuleUnderTest::GetClassObject(REFIID iid, void** out, REFCLSID classId) const
 {
-    using Function = decltype(DllGetClassObject);
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, "DllGetClassObject")))(classId,
-                                                                                                              iid, out);
+    return Export<decltype(DllGetClassObject)>("DllGetClassObject")(classId, iid, out);
 }
 
 ComPtr<IOrvelDataProvider> ModuleUnderTest::CreateProvider() const

@@ -51,6 +51,12 @@ public:
 
     HMODULE handle() const { return handle_; }
     HRESULT CanUnloadNow() const;
+    /// An exported function by name.
+    template <typename Function>
+    Function* Export(const char* name) const
+    {
+        return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, name)));
+    }
     HRESULT GetClassObject(REFIID iid, void** out, REFCLSID classId = kProviderClass) const;
     ComPtr<IOrvelDataProvider> CreateProvider() const;
 

@@ -1,0 +1,19 @@
+#!/bin/sh
+# Builds the fuzzers and runs each once over its kept inputs; the names of some may be given. A failure shows the input.
+# With --build it only builds.
+set -eu
+cd "$(dirname "$0")/.."
+[ -f build/fuzz/build.ninja ] || cmake -S tests/fuzz -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+cmake --build build/fuzz
+[ "${1-}" != --build ] || exit 0
+
+for target in ${*:-$(ls -d tests/fuzz/corpus/*/)}; do
+    target=$(basename "$target")
+    count=$(ls "tests/fuzz/corpus/$target" | wc -l)
+    [ "$count" -gt 0 ] || { echo "$target has no inputs" >&2; exit 1; }
+    if ! output=$("build/fuzz/$target" -timeout=10 "tests/fuzz/corpus/$target"/* 2>&1); then
+        printf '%s\n' "$output" >&2
+        exit 1
+    fi
+    echo "$target: $count inputs pass"
+done

@@ -1,0 +1,20 @@
+// The details of a crash against a replacement unit by unit; '|' parts the message and the two lines.
+#include "appcrash/crash_details.h"
+
+#include "tests/fuzz/fuzz.h"
+
+void orvel::Fuzz(std::wstring_view text, std::string_view)
+{
+    const std::wstring_view message = TakeUntil(text, L'|');
+    const std::wstring_view timeLine = TakeUntil(text, L'|');
+    std::wstring expected;
+    for (const wchar_t unit : message) {
+        expected += unit;
+        if (expected.ends_with(L"\r\n")) {
+            expected.replace(expected.size() - 2, 2, L"<br />");
+        }
+    }
+    const std::wstring details = BuildCrashDetails(message, timeLine, text);
+    assert(details == expected.append(timeLine).append(text));
+    assert(details.capacity() == std::max(details.size(), std::wstring().capacity()));
+}

@@ -2,9 +2,11 @@
 
 #include "tests/support/module_under_test.h"
 
+#include <cstring>
 #include <cwchar>
 #include <string>
-#include <vector>
+#include <tuple>
+#include <utility>
 
 namespace {
 
@@ -25,30 +27,24 @@ std::wstring HostNameLine()
     return std::wstring(L"<br />Host Name: ") + name;
 }
 
-// What EvtFormatMessage and EvtRender give while a test has replaced them.
-const wchar_t* givenMessage = nullptr;
+BOOL Give(const void* data, DWORD count, DWORD bytesEach, DWORD size, void* buffer, DWORD* used)
+{
+    *used = count;
+    SetLastError(size < count ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
+    return size >= count && std::memcpy(buffer, data, size_t{count} * bytesEach) != nullptr;
+}
+
+// What EvtFormatMessage and EvtRender give while these have taken their places.
+std::wstring givenMessage;
 BOOL WINAPI GiveMessage(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT, DWORD, DWORD size, LPWSTR buffer,
                         DWORD* used)
 {
-    *used = static_cast<DWORD>(std::wcslen(givenMessage)) + 1;
-    if (size < *used) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    std::wmemcpy(buffer, givenMessage, *used);
-    return TRUE;
+    return Give(givenMessage.c_str(), static_cast<DWORD>(givenMessage.size()) + 1, sizeof(wchar_t), size, buffer, used);
 }
 EVT_VARIANT givenTime;
-BOOL WINAPI GiveTime(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD size, void* buffer, DWORD* used, DWORD* count)
+BOOL WINAPI GiveTime(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD size, void* buffer, DWORD* used, DWORD*)
 {
-    *count = 1;
-    *used = sizeof(givenTime);
-    if (size < *used) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    *static_cast<EVT_VARIANT*>(buffer) = givenTime;
-    return TRUE;
+    return Give(&givenTime, sizeof(givenTime), 1, size, buffer, used);
 }
 
 class CrashTest : public ModuleTest {
@@ -81,79 +77,66 @@ TEST_F(CrashTest, ACrashIsWrittenOnceToTheCharacter)
 TEST_F(CrashTest, OnlyPairsOfCrAndLfBecomeMarkup)
 {
     const ImportPatch patch(module, "EvtFormatMessage", &GiveMessage);
-    const struct {
-        const wchar_t* message;
-        const wchar_t* details;
-    } cases[] = {{L"plain", L"plain"},     {L"", L""},
-                 {L"\r\n", L"<br />"},     {L"\r\n\r\na", L"<br /><br />a"},
-                 {L"a\rb\nc", L"a\rb\nc"}, {L"a\n\rb\r\r\n\nc\r", L"a\n\rb\r<br />\nc\r"}};
-    for (const auto& example : cases) {
-        givenMessage = example.message;
+    const std::pair<const wchar_t*, const wchar_t*> cases[] = {
+        {L"plain", L"plain"},     {L"", L""},
+        {L"\r\n", L"<br />"},     {L"\r\n\r\na", L"<br /><br />a"},
+        {L"a\rb\nc", L"a\rb\nc"}, {L"a\n\rb\r\r\n\nc\r", L"a\n\rb\r<br />\nc\r"}};
+    for (const auto& [message, details] : cases) {
+        givenMessage = message;
         Deliver(0);
         EXPECT_EQ(Collect(), S_OK);
-        EXPECT_EQ(sink.Take(), (Lines{kFlagLine, Details(1, example.details)}));
+        EXPECT_EQ(sink.Take(), (Lines{kFlagLine, Details(1, details)}));
     }
 }
 
 TEST_F(CrashTest, TheTimeLineIsThereForFileTimesThatTheSystemKnows)
 {
     const ImportPatch patch(module, "EvtRender", &GiveTime);
-    const struct {
-        DWORD type;
-        ULONGLONG time;
-        const wchar_t* line;
-    } cases[] = {{EvtVarTypeFileTime, 0, L"<br />Crash Time: 1601-01-01 00:00:00"},
-                 {EvtVarTypeFileTime, 133540960899999999, L"<br />Crash Time: 2024-03-05 07:08:09"},
-                 {EvtVarTypeFileTime, 0x7FFFFFFFFFFFFFFF, L"<br />Crash Time: 30828-09-14 02:48:05"},
-                 {EvtVarTypeFileTime, 0x8000000000000000, L""},
-                 {EvtVarTypeFileTime, 0xFFFFFFFFFFFFFFFF, L""},
-                 {EvtVarTypeNull, 133540960899999999, L""},
-                 {EvtVarTypeUInt64, 133540960899999999, L""}};
-    for (const auto& example : cases) {
-        givenTime.FileTimeVal = example.time;
-        givenTime.Type = example.type;
+    const std::tuple<DWORD, ULONGLONG, const wchar_t*> cases[] = {
+        {EvtVarTypeFileTime, 0, L"<br />Crash Time: 1601-01-01 00:00:00"},
+        {EvtVarTypeFileTime, 0x7FFFFFFFFFFFFFFF, L"<br />Crash Time: 30828-09-14 02:48:05"},
+        {EvtVarTypeFileTime, 0x8000000000000000, L""},
+        {EvtVarTypeFileTime, 0xFFFFFFFFFFFFFFFF, L""},
+        {EvtVarTypeNull, 133540960899999999, L""},
+        {EvtVarTypeUInt64, 133540960899999999, L""}};
+    for (const auto& [type, time, line] : cases) {
+        givenTime.FileTimeVal = time;
+        givenTime.Type = type;
         Deliver(0);
         EXPECT_EQ(Collect(), S_OK);
-        EXPECT_EQ(sink.Take(),
-                  (Lines{kFlagLine, DetailsLine(1, std::wstring(L"first") + example.line + HostNameLine())}));
+        EXPECT_EQ(sink.Take(), (Lines{kFlagLine, DetailsLine(1, std::wstring(L"first") + line + HostNameLine())}));
     }
 }
 
 TEST_F(CrashTest, AnEventThatCannotBeReadLosesItsTimeOrItsRecordAndNothingElse)
 {
-    const struct {
-        ReplayFunction function;
-        DWORD occurrence;
-        ReplayFault fault;
-        DWORD code;
-        const wchar_t* pieces; // "mth": message, time line, host name line
-    } cases[] = {{ReplayEvtCreateRenderContext, 1, ReplayFail, ERROR_ACCESS_DENIED, L"mh"},
-                 {ReplayEvtRender, 1, ReplayFail, ERROR_INVALID_HANDLE, L"mh"},
-                 {ReplayEvtRender, 2, ReplayFail, ERROR_INVALID_DATA, L"mh"},
-                 {ReplayEvtRender, 1, ReplayNoBufferNeeded, 0, L"mh"},
-                 {ReplayEvtRender, 2, ReplayNullValues, 0, L"mh"},
-                 {ReplayEvtRender, 2, ReplayOtherTypes, 0, L"mh"},
-                 {ReplayEvtOpenPublisherMetadata, 1, ReplayFail, ERROR_FILE_NOT_FOUND, L"mth"},
-                 {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_MESSAGE_NOT_FOUND, L""},
-                 {ReplayEvtFormatMessage, 1, ReplayNoBufferNeeded, 0, L""},
-                 {ReplayEvtFormatMessage, 2, ReplayFailWithText, ERROR_EVT_UNRESOLVED_VALUE_INSERT, L""}};
+    enum Lost { Nothing, Time, Record };
+    const std::tuple<ReplayFunction, DWORD, ReplayFault, DWORD, Lost> cases[] = {
+        {ReplayEvtCreateRenderContext, 1, ReplayFail, ERROR_ACCESS_DENIED, Time},
+        {ReplayEvtRender, 1, ReplayFail, ERROR_INVALID_HANDLE, Time},
+        {ReplayEvtRender, 2, ReplayFail, ERROR_INVALID_DATA, Time},
+        {ReplayEvtRender, 1, ReplayNoBufferNeeded, 0, Time},
+        {ReplayEvtRender, 2, ReplayNullValues, 0, Time},
+        {ReplayEvtRender, 2, ReplayOtherTypes, 0, Time},
+        {ReplayEvtOpenPublisherMetadata, 1, ReplayFail, ERROR_FILE_NOT_FOUND, Nothing}, // the event brings its text
+        {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_MESSAGE_NOT_FOUND, Record},
+        {ReplayEvtFormatMessage, 1, ReplayNoBufferNeeded, 0, Record},
+        {ReplayEvtFormatMessage, 2, ReplayFailWithText, ERROR_EVT_UNRESOLVED_VALUE_INSERT, Record}};
     for (const DWORD modes : {DWORD{0}, DWORD{ReplayLastErrorUntouched}}) {
-        for (const auto& example : cases) {
-            SCOPED_TRACE(testing::Message() << "function " << example.function << ", occurrence " << example.occurrence
-                                            << ", fault " << example.fault << ", modes " << modes);
+        for (const auto& [function, occurrence, fault, code, lost] : cases) {
+            SCOPED_TRACE(testing::Message() << function << '.' << occurrence << ": " << fault << ", modes " << modes);
             Replay().Reset();
             Replay().SetMode(modes);
-            Replay().Inject(example.function, example.occurrence, example.fault, example.code);
+            Replay().Inject(function, occurrence, fault, code);
             Deliver(0);
             Deliver(1);
             EXPECT_EQ(Collect(), S_OK);
-            std::vector<std::wstring> wanted{kFlagLine};
-            if (example.pieces[0] == L'm') {
-                const bool timed = example.pieces[1] == L't';
-                wanted.push_back(DetailsLine(1, std::wstring(L"first") + (timed ? kTimeLine : L"") + HostNameLine()));
+            Lines wanted{kFlagLine};
+            if (lost != Record) {
+                wanted.push_back(
+                    DetailsLine(1, L"first" + std::wstring(lost == Time ? L"" : kTimeLine) + HostNameLine()));
             }
-            const int ordinal = static_cast<int>(wanted.size());
-            wanted.push_back(Details(ordinal, L"second"));
+            wanted.push_back(Details(static_cast<int>(wanted.size()), L"second"));
             EXPECT_EQ(sink.Take(), wanted);
         }
     }
@@ -253,7 +236,7 @@ TEST_F(CrashTest, OutOfMemoryLeavesAsTheSystemsErrorAndLosesNothing)
 TEST_F(CrashTest, EveryEventLeavesItsPublisherOpenAndErrorsAreNoEvents)
 {
     const DWORD open = Replay().OpenHandles(ReplayPublisherHandle);
-    EXPECT_EQ(Replay().Deliver(0, 5), 0U);
+    Deliver(0, 5);
     EXPECT_EQ(Replay().OpenHandles(ReplayPublisherHandle), open + 5);
     EXPECT_EQ(Replay().DeliverError(15011), 0U);
     EXPECT_EQ(Replay().Calls(ReplayEvtOpenPublisherMetadata), 5U);

@@ -4,6 +4,7 @@
 #include "lamina/mounted_entries.h"
 
 #include <gtest/gtest.h>
+
 #include <tuple>
 #include <utility>
 #include <vector>

@@ -6,51 +6,10 @@
 #include <array>
 #include <iterator>
 #include <string>
-#include <vector>
 
 namespace {
 
 class ProviderTest : public ModuleTest {};
-
-TEST_F(ProviderTest, OnlyItsOwnClassIsServed)
-{
-    void* out = &out;
-    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
-    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, &out, CLSID_NULL), CLASS_E_CLASSNOTAVAILABLE);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(module.GetClassObject(IID_IDispatch, &out), E_NOINTERFACE);
-}
-
-TEST_F(ProviderTest, EveryInterfaceIsTheSameOne)
-{
-    for (const IID* iid : {&__uuidof(IDataProvider), &__uuidof(IDataProviderEx), &IID_IDispatch}) {
-        ComPtr<IUnknown> same;
-        EXPECT_EQ(provider->QueryInterface(*iid, reinterpret_cast<void**>(same.GetAddressOf())), S_OK);
-        EXPECT_EQ(same.Get(), provider.Get());
-    }
-    void* out = &out;
-    EXPECT_EQ(provider->QueryInterface(IID_IClassFactory, &out), E_NOINTERFACE);
-    EXPECT_EQ(out, nullptr);
-}
-
-TEST_F(ProviderTest, AsPartOfAnOuterObjectItCountsAndAnswersByThatObject)
-{
-    HostObject outer;
-    ComPtr<IClassFactory> factory;
-    ASSERT_EQ(module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())), S_OK);
-    void* refused = nullptr;
-    EXPECT_EQ(factory->CreateInstance(&outer, IID_IDispatch, &refused), CLASS_E_NOAGGREGATION);
-    ComPtr<IUnknown> part;
-    ASSERT_EQ(factory->CreateInstance(&outer, IID_IUnknown, reinterpret_cast<void**>(part.GetAddressOf())), S_OK);
-    EXPECT_EQ(outer.references, 0);
-    ComPtr<IOrvelDataProvider> inner;
-    ASSERT_EQ(part->QueryInterface(__uuidof(IOrvelDataProvider), reinterpret_cast<void**>(inner.GetAddressOf())), S_OK);
-    EXPECT_EQ(outer.references, 1);
-    ComPtr<IUnknown> whole;
-    ASSERT_EQ(inner->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(whole.GetAddressOf())), S_OK);
-    EXPECT_EQ(whole.Get(), &outer);
-    EXPECT_EQ(inner->UnsubscribeAll(), S_OK);
-}
 
 TEST_F(ProviderTest, NullArgumentsAndConfigurationsThatAreNoElementAreInvalidAndSilent)
 {
@@ -156,7 +115,7 @@ TEST_F(ProviderTest, ANewHostIsTakenBeforeTheOldOneIsReleasedAndMetricsKeepTheir
 
 // The element's 37th slot is selectSingleNode; its table is replaced by a copy that fails there.
 HRESULT domResult = S_OK;
-std::vector<std::wstring> domAsked;
+Lines domAsked;
 HRESULT STDMETHODCALLTYPE FailToSelect(IXMLDOMElement*, BSTR name, IXMLDOMNode** node)
 {
     domAsked.emplace_back(name);

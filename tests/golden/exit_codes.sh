@@ -43,6 +43,7 @@ expect 2 'subcommand'
 expect 2 '--config is required' run
 expect 2 'xml' run --config good.xml --format xml
 expect 2 '--interval' run --config good.xml --interval 0
+expect 2 '--collect-after' run --config good.xml --collect-after 1,x
 expect 3 'missing.xml: ' run --config missing.xml
 expect 3 'less-than.xml:2:' run --config less-than.xml
 expect 3 'nameless.xml:2:' run --config nameless.xml

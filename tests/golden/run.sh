@@ -2,20 +2,31 @@
 # Plays one golden case through the console and the real module:
 #   tests/golden/run.sh CONSOLE.exe CASE          e.g. build/x64/bin/eventlog_console.exe tests/golden/texts
 # CASE.export.xml is played with CASE.config.xml; standard output must be CASE.expected.jsonl, and, where there is a
-# CASE.expected.log, standard error must be that. @HOST@ stands for the computer's name in both.
+# CASE.expected.log, standard error must be that. @HOST@ stands for the computer's name in both. CASE.options, where there
+# is one, holds further options of the console.
 set -eu
 wine=$(cd "$(dirname "$0")/../../cmake" && pwd)/wine.sh
 console=$(realpath "$1")
 cd "$(dirname "$2")"
 case=$(basename "$2")
 actual=$(mktemp -d)
-trap 'rm -rf "$actual"' EXIT
+# An export that plays the layering agent's service leaves its registry key and its folder behind, as would ./demo.
+clean() {
+    ! grep -q '<replay:registry' "$case.export.xml" ||
+        "$wine" cmd /c 'reg delete HKLM\System\CurrentControlSet\Services\korvex /f & rd /s /q C:\Korvex' \
+            >"$actual/clean" 2>&1 || true
+}
+trap 'clean; rm -rf "$actual"' EXIT
+clean
 
 # What the system itself has on record, not what the module made of it.
 host=$("$wine" reg query 'HKLM\System\CurrentControlSet\Control\ComputerName\ActiveComputerName' /v ComputerName |
     tr -d '\r' | sed -n 's/.*REG_SZ *//p')
+options=
+[ ! -e "$case.options" ] || options=$(cat "$case.options")
 code=0
-"$wine" "$console" run --config "$case.config.xml" --replay "$case.export.xml" \
+# shellcheck disable=SC2086 # the options are words
+"$wine" "$console" run $options --config "$case.config.xml" --replay "$case.export.xml" \
     --module "$(dirname "$console")/Orvel_eventlog.dll" --format jsonl --log info \
     >"$actual/jsonl" 2>"$actual/log" || code=$?
 

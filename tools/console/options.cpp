@@ -64,6 +64,11 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
                     "(default: only at the end)")
         ->check(CLI::Range(0.1, 86400.0))
         ->type_name("SECONDS");
+    run->add_option("--collect-after", options.collectAfter,
+                    "With --replay: collect also after these entries of the export, events and actions alike, counted "
+                    "from 1")
+        ->delimiter(',')
+        ->type_name("N,...");
     run->add_option("--format", format, "Output for people or for programs: table or jsonl (default: table)")
         ->check(CLI::IsMember({"table", "jsonl"}))
         ->type_name("FORMAT");

@@ -10,9 +10,10 @@ enum class Format { Table, JsonLines };
 
 struct Options {
     std::wstring config;
-    std::wstring replay; ///< empty: the live Event Log
-    std::wstring module; ///< empty: by ProgID, else beside the program
-    double interval = 0; ///< seconds between collections; 0: only once, at the end
+    std::wstring replay;                ///< empty: the live Event Log
+    std::wstring module;                ///< empty: by ProgID, else beside the program
+    double interval = 0;                ///< seconds between collections; 0: only once, at the end
+    std::vector<unsigned> collectAfter; ///< entries of the export, from 1, after which to collect as well
     Format format = Format::Table;
     long logMask = 0; ///< levels of the provider's lines to show, as a mask of LogLevel
 };

@@ -156,6 +156,10 @@ private:
         try {
             self.progress_.Show(done, total);
             self.CollectWhenDue();
+            const auto& after = self.options_.collectAfter;
+            if (std::find(after.begin(), after.end(), done) != after.end()) {
+                self.CollectAll();
+            }
             return WaitForSingleObject(stopEvent, 0) != WAIT_OBJECT_0;
         } catch (...) {
             self.playFailure_ = std::current_exception(); // must not pass through the replay log

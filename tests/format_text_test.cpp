@@ -12,7 +12,7 @@ namespace {
 TEST(FormatString, AgreesWithJoinedPieces)
 {
     std::mt19937 random(20240305); // the same texts in every run
-    const auto padded = [](std::wstring digits, size_t width) {
+    const auto padded = [](const std::wstring& digits, size_t width) {
         return std::wstring(width - std::min(width, digits.size()), L'0') + digits;
     };
     for (unsigned round = 0; round < 4000; ++round) {

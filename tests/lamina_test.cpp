@@ -296,19 +296,19 @@ TEST_F(LaminaTest, WhatCannotBeReadOfAnEventIsThatOfTheOneBefore)
         ReplayFunction function;
         DWORD occurrence;
         ReplayFault fault;
-        const wchar_t* times; // of volumes ready and all done; a lost message is that of the volume again
-    } cases[] = {{ReplayEvtCreateRenderContext, 1, ReplayFail, L"[lamina] = #3000|[lamina] = #3000|"},
-                 {ReplayEvtRender, 1, ReplayFail, L"[lamina] = #3000|[lamina] = #3000|"},
-                 {ReplayEvtRender, 2, ReplayFail, L"[lamina] = #3000|[lamina] = #3000|"},
-                 {ReplayEvtFormatMessage, 1, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
-                 {ReplayEvtFormatMessage, 2, ReplayFailWithText, L"[lamina] = #4000|[lamina] = #4000|"},
+        const wchar_t* times; // of volumes ready and all done; a lost message is the latter's again
+    } cases[] = {{ReplayEvtCreateRenderContext, 1, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
+                 {ReplayEvtRender, 1, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
+                 {ReplayEvtRender, 2, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
+                 {ReplayEvtFormatMessage, 1, ReplayFail, L"[lamina] = #1000|[lamina] = #3000|"},
+                 {ReplayEvtFormatMessage, 2, ReplayFailWithText, L"[lamina] = #1000|[lamina] = #3000|"},
                  {ReplayEvtSubscribe, 1, ReplayFail, L"[lamina] = #3000|[lamina] = #4000|"}};
     for (const auto& example : cases) {
-        for (const DWORD event : {kLogoff, kLogon, kVolume}) {
+        for (const DWORD event : {kLogoff, kLogon, kAllDone}) {
             Deliver(event);
         }
         Replay().Inject(example.function, example.occurrence, example.fault, ERROR_EVT_UNRESOLVED_VALUE_INSERT);
-        Deliver(kAllDone);
+        Deliver(kVolume);
         const Lines written = Written();
         EXPECT_EQ(Join(written, L"lamina|volumes_ready_timestamp ") + Join(written, L"lamina|all_done_timestamp "),
                   example.times);

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "host/native_lock.h"
 #include "metric/metric.h"
 
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <string>
 
 namespace orvel {
@@ -37,7 +37,7 @@ private:
     void AddCrashFromMessage(const wchar_t* message);
     void AddCrashRecord(std::wstring details);
 
-    std::mutex lock_; ///< guards all below; held through OnEvent and Collect
+    NativeLock lock_; ///< guards all below; held through OnEvent and Collect
     std::wstring crashTimeLine_;
     std::wstring hostNameLine_; ///< empty until the name could be read, then kept
     std::deque<CrashRecord> pendingCrashes_;

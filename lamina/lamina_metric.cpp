@@ -5,6 +5,7 @@
 #include "metric/event_handle.h"
 #include "metric/event_reading.h"
 
+#include <mutex>
 #include <utility>
 
 namespace orvel {

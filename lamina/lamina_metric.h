@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/native_lock.h"
 #include "lamina/agent_event.h"
 #include "lamina/lamina_log_collector.h"
 #include "metric/metric.h"
@@ -7,7 +8,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace orvel {
@@ -43,7 +43,7 @@ private:
     HRESULT RefreshManagerHost();
 
     std::array<uint64_t, kMomentCount> times_{}; ///< FILETIMEs; 0 is not seen
-    std::mutex lock_;                            ///< guards everything here; held through OnEvent and Collect
+    NativeLock lock_;                            ///< guards everything here; held through OnEvent and Collect
     const std::shared_ptr<CLaminaLogCollector> collector_;
     std::wstring managerHost_; ///< as last read, without the port
     AgentEventRecord lastEvent_;

@@ -3,14 +3,20 @@
 #include "metric/metric.h"
 
 #include <algorithm>
+#include <mutex>
 #include <system_error>
 
 namespace orvel {
 
+namespace {
+
+CallRegistry theRegistry; // made with the module: a static of the function would take memory and a lock at first use
+
+} // namespace
+
 CallRegistry& CallRegistry::Instance()
 {
-    static CallRegistry registry;
-    return registry;
+    return theRegistry;
 }
 
 void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric)

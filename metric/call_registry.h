@@ -1,11 +1,12 @@
 #pragma once
 
+#include "host/native_lock.h"
+
 #include <windows.h>
 #include <winevt.h>
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace orvel {
@@ -85,7 +86,7 @@ private:
 
     static void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription);
 
-    std::mutex lock_;
+    NativeLock lock_;
     std::vector<Entry> entries_;     // oldest first
     Call* calls_ = nullptr;          // the running calls of all threads, linked through themselves
     std::atomic<long> activity_ = 0; // running calls and closings left to the pool

@@ -8,10 +8,13 @@
 #include <windows.h>
 
 #include <cwchar>
+#include <exception>
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* /*reserved*/)
 {
     if (reason == DLL_PROCESS_ATTACH) {
+        // Has the C++ runtime make now what it needs to throw: GCC's does not survive a lack of memory while it does.
+        static_cast<void>(std::current_exception());
         orvel::CEventLogProviderModule::Instance().SetHandle(instance);
     } else if (reason == DLL_PROCESS_DETACH) {
         orvel::CEventLogProviderModule::Instance().SetHandle(nullptr);

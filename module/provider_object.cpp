@@ -2,6 +2,7 @@
 
 #include "module/type_info.h"
 
+#include <mutex>
 #include <new>
 
 namespace orvel {
@@ -78,7 +79,7 @@ ULONG ProviderObject::Identity::Release()
 HRESULT ProviderObject::TypeInfo(ITypeInfo** out) noexcept
 {
     *out = nullptr;
-    const std::lock_guard guard(typeInfoMutex_);
+    const std::lock_guard guard(typeInfoLock_);
     const HRESULT hr = typeInfo_ ? S_OK : LoadProviderTypeInfo(typeInfo_.ReleaseAndGetAddressOf());
     return SUCCEEDED(hr) ? typeInfo_.CopyTo(out) : hr;
 }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "host/native_lock.h"
 #include "module/module.h"
 #include "provider/provider.h"
 
 #include <wrl/client.h>
 
 #include <atomic>
-#include <mutex>
 
 namespace orvel {
 
@@ -58,7 +58,7 @@ private:
     ModuleLock lock_;
     Identity identity_{*this};
     IUnknown* outer_; // not counted: an outer object outlives its parts
-    std::mutex typeInfoMutex_;
+    NativeLock typeInfoLock_;
     Microsoft::WRL::ComPtr<ITypeInfo> typeInfo_;
 };
 

@@ -1,6 +1,7 @@
 #include "module/registration.h"
 
 #include "host/com_failure.h"
+#include "host/native_lock.h"
 #include "module/module.h"
 #include "module/provider_ids.h"
 #include "module/registrar.h"
@@ -28,7 +29,7 @@ constexpr const wchar_t* kLibraryKey = sizeof(void*) == 8
                                            : L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}\\1.0\\0\\win32";
 
 // HKCR is redirected for the whole process: one registration at a time.
-std::mutex registrationMutex;
+NativeLock registrationLock;
 
 class SystemThreadLocale {
 public:
@@ -149,7 +150,7 @@ template <typename Steps>
 HRESULT OnClasses(Steps&& steps) noexcept
 {
     try {
-        const std::lock_guard guard(registrationMutex);
+        const std::lock_guard guard(registrationLock);
         if (CEventLogProviderModule::Instance().IsPerUser()) {
             AllowTypeLibraryPerUser();
         }

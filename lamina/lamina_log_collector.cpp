@@ -91,28 +91,30 @@ bool CLaminaLogCollector::LocateLogDirectory()
     if (error != ERROR_SUCCESS) {
         return LogError(L"Failed to open registry key for korvex, error: %d", error);
     }
-    if (!QueryImagePath(key.get())) {
+    std::wstring directory;
+    if (!QueryImagePath(key.get(), directory)) {
         return false;
     }
-    LogInfo(L"korvex image path: %s", logDirectory_.c_str()); // the second of two equal lines; hosts know them so
-    std::erase(logDirectory_, L'"');
-    logDirectory_.resize(std::min(logDirectory_.rfind(L'\\'), logDirectory_.size())); // without one it stays whole
-    logDirectory_ += L"\\Logs\\";
+    LogInfo(L"korvex image path: %s", directory.c_str()); // the second of two equal lines; hosts know them so
+    std::erase(directory, L'"');
+    directory.resize(std::min(directory.rfind(L'\\'), directory.size())); // without one it stays whole
+    directory += L"\\Logs\\";
+    logDirectory_ = std::move(directory); // only now: what is thrown before must not leave half a path
     LogInfo(L"korvex log path: %s", logDirectory_.c_str());
     return true;
 }
 
-bool CLaminaLogCollector::QueryImagePath(HKEY key)
+bool CLaminaLogCollector::QueryImagePath(HKEY key, std::wstring& path)
 {
     // The last character is kept from the registry, so that a value of any type and length ends.
-    wchar_t path[1024] = {};
-    DWORD bytes = sizeof(path) - sizeof(wchar_t);
-    const LSTATUS error = RegQueryValueExW(key, L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(path), &bytes);
+    wchar_t value[1024] = {};
+    DWORD bytes = sizeof(value) - sizeof(wchar_t);
+    const LSTATUS error = RegQueryValueExW(key, L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(value), &bytes);
     if (error != ERROR_SUCCESS) {
         return LogError(L"Failed to query value ImagePath, error: %d", error);
     }
-    LogInfo(L"korvex image path: %s", path);
-    logDirectory_ = path;
+    LogInfo(L"korvex image path: %s", value);
+    path = value;
     return true;
 }
 

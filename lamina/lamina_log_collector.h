@@ -43,7 +43,7 @@ public:
 
 private:
     bool LocateLogDirectory();
-    bool QueryImagePath(HKEY key);
+    bool QueryImagePath(HKEY key, std::wstring& path);
     FileHandle OpenLogFile(const std::wstring& path, DWORD& error);
     bool GetLogFileSize(HANDLE file, uint32_t& size);
     bool ReadLogs(HANDLE file);

@@ -20,7 +20,10 @@ ReplayClient& Replay()
 void LoadEvents(const std::wstring& events)
 {
     wchar_t message[512] = L"";
-    EXPECT_EQ(Replay().LoadText((L"<Events>" + events + L"</Events>").c_str(), message, 512), 0U) << message;
+    EXPECT_EQ(
+        Replay().LoadText((L"<Events xmlns:replay='urn:orvel:replay'>" + events + L"</Events>").c_str(), message, 512),
+        0U)
+        << message;
 }
 
 std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar_t* publisher, int id)
@@ -118,11 +121,11 @@ void** ImportPatch::FindSlot(HMODULE module, const char* name)
     throw std::runtime_error(std::string("the module does not import ") + name);
 }
 
-void* ImportPatch::Exchange(void* function)
+void* ImportPatch::Exchange(void** slot, void* function)
 {
     DWORD protection = 0;
-    VirtualProtect(slot_, sizeof(*slot_), PAGE_READWRITE, &protection);
-    void* previous = InterlockedExchangePointer(slot_, function);
-    VirtualProtect(slot_, sizeof(*slot_), protection, &protection);
+    VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
+    void* previous = InterlockedExchangePointer(slot, function);
+    VirtualProtect(slot, sizeof(*slot), protection, &protection);
     return previous;
 }

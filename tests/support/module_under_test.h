@@ -70,17 +70,19 @@ class ImportPatch {
 public:
     template <typename Function>
     ImportPatch(const ModuleUnderTest& module, const char* name, Function* replacement)
-        : slot_(FindSlot(module.handle(), name)), original_(Exchange(reinterpret_cast<void*>(replacement)))
+        : slot_(FindSlot(module.handle(), name)), original_(Exchange(slot_, reinterpret_cast<void*>(replacement)))
     {
     }
-    ~ImportPatch() { Exchange(original_); }
+    ~ImportPatch() { Exchange(slot_, original_); }
     ImportPatch(const ImportPatch&) = delete;
     ImportPatch& operator=(const ImportPatch&) = delete;
 
-private:
+    /// The import's place in a loaded module. Throws std::runtime_error when it does not import the name.
     static void** FindSlot(HMODULE module, const char* name);
-    void* Exchange(void* function);
+    /// Puts a function there and gives the one that it replaces.
+    static void* Exchange(void** slot, void* function);
 
+private:
     void** slot_;
     void* original_;
 };

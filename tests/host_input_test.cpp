@@ -1,0 +1,125 @@
+// What a host may hand over that is not what it should be, and what its objects may do while they are called.
+
+#include "tests/support/module_under_test.h"
+
+#include <functional>
+#include <string>
+
+namespace {
+
+constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
+
+class HostInputTest : public ModuleTest {
+protected:
+    HostInputTest() { LoadEvents(Event(L"text", L"2024-03-05T07:08:09Z", L"Application Error", 1000)); }
+    size_t ValuesOfOneEvent()
+    {
+        Deliver(0);
+        EXPECT_EQ(Collect(), S_OK);
+        EXPECT_EQ(Unsubscribe(), S_OK);
+        return sink.Take().size();
+    }
+};
+
+TEST_F(HostInputTest, NamesAreCountedTextsOfAnyLength)
+{
+    ASSERT_EQ(Subscribe(), S_OK);
+    const std::wstring ended(kCrash);
+    for (const std::wstring& text : {std::wstring(), std::wstring(1, L'\0'), ended + L'\0', L'\0' + ended,
+                                     ended + std::wstring(L"\0x", 2), ended + std::wstring(1 << 20, L'x')}) {
+        const _bstr_t name(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())), false);
+        EXPECT_EQ(provider->SubscribeMetric(name, Configuration().Get()), S_OK);
+        EXPECT_EQ(provider->QueryMetricEx(name, 0, &sink), S_OK);
+        EXPECT_EQ(provider->UnsubscribeMetric(name), S_OK);
+    }
+    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 1U);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U) << "none of these is the name that was subscribed";
+    EXPECT_EQ(ValuesOfOneEvent(), 2U);
+}
+
+TEST_F(HostInputTest, NodesThatAreNoElementsAreRefused)
+{
+    const auto element = Configuration(L"<metric a='b'>text<!--c--><channel>Application</channel></metric>");
+    ComPtr<IXMLDOMNode> text;
+    ComPtr<IXMLDOMNode> comment;
+    ComPtr<IXMLDOMAttribute> attribute;
+    ComPtr<IXMLDOMDocument> document;
+    ASSERT_EQ(element->get_firstChild(text.GetAddressOf()), S_OK);
+    ASSERT_EQ(text->get_nextSibling(comment.GetAddressOf()), S_OK);
+    ASSERT_EQ(element->getAttributeNode(_bstr_t(L"a"), attribute.GetAddressOf()), S_OK);
+    ASSERT_EQ(element->get_ownerDocument(document.GetAddressOf()), S_OK);
+    for (IUnknown* node : {static_cast<IUnknown*>(text.Get()), static_cast<IUnknown*>(comment.Get()),
+                           static_cast<IUnknown*>(attribute.Get()), static_cast<IUnknown*>(document.Get())}) {
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), node), E_INVALIDARG);
+    }
+    EXPECT_EQ(logger.asked, 0);
+}
+
+TEST_F(HostInputTest, APropertyIsTheWholeTextOfAChildElement)
+{
+    const std::wstring megabytes(size_t{1} << 20, L'x');
+    const struct {
+        std::wstring xml;
+        HRESULT result;
+        size_t values; // that one event brings
+    } cases[] = {
+        {L"<m><channel>Appli<b>cat<i/>ion</b></channel><query>*[System[<b>EventID</b>=1000]]</query></m>", S_OK, 2},
+        {L"<m><channel><![CDATA[Application]]></channel><query>*[System[EventID&lt;1001]]</query></m>", S_OK, 2},
+        {L"<m><x><channel>Application</channel><query>*</query></x></m>", HRESULT_FROM_WIN32(ERROR_NOT_FOUND), 0},
+        {L"<m channel='Application' query='*'/>", HRESULT_FROM_WIN32(ERROR_NOT_FOUND), 0},
+        {L"<m><channel>Application</channel><channel>Nowhere</channel><query>*</query></m>", S_OK, 2},
+        {L"<m><channel>Application</channel><query>*[EventData[Data='" + megabytes + L"']]</query></m>", S_OK, 0},
+        {L"<m><channel>" + megabytes + L"</channel><query>*</query></m>", S_OK, 0},
+        {L"<m><channel>Application</channel><query>" + std::wstring(size_t{1} << 16, L'(') + L"</query></m>", S_OK, 0}};
+    for (const auto& example : cases) {
+        SCOPED_TRACE(testing::PrintToString(example.xml.substr(0, 90)));
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(example.xml.c_str()).Get()), example.result);
+        EXPECT_EQ(ValuesOfOneEvent(), example.values);
+    }
+}
+
+TEST_F(HostInputTest, ASinkMayUseTheProviderButForTheMetricThatItReceives)
+{
+    ASSERT_EQ(Subscribe(), S_OK);
+    RecordingLogger other;
+    Deliver(0, 2);
+    sink.onNextLine = [&] {
+        Sleep(20);
+        EXPECT_EQ(Subscribe(kLamina), S_OK);
+        EXPECT_EQ(Collect(kLamina), S_OK);
+        EXPECT_EQ(provider->SetHost(&other, &host), S_OK);
+        EXPECT_EQ(Unsubscribe(kLamina), S_OK);
+        EXPECT_EQ(Subscribe(), S_OK) << "already subscribed";
+    };
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(sink.Take().size(), 3U);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U);
+    EXPECT_EQ(ValuesOfOneEvent(), 2U);
+    provider.Reset();
+}
+
+TEST_F(HostInputTest, ALoggerMayEndTheMetricOrTheProviderFromAnyCall)
+{
+    const std::function<HRESULT()> calls[] = {[this] { return Subscribe(); }, [this] { return Collect(); },
+                                              [this] { return Unsubscribe(); },
+                                              [this] { return provider->UnsubscribeAll(); }};
+    const std::function<void()> actions[] = {[this] { Unsubscribe(); }, [this] { provider->UnsubscribeAll(); },
+                                             [this] { Subscribe(); }, [this] { provider.Reset(); }};
+    for (const auto& call : calls) {
+        for (const auto& action : actions) {
+            SCOPED_TRACE(testing::Message() << "call " << &call - calls << ", action " << &action - actions);
+            CreateProvider();
+            if (&call != calls) {
+                ASSERT_EQ(Subscribe(), S_OK);
+            }
+            logger.onNextLine = action;
+            EXPECT_EQ(call(), S_OK);
+            EXPECT_EQ(logger.onNextLine, nullptr);
+            EXPECT_LE(Replay().OpenHandles(ReplaySubscriptionHandle), provider ? 1U : 0U);
+            provider.Reset();
+            EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
+        }
+    }
+}
+
+} // namespace

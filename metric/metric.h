@@ -35,7 +35,7 @@ HRESULT SubscribeToEvents(Subscription& subscription, const wchar_t* channel, co
 /// `OnEvent`. Always held by a shared pointer: a running delivery keeps its metric alive.
 ///
 /// The host calls Subscribe, Unsubscribe and Collect one at a time; OnEvent runs on the Event Log's threads at any time
-/// between. Each derived metric serialises OnEvent and Collect with a mutex of its own; Unsubscribe takes no lock.
+/// between. Each derived metric serialises OnEvent and Collect with a lock of its own; Unsubscribe takes no lock.
 class CMetric : public std::enable_shared_from_this<CMetric> {
 public:
     /// `logger` and `host` may be null; a reference is taken on each for the metric's life.
@@ -53,7 +53,7 @@ public:
     virtual HRESULT Unsubscribe();
 
     /// Writes the metric's values to `sink`; the result is the metric's own. `context` is the host's and not read.
-    /// Throws `_com_error` with E_OUTOFMEMORY, and std::system_error when the lock cannot be taken.
+    /// Throws `_com_error` with E_OUTOFMEMORY.
     virtual HRESULT Collect(IMetricSink* sink, LONG_PTR context) = 0;
 
     /// Handles one delivered event; the handle is valid during the call and belongs to the caller. Throws as Collect.

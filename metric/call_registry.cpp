@@ -24,7 +24,6 @@ void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric
     // An entry's weak reference keeps the metric's memory, made in one block with its count, from being given out
     // again: a late delivery to an old subscription cannot reach a new one at the same address.
     constexpr auto kExpiredKept = 64;
-    std::vector<Entry> dropped;
     const std::lock_guard guard(lock_);
     entries_.push_back({context, metric});
     auto surplus = std::count_if(entries_.begin(), entries_.end(), [](const Entry& e) { return e.metric.expired(); }) -
@@ -34,26 +33,22 @@ void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric
 
 void CallRegistry::CloseSubscription(EVT_HANDLE subscription) noexcept
 {
-    bool insideDelivery = false;
+    bool isInside = false;
     {
         const std::lock_guard guard(lock_);
-        insideDelivery = IsInside([](const Call& call) { return call.isDelivery_; });
+        isInside = IsInside([](const Call&) { return true; });
     }
-    if (!insideDelivery) {
+    if (!isInside) {
         EvtClose(subscription);
         return;
     }
-    // The pool's thread runs code of this module, so it takes a reference on it and gives it back when it is done. If
-    // the pool has no memory the subscription stays open: its events find no metric, which is better than a deadlock.
+    // The pool's thread runs code of this module, so it takes a reference on it and gives it back when it is done.
+    // Neither reference nor count is given back for a subscription that stays open: it could still call the module.
     ++activity_;
     HMODULE module = nullptr;
-    const bool pinned = GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                                           reinterpret_cast<const wchar_t*>(&CloseOnPoolThread), &module) != FALSE;
-    if (!pinned || !TrySubmitThreadpoolCallback(&CloseOnPoolThread, subscription, nullptr)) {
-        --activity_;
-        if (pinned) {
-            FreeLibrary(module);
-        }
+    if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const wchar_t*>(&CloseOnPoolThread),
+                           &module)) {
+        TrySubmitThreadpoolCallback(&CloseOnPoolThread, subscription, nullptr);
     }
 }
 
@@ -65,12 +60,6 @@ void CALLBACK CallRegistry::CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, vo
                        reinterpret_cast<const wchar_t*>(&CloseOnPoolThread), &module);
     FreeLibraryWhenCallbackReturns(instance, module);
     --Instance().activity_;
-}
-
-bool CallRegistry::IsCollectingOnThisThread(const CMetric& metric)
-{
-    const std::lock_guard guard(lock_);
-    return IsInside([&](const Call& call) { return !call.isDelivery_ && call.metric_.get() == &metric; });
 }
 
 template <typename Predicate>

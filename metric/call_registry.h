@@ -26,12 +26,11 @@ public:
     /// called, and its address stays out of use until many later subscriptions were made.
     void Add(const void* context, const std::weak_ptr<CMetric>& metric);
 
-    /// Closes a subscription, waiting for its running callbacks if the platform does so. On a thread that is inside a
-    /// delivery the platform might wait for that very delivery, so there the closing is left to a thread of the pool.
+    /// Closes a subscription, waiting for its running callbacks if the platform does so. A thread that is inside a
+    /// delivery or a collection must not wait: the platform might wait for that very delivery, or for one that needs
+    /// the lock which the thread holds. There the closing is left to a thread of the pool; if the pool has no memory,
+    /// the subscription stays open, its events find no metric, and the module stays loaded for good.
     void CloseSubscription(EVT_HANDLE subscription) noexcept;
-
-    /// Whether this thread is inside `metric`'s collection, and so holds its lock.
-    bool IsCollectingOnThisThread(const CMetric& metric);
 
     /// Whether no call is inside the module on behalf of a metric, so that the module may be unloaded.
     bool IsIdle() const noexcept { return activity_.load() == 0; }

@@ -73,9 +73,7 @@ HRESULT CMetric::Subscribe(IXMLDOMElement* configuration)
 
 HRESULT CMetric::Unsubscribe()
 {
-    // Inside its own collection the metric's lock is held, and closing may wait for a delivery that wants it. The
-    // handle then stays for the end of the metric, which the collection's caller puts off until the lock is free.
-    if (subscription_.handle != nullptr && !CallRegistry::Instance().IsCollectingOnThisThread(*this)) {
+    if (subscription_.handle != nullptr) {
         CallRegistry::Instance().CloseSubscription(std::exchange(subscription_.handle, nullptr));
     }
     return S_OK;

@@ -2,7 +2,6 @@
 
 #include "tests/support/module_under_test.h"
 
-#include <atomic>
 #include <functional>
 #include <semaphore>
 #include <string>
@@ -100,26 +99,6 @@ TEST_P(LifetimeTest, ADeliveryAfterTheCloseFindsNoMetricNotEvenANewOne)
         EXPECT_EQ(Unsubscribe(), S_OK);
     }
     Deliver(0);
-}
-
-TEST_P(LifetimeTest, DeliveriesCollectionsAndNewSubscriptionsMayOverlap)
-{
-    std::atomic<bool> over = false;
-    std::thread delivery([&] {
-        while (!over) {
-            Deliver(0, 10);
-        }
-    });
-    ForEachEnding([&](const auto& end) {
-        for (int round = 0; round < 50; ++round) {
-            EXPECT_EQ(Collect(), S_OK);
-            EXPECT_EQ(Unsubscribe(), S_OK);
-            EXPECT_EQ(Subscribe(), S_OK);
-        }
-        end();
-    });
-    over = true;
-    delivery.join();
 }
 
 INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),

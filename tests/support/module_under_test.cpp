@@ -1,14 +1,20 @@
 #include "tests/support/module_under_test.h"
 
+#include <cwchar>
 #include <stdexcept>
 
-// The tests' folder stands beside bin/, which holds what is shipped.
+// The tests' folder stands beside bin/, which holds what is shipped, and the folders of the module's variants, one of
+// which the environment may name.
 std::wstring BuiltFile(const wchar_t* name)
 {
+    wchar_t variant[64] = L"bin";
+    if (std::wcscmp(name, L"Orvel_eventlog.dll") == 0) {
+        GetEnvironmentVariableW(L"ORVEL_MODULE_FOLDER", variant, 64);
+    }
     std::wstring path(1024, L'\0');
     path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
     path.resize(path.find_last_of(L'\\'));
-    return path + L"\\..\\bin\\" + name;
+    return path + L"\\..\\" + variant + L"\\" + name;
 }
 
 ReplayClient& Replay()

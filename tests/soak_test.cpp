@@ -1,0 +1,139 @@
+// A million events and ten thousand collections of both metrics: what grows is what is left open by design.
+
+#include "tests/support/module_under_test.h"
+
+#include <malloc.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+// What the module holds on the runtime's heap, and how many BSTRs.
+long long liveBlocks = 0;
+long long liveBytes = 0;
+long long liveTexts = 0;
+
+void* CountMalloc(size_t size)
+{
+    void* const block = std::malloc(size);
+    ++liveBlocks;
+    liveBytes += static_cast<long long>(_msize(block));
+    return block;
+}
+void* CountCalloc(size_t count, size_t size)
+{
+    void* const block = CountMalloc(count * size);
+    return std::memset(block, 0, count * size);
+}
+void CountFree(void* block)
+{
+    if (block != nullptr) {
+        --liveBlocks;
+        liveBytes -= static_cast<long long>(_msize(block));
+    }
+    std::free(block);
+}
+BSTR WINAPI CountAllocString(const OLECHAR* text)
+{
+    ++liveTexts;
+    return SysAllocString(text);
+}
+BSTR WINAPI CountAllocStringLen(const OLECHAR* text, UINT length)
+{
+    ++liveTexts;
+    return SysAllocStringLen(text, length);
+}
+void WINAPI CountFreeString(BSTR text)
+{
+    liveTexts -= text != nullptr ? 1 : 0;
+    SysFreeString(text);
+}
+HRESULT WINAPI CountVariantClear(VARIANTARG* value)
+{
+    liveTexts -= value->vt == VT_BSTR && value->bstrVal != nullptr ? 1 : 0;
+    return VariantClear(value);
+}
+
+struct Usage {
+    long long blocks = liveBlocks;
+    long long bytes = liveBytes;
+    long long texts = liveTexts;
+    DWORD contexts = Replay().OpenHandles(ReplayContextHandle);
+    DWORD publishers = Replay().OpenHandles(ReplayPublisherHandle);
+    DWORD systemHandles = 0;
+    size_t processBytes = 0;
+
+    Usage()
+    {
+        GetProcessHandleCount(GetCurrentProcess(), &systemHandles);
+        MEMORY_BASIC_INFORMATION region{};
+        for (const char* at = nullptr; VirtualQuery(at, &region, sizeof(region)) != 0;
+             at = static_cast<const char*>(region.BaseAddress) + region.RegionSize) {
+            processBytes += region.State == MEM_COMMIT && region.Type == MEM_PRIVATE ? region.RegionSize : 0;
+        }
+    }
+};
+
+TEST_F(ModuleTest, SoakOfAMillionEventsAndTenThousandCollectionsLeavesOnlyThePublishersOpen)
+{
+    constexpr DWORD kRounds = 5000; // with a collection of each metric
+    constexpr DWORD kCrashes = 180;
+    constexpr DWORD kAgentEvents = 20;
+    const ImportPatch patches[] = {{module, "malloc", &CountMalloc},
+                                   {module, "calloc", &CountCalloc},
+                                   {module, "free", &CountFree},
+                                   {module, "SysAllocString", &CountAllocString},
+                                   {module, "SysAllocStringLen", &CountAllocStringLen},
+                                   {module, "SysFreeString", &CountFreeString},
+                                   {module, "VariantClear", &CountVariantClear}};
+    constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
+    constexpr wchar_t kTime[] = L"2024-03-05T07:08:09Z";
+    logger.levels = 0;
+    Replay().SetMode(ReplayOnCallingThread);
+    LoadEvents(Event(L"Faulting application name: a.exe, version: 1.0.0.0&#10;Exception code: 0xc0000005") +
+               Event(L"User is logging in", kTime, L"korvex") +
+               Event(L"Response 200 from Manager MOUNTED-READ;C:\\plinth;{1}&#13;&#10;", kTime, L"korvex"));
+    for (const auto& [name, publisher] : {std::pair(kCrash, L"Application Error"), std::pair(kLamina, L"korvex")}) {
+        const std::wstring xml =
+            std::wstring(L"<metric><channel>Application</channel><query>*[System[Provider[@Name='") + publisher +
+            L"']]]</query></metric>";
+        ASSERT_EQ(provider->SubscribeMetric(_bstr_t(name), Configuration(xml.c_str()).Get()), S_OK);
+    }
+
+    size_t written = 0;
+    const auto round = [&] {
+        Deliver(0, kCrashes);
+        for (DWORD i = 0; i < kAgentEvents; i += 2) {
+            Deliver(1);
+            Deliver(2);
+        }
+        EXPECT_EQ(Collect() | Collect(kLamina), S_OK);
+        written += sink.Take().size();
+    };
+    round(); // fills the queue, the registry and the name of the computer to their lasting size
+    const Usage before;
+    written = 0;
+    for (DWORD i = 0; i < kRounds; ++i) {
+        round();
+    }
+    const Usage after;
+    constexpr DWORD kEvents = kRounds * (kCrashes + kAgentEvents);
+    static_assert(kEvents == 1'000'000);
+    EXPECT_EQ(written, size_t{kRounds} * (1 + kCrashes + 4 + 2));
+    EXPECT_EQ(after.blocks, before.blocks);
+    EXPECT_LE(after.bytes, before.bytes + 4096); // the queue keeps a block more or less
+    EXPECT_EQ(after.texts, before.texts);
+    EXPECT_EQ(after.contexts, before.contexts);
+    EXPECT_EQ(after.publishers - before.publishers, kEvents);
+    EXPECT_EQ(after.systemHandles, before.systemHandles);
+    // The rest of the growth is the replay log's own, a slot for each publisher left open.
+    EXPECT_LT(after.processBytes, before.processBytes + size_t{kEvents} * 128);
+    std::printf("%lu events: %lld blocks, %lld bytes, %lu publishers left open, %lld bytes more in the process\n",
+                kEvents, after.blocks - before.blocks, after.bytes - before.bytes, after.publishers - before.publishers,
+                static_cast<long long>(after.processBytes - before.processBytes));
+}
+
+} // namespace

@@ -64,7 +64,7 @@ BOOL WINAPI Read(HANDLE file, void* buffer, DWORD size, DWORD* done, OVERLAPPED*
 void Write(const std::wstring& path, LONGLONG offset, const std::wstring& text, LONGLONG extraBytes = 0,
            DWORD share = 0)
 {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, 0, nullptr);
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, share, nullptr, OPEN_ALWAYS, 0, nullptr);
     LARGE_INTEGER position{};
     position.QuadPart = offset;
     DWORD written = 0;

@@ -156,7 +156,7 @@ DWORD Format(const Call& call, const std::wstring* publisher, const Event& event
     if (room < needed && !text.empty()) {
         return ERROR_INSUFFICIENT_BUFFER;
     }
-    if (room >= needed) {
+    if (buffer != nullptr && room >= needed) {
         const HalfFilled half(buffer, room * sizeof(wchar_t), call.Is(ReplayTruncated));
         std::copy(text.begin(), text.end(), buffer);
         buffer[text.size()] = L'\0';

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 #include <system_error>
 
 namespace orvel {
@@ -33,15 +34,22 @@ void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric
 
 void CallRegistry::CloseSubscription(EVT_HANDLE subscription) noexcept
 {
-    bool isInside = false;
+    Call* call = nullptr;
+    bool isInDelivery = false;
     {
         const std::lock_guard guard(lock_);
-        isInside = IsInside([](const Call&) { return true; });
+        call = FindOnThisThread([](const Call&) { return true; });
+        isInDelivery = FindOnThisThread([](const Call& outer) { return outer.isDelivery_; }) != nullptr;
     }
-    if (!isInside) {
+    if (call == nullptr) {
         EvtClose(subscription);
-        return;
+    } else if (isInDelivery || !call->CloseAtEnd(subscription)) {
+        CloseOnPool(subscription);
     }
+}
+
+void CallRegistry::CloseOnPool(EVT_HANDLE subscription) noexcept
+{
     // The pool's thread runs code of this module, so it takes a reference on it and gives it back when it is done.
     // Neither reference nor count is given back for a subscription that stays open: it could still call the module.
     ++activity_;
@@ -63,14 +71,14 @@ void CALLBACK CallRegistry::CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, vo
 }
 
 template <typename Predicate>
-bool CallRegistry::IsInside(Predicate predicate) const
+CallRegistry::Call* CallRegistry::FindOnThisThread(Predicate predicate) const
 {
     const DWORD thread = GetCurrentThreadId();
-    const Call* call = calls_;
+    Call* call = calls_;
     while (call != nullptr && !(call->thread_ == thread && predicate(*call))) {
         call = call->next_;
     }
-    return call != nullptr;
+    return call;
 }
 
 CallRegistry::Call::Call(bool isDelivery) : isDelivery_(isDelivery)
@@ -105,7 +113,20 @@ CallRegistry::Call::~Call()
         }
     }
     metric_.reset();
+    for (const EVT_HANDLE subscription : closings_) {
+        registry.CloseSubscription(subscription); // at once, unless this call was made from inside another
+    }
     --registry.activity_;
+}
+
+bool CallRegistry::Call::CloseAtEnd(EVT_HANDLE subscription) noexcept
+{
+    try {
+        closings_.push_back(subscription);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 CallRegistry::Delivery::Delivery(const void* context) : Call(true)
@@ -126,7 +147,7 @@ CallRegistry::Collection::Collection(std::shared_ptr<CMetric> metric) : Call(fal
 {
     CallRegistry& registry = Instance();
     const std::lock_guard guard(registry.lock_);
-    if (registry.IsInside([&](const Call& call) { return call.metric_ == metric; })) {
+    if (registry.FindOnThisThread([&](const Call& call) { return call.metric_ == metric; })) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
     metric_ = std::move(metric);

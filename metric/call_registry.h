@@ -27,9 +27,10 @@ public:
     void Add(const void* context, const std::weak_ptr<CMetric>& metric);
 
     /// Closes a subscription, waiting for its running callbacks if the platform does so. A thread that is inside a
-    /// delivery or a collection must not wait: the platform might wait for that very delivery, or for one that needs
-    /// the lock which the thread holds. There the closing is left to a thread of the pool; if the pool has no memory,
-    /// the subscription stays open, its events find no metric, and the module stays loaded for good.
+    /// collection must not wait, since it holds a lock that such a callback may need: it closes when it has left the
+    /// collection. One that is inside a delivery must not either, since the platform might wait for that very delivery:
+    /// there the closing is left to a thread of the pool. If the pool has no memory, the subscription stays open, its
+    /// events find no metric, and the module stays loaded for good.
     void CloseSubscription(EVT_HANDLE subscription) noexcept;
 
     /// Whether no call is inside the module on behalf of a metric, so that the module may be unloaded.
@@ -53,11 +54,13 @@ public:
 
     private:
         friend class CallRegistry;
+        bool CloseAtEnd(EVT_HANDLE subscription) noexcept; // false for lack of memory
         const DWORD thread_ = GetCurrentThreadId();
         const bool isDelivery_;
         bool entered_ = false;
         Call* previous_ = nullptr;
         Call* next_ = nullptr;
+        std::vector<EVT_HANDLE> closings_; // for the end of a collection
     };
 
     /// A delivery that the platform has started with `context`.
@@ -79,10 +82,11 @@ private:
         std::weak_ptr<CMetric> metric;
     };
 
-    /// Whether a running call of this thread satisfies `predicate`; the lock must be held.
+    /// The innermost running call of this thread that satisfies `predicate`, or null; the lock must be held.
     template <typename Predicate>
-    bool IsInside(Predicate predicate) const;
+    Call* FindOnThisThread(Predicate predicate) const;
 
+    void CloseOnPool(EVT_HANDLE subscription) noexcept;
     static void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription);
 
     NativeLock lock_;

@@ -30,7 +30,7 @@ orvel_test(guard_test SOURCES guard_test.cpp LIBRARIES test_support)
 add_dependencies(guard_test guarded_module)
 
 # Left out: what replaces allocating imports that this module does not have, and what takes long on a page per block.
-foreach(program module_tests com_object_test registration_test)
+foreach(program module_tests host_tests com_object_test registration_test)
   add_test(NAME "guarded: ${program}"
            COMMAND ${program} --gtest_brief=1
                    --gtest_filter=-*OutOfMemory*:*AMillionMarkers*:*Race*/Mode0:*Race*/Mode1:*Race*/Mode8:*Race*/Mode13)

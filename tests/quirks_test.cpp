@@ -75,7 +75,7 @@ TEST_P(QuirksTest, ACrashIsToldAsFarAsItIsKnown)
         const Lines seen = Play(kCrash, quirk);
         ASSERT_EQ(seen.size(), quirk.outcome == Messageless ? 2U : 3U);
         const std::wstring hostName = seen[1].substr(seen[1].find(L"<br />Host"));
-        EXPECT_EQ(seen[1], L"appcrash|crash_details|* [1] = before" + time + hostName);
+        EXPECT_EQ(seen[1], std::wstring(L"appcrash|crash_details|* [1] = before").append(time).append(hostName));
         if (quirk.outcome != Messageless) {
             EXPECT_EQ(seen[2], std::wstring(L"appcrash|crash_details|* [2] = ") +
                                    (quirk.outcome == Cut ? L"Faul" : L"Faulted") +

@@ -100,6 +100,10 @@ struct Attack {
     size_t plinths;
     Lines lines; // after "CollectLog"
 };
+void PrintTo(const Attack& attack, std::ostream* out)
+{
+    *out << attack.name;
+}
 const Attack kAttacks[] = {
     {"Locked",
      [] { Append(L"1"); },

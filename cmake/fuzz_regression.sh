@@ -3,15 +3,15 @@
 # With --build it only builds.
 set -eu
 cd "$(dirname "$0")/.."
-[ -f build/fuzz/build.ninja ] || cmake -S tests/fuzz -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+[ -f build/fuzz/build.ninja ] || cmake -S tools/fuzz -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ >/dev/null
 cmake --build build/fuzz
 [ "${1-}" != --build ] || exit 0
 
-for target in ${*:-$(ls -d tests/fuzz/corpus/*/)}; do
+for target in ${*:-$(ls -d tools/fuzz/corpus/*/)}; do
     target=$(basename "$target")
-    count=$(ls "tests/fuzz/corpus/$target" | wc -l)
+    count=$(ls "tools/fuzz/corpus/$target" | wc -l)
     [ "$count" -gt 0 ] || { echo "$target has no inputs" >&2; exit 1; }
-    if ! output=$("build/fuzz/$target" -timeout=10 "tests/fuzz/corpus/$target"/* 2>&1); then
+    if ! output=$("build/fuzz/$target" -timeout=10 "tools/fuzz/corpus/$target"/* 2>&1); then
         printf '%s\n' "$output" >&2
         exit 1
     fi

@@ -1,5 +1,5 @@
 // Times and numbers of exported events against the C library's calendar and the standard library's numbers.
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 #include "tools/replay/event_time.h"
 #include "tools/replay/query.h"
 

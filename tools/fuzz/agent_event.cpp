@@ -1,7 +1,7 @@
 // The kind of a message: known by its start, and never lost by what follows.
 #include "lamina/agent_event.h"
 
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 
 void orvel::Fuzz(std::wstring_view text, std::string_view)
 {

@@ -1,5 +1,5 @@
 // Queries: the first line is one, the lines after it are what the event holds.
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 #include "tools/replay/selection.h"
 
 using namespace orvel::replay;

@@ -1,6 +1,6 @@
 // The entries and the structured query that a tree makes. Each line is an element: a blank per level, then fields that
 // tabs separate: its name, attributes with '=', and its text.
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 #include "tools/replay/export_reader.h"
 #include "tools/replay/selection.h"
 

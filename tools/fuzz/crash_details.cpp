@@ -1,7 +1,7 @@
 // The details of a crash against a replacement unit by unit; '|' parts the message and the two lines.
 #include "appcrash/crash_details.h"
 
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 
 void orvel::Fuzz(std::wstring_view text, std::string_view)
 {

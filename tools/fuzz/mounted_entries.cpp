@@ -1,7 +1,7 @@
 // Mounted entries against a search by the standard library's algorithms; the first unit says where to begin.
 #include "lamina/mounted_entries.h"
 
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 
 void orvel::Fuzz(std::wstring_view text, std::string_view)
 {

@@ -1,7 +1,7 @@
 // A script that is read, printed in full quotes and read again means the same; a refused one is refused within itself.
 #include "module/registrar_script.h"
 
-#include "tests/fuzz/fuzz.h"
+#include "tools/fuzz/fuzz.h"
 
 namespace orvel {
 namespace {

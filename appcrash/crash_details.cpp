@@ -24,7 +24,8 @@ std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view cras
         details.append(message.substr(from, at - from)).append(kLineBreakMarkup);
         from = at + kLineBreak.size();
     }
-    return details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
+    details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
+    return details; // named, so that it is not copied on its way out
 }
 
 } // namespace orvel

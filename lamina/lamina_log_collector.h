@@ -31,8 +31,9 @@ public:
     /// Reads what the log gained since PrepareCollectLog, following it into the backup if it was rotated.
     bool CollectLog();
 
-    /// The plinths found since PrepareCollectLog, in the order found, those found twice included.
-    std::vector<PlinthInfo> GetPlinths() const { return plinths_; }
+    /// The plinths found since PrepareCollectLog, in the order found, those found twice included. Changed by the other
+    /// calls only, so that the owner may walk them under its lock.
+    const std::vector<PlinthInfo>& GetPlinths() const { return plinths_; }
 
     /// Searches what the log gained for the plinths after the first login response, once per PrepareCollectLog: true
     /// without a search when it was done before. False when the log cannot be read or holds no login response.

@@ -81,16 +81,11 @@ void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
 
 void CLaminaMetric::FindMissingPlinths()
 {
-    const std::vector<PlinthInfo> plinths = collector_->GetPlinths();
-    if (!plinths.empty()) {
+    if (!collector_->GetPlinths().empty()) {
         return;
     }
     Log(Logger(), LogLevel::Info, L"No Plinth find from event log, try to find it from lamina log");
-    collector_->FindPlinthsInLog();
-    // The list was taken before the search, so none is listed here: the collector has logged each as it was found.
-    for (const PlinthInfo& plinth : plinths) {
-        Log(Logger(), LogLevel::Info, L"PlinthId: %s, PlinthPath: %s", plinth.id.c_str(), plinth.path.c_str());
-    }
+    collector_->FindPlinthsInLog(); // which logs each plinth that it finds
 }
 
 HRESULT CLaminaMetric::Collect(IMetricSink* sink, LONG_PTR /*context*/)
@@ -168,7 +163,7 @@ HRESULT CLaminaMetric::RefreshManagerHost()
 
 HRESULT CLaminaMetric::WritePlinthInstances(IMetricSink* sink)
 {
-    const std::vector<PlinthInfo> plinths = collector_->GetPlinths();
+    const std::vector<PlinthInfo>& plinths = collector_->GetPlinths();
     if (plinths.empty()) {
         Log(Logger(), LogLevel::Info, L"No plinth mounted.");
         return S_OK;

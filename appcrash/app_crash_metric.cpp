@@ -84,7 +84,7 @@ void CAppCrashMetric::OnEvent(EVT_HANDLE event)
     RenderEventValues(context.put(), event, kPaths, [this](EVT_VARIANT*& values) { SetCrashTimeLine(values); });
     // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"Application Error");
-    FormatEventMessage(publisher, event, [this](const wchar_t* text) { AddCrashFromMessage(text); });
+    FormatEventMessage(publisher, event, [this](std::wstring_view text) { AddCrashFromMessage(text); });
 }
 
 bool CAppCrashMetric::BuildHostNameLine()
@@ -122,7 +122,7 @@ void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
     }
 }
 
-void CAppCrashMetric::AddCrashFromMessage(const wchar_t* message)
+void CAppCrashMetric::AddCrashFromMessage(std::wstring_view message)
 {
     AddCrashRecord(BuildCrashDetails(message, crashTimeLine_, hostNameLine_));
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 
 namespace orvel {
 
@@ -34,7 +35,7 @@ private:
     HRESULT WriteCrashDetail(IMetricSink* sink, const std::wstring& details, uint32_t ordinal);
     bool BuildHostNameLine();
     void SetCrashTimeLine(const EVT_VARIANT* values);
-    void AddCrashFromMessage(const wchar_t* message);
+    void AddCrashFromMessage(std::wstring_view message);
     void AddCrashRecord(std::wstring details);
 
     NativeLock lock_; ///< guards all below; held through OnEvent and Collect

@@ -1,5 +1,7 @@
 #include "appcrash/crash_details.h"
 
+#include "host/text_search.h"
+
 namespace orvel {
 
 namespace {
@@ -12,17 +14,18 @@ constexpr std::wstring_view kLineBreakMarkup = L"<br />";
 std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
                                std::wstring_view hostNameLine)
 {
-    size_t breaks = 0;
-    for (size_t at = message.find(kLineBreak); at != message.npos; at = message.find(kLineBreak, at + 2)) {
-        ++breaks;
-    }
+    // An upper bound, and exact unless a CR stands alone, which is rare.
+    const size_t breaks = CountCharacter(message, kLineBreak.front());
     std::wstring details;
     details.reserve(message.size() + breaks * (kLineBreakMarkup.size() - kLineBreak.size()) + crashTimeLine.size() +
                     hostNameLine.size());
     size_t from = 0;
-    for (size_t at = message.find(kLineBreak); at != message.npos; at = message.find(kLineBreak, from)) {
-        details.append(message.substr(from, at - from)).append(kLineBreakMarkup);
-        from = at + kLineBreak.size();
+    for (size_t at = FindCharacter(message, kLineBreak.front(), 0); at + 1 < message.size();
+         at = FindCharacter(message, kLineBreak.front(), at)) {
+        if (message[++at] == kLineBreak.back()) {
+            details.append(message.substr(from, at - 1 - from)).append(kLineBreakMarkup);
+            from = ++at;
+        }
     }
     details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
     return details; // named, so that it is not copied on its way out

@@ -32,7 +32,9 @@ AgentEventKind ClassifyAgentEvent(const AgentEventRecord& event)
 {
     const std::wstring_view message = event.message;
     for (const Rule& rule : kRules) {
-        if (message.starts_with(rule.start) && message.find(rule.part) != message.npos) {
+        // Most messages differ in their first character, which spares the comparison of the rest.
+        if (!message.empty() && message.front() == rule.start.front() && message.starts_with(rule.start) &&
+            message.find(rule.part) != message.npos) {
             return rule.kind;
         }
     }

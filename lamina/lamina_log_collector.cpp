@@ -1,5 +1,7 @@
 #include "lamina/lamina_log_collector.h"
 
+#include "host/text_search.h"
+
 #include <algorithm>
 #include <cwchar>
 #include <utility>
@@ -59,7 +61,7 @@ bool CLaminaLogCollector::FindPlinthsInLog()
     }
     bool found = CollectLog();
     if (found) {
-        const size_t response = logText_.find(kLoginResponseMarker);
+        const size_t response = FindText(logText_, kLoginResponseMarker, 0);
         found = response != logText_.npos;
         if (found) {
             ParseMountedPlinths(logText_, response + kLoginResponseMarker.size());

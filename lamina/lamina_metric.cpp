@@ -37,7 +37,7 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
     RenderEventValues(context.put(), event, kPaths, [this](EVT_VARIANT*& values) { StoreEventValues(values); });
     // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"korvex");
-    FormatEventMessage(publisher, event, [this](const wchar_t* text) { lastEvent_.message = text; });
+    FormatEventMessage(publisher, event, [this](std::wstring_view text) { lastEvent_.message = text; });
     HandleAgentEvent(lastEvent_);
 }
 

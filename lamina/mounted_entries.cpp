@@ -1,5 +1,7 @@
 #include "lamina/mounted_entries.h"
 
+#include "host/text_search.h"
+
 namespace orvel {
 
 namespace {
@@ -12,16 +14,16 @@ constexpr wchar_t kSeparator = L';';
 
 std::optional<MountedEntry> FindNextMountedEntry(std::wstring_view text, size_t start)
 {
-    const size_t marker = text.find(kMountedMarker, start);
+    const size_t marker = FindText(text, kMountedMarker, start);
     if (marker == text.npos) {
         return std::nullopt;
     }
     const size_t path = marker + kMountedMarker.size();
-    const size_t separator = text.find(kSeparator, path);
-    if (separator == text.npos) {
+    const size_t separator = FindCharacter(text, kSeparator, path);
+    if (separator == text.size()) {
         return std::nullopt;
     }
-    const size_t end = text.find(kLineEnd, separator);
+    const size_t end = FindText(text, kLineEnd, separator);
     if (end == text.npos) {
         return std::nullopt;
     }

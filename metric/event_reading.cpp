@@ -1,5 +1,7 @@
 #include "metric/event_reading.h"
 
+#include "host/text_search.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -65,7 +67,7 @@ DWORD RenderEventValues(EVT_HANDLE& context, EVT_HANDLE event, std::span<const w
     return error;
 }
 
-DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::function<void(const wchar_t*)>& onText)
+DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::function<void(std::wstring_view)>& onText)
 {
     DWORD used = 0;
     if (Format(publisher, event, 0, nullptr, used)) {
@@ -76,15 +78,15 @@ DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::func
         return error;
     }
     // One zeroed character more than asked for, so that a text without its terminator ends all the same.
-    const std::unique_ptr<wchar_t, FreeDeleter> text(
-        static_cast<wchar_t*>(std::calloc(static_cast<size_t>(used) + 1, sizeof(wchar_t))));
+    const size_t size = used;
+    const std::unique_ptr<wchar_t, FreeDeleter> text(static_cast<wchar_t*>(std::calloc(size + 1, sizeof(wchar_t))));
     if (!text) {
         return error;
     }
     const bool formatted = Format(publisher, event, used, text.get(), used);
     error = GetLastError();
     if (formatted) {
-        onText(text.get());
+        onText({text.get(), FindCharacter({text.get(), size}, L'\0', 0)});
     }
     return error;
 }

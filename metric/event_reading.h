@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <span>
+#include <string_view>
 
 namespace orvel {
 
@@ -24,11 +25,12 @@ DWORD RenderEventValues(EVT_HANDLE& context, EVT_HANDLE event, std::span<const w
 /// Formats an event's message text with the metadata of its publisher.
 ///
 /// `publisher`: handle of EvtOpenPublisherMetadata; null is passed on to the platform.
-/// `onText`: called once with the NUL-terminated text, valid during the call, only when all of it could be formatted.
+/// `onText`: called once with the text, NUL-terminated and valid during the call, only when all of it could be
+/// formatted.
 ///
 /// Gives the Win32 code that the platform left: 0 on success; a message that needs no buffer gives 0 without a call of
 /// `onText`.
-DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::function<void(const wchar_t*)>& onText);
+DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::function<void(std::wstring_view)>& onText);
 
 /// Opens the metadata of a publisher by name on the local computer, in the thread's locale. Null on failure. The
 /// metrics leave the handle open: one per event.

@@ -3,7 +3,6 @@
 #include "host/text_search.h"
 
 #include <algorithm>
-#include <cwchar>
 #include <utility>
 
 namespace orvel {
@@ -51,7 +50,7 @@ bool CLaminaLogCollector::CollectLog()
         return false;
     }
     LogInfo(L"log is not availbe, read from backup log");
-    return ReadBackupLog(logText_);
+    return ReadBackupLog(logText_, 0);
 }
 
 bool CLaminaLogCollector::FindPlinthsInLog()
@@ -173,10 +172,10 @@ bool CLaminaLogCollector::SeekLogFile(HANDLE file, uint32_t offset)
            LogError(L"Failed to set file pointer, error: %d", GetLastError());
 }
 
-/// After a failed read the last error is the read's own, for the caller's line: nothing is freed or called in between.
+/// Adds to `text`. After a failed read the last error is the read's own, for the caller's line: nothing is freed or
+/// called in between.
 bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text)
 {
-    text.clear();
     if (bytes > kMaxReadBytes) {
         return LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
     }
@@ -184,20 +183,26 @@ bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring&
         return true;
     }
     // Zeroed, with room for an odd last byte and one unit more: the text ends even if the file was cut short meanwhile.
-    text = std::wstring((bytes + 1) / sizeof(wchar_t) + 1, L'\0');
+    const size_t start = text.size();
+    text.resize(start + (bytes + 1) / sizeof(wchar_t) + 1);
     DWORD bytesRead = 0;
-    const bool read = ReadFile(file, text.data(), bytes, &bytesRead, nullptr) != FALSE;
-    text.resize(read ? std::wcslen(text.c_str()) : 0);
+    const bool read = ReadFile(file, text.data() + start, bytes, &bytesRead, nullptr) != FALSE;
+    text.resize(read ? FindCharacter(text, L'\0', start) : start);
     return read;
 }
 
 bool CLaminaLogCollector::ReadCurrentLog(HANDLE file)
 {
-    return SeekLogFile(file, beginSize_) && (ReadLogText(file, endSize_ - beginSize_, logText_) ||
-                                             LogError(L"Failed to read from log file, error: %d", GetLastError()));
+    if (!SeekLogFile(file, beginSize_)) {
+        return false;
+    }
+    logText_.clear();
+    return ReadLogText(file, endSize_ - beginSize_, logText_) ||
+           LogError(L"Failed to read from log file, error: %d", GetLastError());
 }
 
-bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
+/// Makes room for `more` bytes that will be read behind.
+bool CLaminaLogCollector::ReadBackupLog(std::wstring& text, uint32_t more)
 {
     text.clear();
     DWORD error = ERROR_SUCCESS;
@@ -214,6 +219,7 @@ bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
         LogError(L"Backup log file size less than the beginning size, must error occurred, abort");
         return true;
     }
+    text.reserve((std::min(size - beginSize_, kMaxReadBytes) + std::min(more, kMaxReadBytes)) / sizeof(wchar_t) + 4);
     return size == beginSize_ || (SeekLogFile(file.get(), beginSize_) &&
                                   (ReadLogText(file.get(), size - beginSize_, text) ||
                                    LogError(L"Failed to read from backup log, error: %d", GetLastError())));
@@ -222,14 +228,13 @@ bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
 bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
 {
     std::wstring text;
-    if (!ReadBackupLog(text)) {
+    if (!ReadBackupLog(text, endSize_)) {
         return false;
     }
-    std::wstring current;
-    if (!ReadLogText(file, endSize_, current)) { // from the start: the file was only just opened
+    if (!ReadLogText(file, endSize_, text)) { // from the start: the file was only just opened
         return LogError(L"Failed to read logs, error: %d", GetLastError());
     }
-    logText_ = std::move(text += current);
+    logText_ = std::move(text);
     return true;
 }
 

@@ -51,7 +51,7 @@ private:
     bool SeekLogFile(HANDLE file, uint32_t offset);
     bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text);
     bool ReadCurrentLog(HANDLE file);
-    bool ReadBackupLog(std::wstring& text);
+    bool ReadBackupLog(std::wstring& text, uint32_t more);
     bool ReadBackupAndCurrentLog(HANDLE file);
 
     template <typename... Arguments>

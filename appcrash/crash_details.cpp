@@ -14,7 +14,7 @@ constexpr std::wstring_view kLineBreakMarkup = L"<br />";
 std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
                                std::wstring_view hostNameLine)
 {
-    // An upper bound, and exact unless a CR stands alone, which is rare.
+    // An upper bound, and exact unless a CR stands alone, which is rare; what is then too much is given back.
     const size_t breaks = CountCharacter(message, kLineBreak.front());
     std::wstring details;
     details.reserve(message.size() + breaks * (kLineBreakMarkup.size() - kLineBreak.size()) + crashTimeLine.size() +
@@ -28,6 +28,7 @@ std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view cras
         }
     }
     details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
+    details.shrink_to_fit();
     return details; // named, so that it is not copied on its way out
 }
 

@@ -3,7 +3,6 @@
 #include "tests/support/module_under_test.h"
 
 #include <functional>
-#include <semaphore>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -38,23 +37,34 @@ protected:
     }
 };
 
+/// Lets one waiting thread go on. The library's semaphore can lose a wake-up where it is not built on futexes.
+class Signal {
+public:
+    ~Signal() { CloseHandle(event_); }
+    void Give() { SetEvent(event_); }
+    void Await() { WaitForSingleObject(event_, INFINITE); }
+
+private:
+    HANDLE event_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+};
+
 TEST_P(LifetimeTest, TheHostEndsAMetricWhoseDeliveryIsRunning)
 {
-    std::binary_semaphore inside(0);
-    std::binary_semaphore proceed(0);
+    Signal inside;
+    Signal proceed;
     computerName = [&](wchar_t*, DWORD*) {
-        inside.release();
-        proceed.acquire();
+        inside.Give();
+        proceed.Await();
         return FALSE;
     };
     const ImportPatch patch(module, "GetComputerNameExW", &GiveComputerName);
     ForEachEnding([&](const auto& end) {
         std::thread delivery([] { Deliver(0); });
-        inside.acquire();
+        inside.Await();
         std::thread ending(end);
         Sleep(50); // a closing that waits is waiting now, one that does not wait is done
         EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
-        proceed.release();
+        proceed.Give();
         ending.join();
         delivery.join();
     });

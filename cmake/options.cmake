@@ -7,3 +7,7 @@ target_compile_options(
 # Static runtimes: the binaries import system DLLs alone. No time stamp: the same sources give the same bytes.
 target_link_options(orvel_options INTERFACE -static -fstack-protector-strong -Wl,--no-insert-timestamp)
 target_include_directories(orvel_options INTERFACE ${PROJECT_SOURCE_DIR})
+if(ORVEL_ARCH STREQUAL "i686")
+  # The instructions that every Windows 10 has. Its callers align the stack to less than they need.
+  target_compile_options(orvel_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-msse2 -mstackrealign>)
+endif()

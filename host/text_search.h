@@ -1,41 +1,38 @@
 #pragma once
 
+#include <emmintrin.h>
+
+#include <bit>
 #include <cstddef>
 #include <string_view>
 
 namespace orvel {
 
-/// Passes blocks that do not hold `wanted`. There is no branch inside a block, so that compilers make vector
-/// instructions of it.
-template <size_t kBlock>
-const wchar_t* SkipBlocks(const wchar_t* at, const wchar_t* end, wchar_t wanted) noexcept
+/// Which of the sixteen characters from `at` on are `wanted`, one bit for each, the lowest for the first.
+inline unsigned MatchSixteen(const wchar_t* at, wchar_t wanted) noexcept
 {
-    while (static_cast<size_t>(end - at) >= kBlock) {
-        short hits = 0;
-        for (size_t i = 0; i < kBlock; ++i) {
-            hits = static_cast<short>(hits | (at[i] == wanted ? -1 : 0)); // all bits, as a vector comparison gives
-        }
-        if (hits != 0) {
-            break;
-        }
-        at += kBlock;
-    }
-    return at;
+    const __m128i pattern = _mm_set1_epi16(static_cast<short>(wanted));
+    const auto* blocks = reinterpret_cast<const __m128i*>(at);
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(
+        _mm_cmpeq_epi16(_mm_loadu_si128(blocks), pattern), _mm_cmpeq_epi16(_mm_loadu_si128(blocks + 1), pattern))));
 }
 
 /// Finds the first `wanted` at or after `from`, which is not past the end; the text's size when there is none. Several
 /// times as fast as `std::wstring_view::find`, which the runtime here serves character by character.
 inline size_t FindCharacter(std::wstring_view text, wchar_t wanted, size_t from) noexcept
 {
-    const wchar_t* const end = text.data() + text.size();
-    const wchar_t* at = SkipBlocks<8>(SkipBlocks<32>(text.data() + from, end, wanted), end, wanted);
-    while (at != end && *at != wanted) {
-        ++at;
+    for (; text.size() - from >= 16; from += 16) {
+        if (const unsigned hits = MatchSixteen(text.data() + from, wanted); hits != 0) {
+            return from + static_cast<size_t>(std::countr_zero(hits));
+        }
     }
-    return static_cast<size_t>(at - text.data());
+    while (from < text.size() && text[from] != wanted) {
+        ++from;
+    }
+    return from;
 }
 
-/// Counts a character, as fast.
+/// Counts a character. No branch depends on the text, so that compilers make vector instructions of it.
 inline size_t CountCharacter(std::wstring_view text, wchar_t wanted) noexcept
 {
     constexpr size_t kBlock = 64;

@@ -2,6 +2,7 @@
 
 #include "module/provider_ids.h"
 #include "tests/support/host_fakes.h"
+#include "tools/bench/import_patch.h"
 #include "tools/replay/replay_client.h"
 
 #include <windows.h>
@@ -50,6 +51,7 @@ public:
     ModuleUnderTest& operator=(const ModuleUnderTest&) = delete;
 
     HMODULE handle() const { return handle_; }
+    operator HMODULE() const { return handle_; } // NOLINT(google-explicit-constructor): it stands for the handle
     HRESULT CanUnloadNow() const;
     /// An exported function by name.
     template <typename Function>
@@ -62,29 +64,6 @@ public:
 
 private:
     HMODULE handle_;
-};
-
-/// Makes the module call a test's function in place of an imported one, for the life of this object. Fails the test
-/// when the module does not import it by name.
-class ImportPatch {
-public:
-    template <typename Function>
-    ImportPatch(const ModuleUnderTest& module, const char* name, Function* replacement)
-        : slot_(FindSlot(module.handle(), name)), original_(Exchange(slot_, reinterpret_cast<void*>(replacement)))
-    {
-    }
-    ~ImportPatch() { Exchange(slot_, original_); }
-    ImportPatch(const ImportPatch&) = delete;
-    ImportPatch& operator=(const ImportPatch&) = delete;
-
-    /// The import's place in a loaded module. Throws std::runtime_error when it does not import the name.
-    static void** FindSlot(HMODULE module, const char* name);
-    /// Puts a function there and gives the one that it replaces.
-    static void* Exchange(void** slot, void* function);
-
-private:
-    void** slot_;
-    void* original_;
 };
 
 /// What the module's GetComputerNameExW does while GiveComputerName has taken its place.

@@ -5,8 +5,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <stdexcept>
-#include <string>
 
 namespace orvel::bench {
 
@@ -56,57 +54,16 @@ BSTR WINAPI CountedSysAllocStringLen(const OLECHAR* text, UINT length)
     return SysAllocStringLen(text, length);
 }
 
-void* Exchange(void** slot, void* function)
-{
-    DWORD protection = 0;
-    VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
-    void* previous = InterlockedExchangePointer(slot, function);
-    VirtualProtect(slot, sizeof(*slot), protection, &protection);
-    return previous;
-}
-
 } // namespace
 
-void** FindImport(HMODULE module, const char* name)
-{
-    auto* base = reinterpret_cast<BYTE*>(module);
-    const auto* headers =
-        reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + imports); dll->Name != 0; ++dll) {
-        const auto* names = reinterpret_cast<ULONG_PTR*>(base + dll->OriginalFirstThunk);
-        auto* slots = reinterpret_cast<void**>(base + dll->FirstThunk);
-        for (; *names != 0; ++names, ++slots) {
-            const bool byName = (*names & IMAGE_ORDINAL_FLAG) == 0;
-            if (byName && std::string(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + *names)->Name) == name) {
-                return slots;
-            }
-        }
-    }
-    throw std::runtime_error(std::string("the module does not import ") + name);
-}
-
 AllocationCounter::AllocationCounter(HMODULE module)
+    : malloc_(module, "malloc", &CountedMalloc), calloc_(module, "calloc", &CountedCalloc),
+      free_(module, "free", &CountedFree), heapAlloc_(module, "HeapAlloc", &CountedHeapAlloc),
+      sysAllocString_(module, "SysAllocString", &CountedSysAllocString),
+      sysAllocStringLen_(module, "SysAllocStringLen", &CountedSysAllocStringLen)
 {
-    const auto patch = [&](const char* name, auto* function) {
-        void** slot = FindImport(module, name);
-        patches_.push_back({slot, Exchange(slot, reinterpret_cast<void*>(function))});
-    };
     allocations = 0;
     heldBytes = 0;
-    patch("malloc", &CountedMalloc);
-    patch("calloc", &CountedCalloc);
-    patch("free", &CountedFree);
-    patch("HeapAlloc", &CountedHeapAlloc);
-    patch("SysAllocString", &CountedSysAllocString);
-    patch("SysAllocStringLen", &CountedSysAllocStringLen);
-}
-
-AllocationCounter::~AllocationCounter()
-{
-    for (const Patch& patch : patches_) {
-        Exchange(patch.slot, patch.original);
-    }
 }
 
 long AllocationCounter::Take()

@@ -1,23 +1,14 @@
 #pragma once
 
-#include <windows.h>
-
-#include <vector>
+#include "tools/bench/import_patch.h"
 
 namespace orvel::bench {
-
-/// The place in a loaded module's import table through which it calls `name`. Throws std::runtime_error when the module
-/// does not import that function by name.
-void** FindImport(HMODULE module, const char* name);
 
 /// Counts what a module allocates, by whatever function, for as long as this object lives. One at a time; allocations
 /// of all threads are counted.
 class AllocationCounter {
 public:
     explicit AllocationCounter(HMODULE module);
-    ~AllocationCounter();
-    AllocationCounter(const AllocationCounter&) = delete;
-    AllocationCounter& operator=(const AllocationCounter&) = delete;
 
     /// Blocks and BSTRs allocated since the last call, or since the start.
     static long Take();
@@ -25,11 +16,12 @@ public:
     static long long HeldBytes();
 
 private:
-    struct Patch {
-        void** slot;
-        void* original;
-    };
-    std::vector<Patch> patches_;
+    const ImportPatch malloc_;
+    const ImportPatch calloc_;
+    const ImportPatch free_;
+    const ImportPatch heapAlloc_;
+    const ImportPatch sysAllocString_;
+    const ImportPatch sysAllocStringLen_;
 };
 
 } // namespace orvel::bench

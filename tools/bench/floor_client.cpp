@@ -178,7 +178,7 @@ void FloorClient::Format(EVT_HANDLE event, const wchar_t* publisher, Keep keep)
     }
 }
 
-void FloorClient::WriteTexts(IMetricSink& sink, size_t from, size_t count) const
+void FloorClient::WriteTexts(IMetricSink& sink, size_t count)
 {
     for (size_t ordinal = 1; ordinal <= count; ++ordinal) {
         const std::wstring number = std::to_wstring(ordinal);
@@ -187,12 +187,13 @@ void FloorClient::WriteTexts(IMetricSink& sink, size_t from, size_t count) const
         VARIANT value;
         VariantInit(&value);
         VariantClear(&value);
-        value.bstrVal = SysAllocString(texts[from + ordinal - 1].c_str());
+        value.bstrVal = SysAllocString(texts.front().c_str());
         value.vt = VT_BSTR;
         sink.WriteMetric(key, instance, value);
         VariantClear(&value);
         SysFreeString(instance);
         SysFreeString(key);
+        texts.pop_front();
     }
 }
 

@@ -42,8 +42,8 @@ public:
     /// Takes the events of a channel that match a query.
     void Subscribe(const wchar_t* channel, const wchar_t* query);
 
-    /// Writes some of the kept texts as a collection of crashes writes its flag and its records.
-    void WriteTexts(IMetricSink& sink, size_t from, size_t count) const;
+    /// Writes the first of the kept texts as a collection of crashes writes its records, and lets go of them.
+    void WriteTexts(IMetricSink& sink, size_t count);
 
     Duty duty = Duty::Crash;   ///< how events are handled from now on
     int questions = 0;         ///< log lines of a Lamina event after its first

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -11,7 +12,7 @@ constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 
 class HostInputTest : public ModuleTest {
 protected:
-    HostInputTest() { LoadEvents(Event(L"text", L"2024-03-05T07:08:09Z", L"Application Error", 1000)); }
+    HostInputTest() { LoadEvents(Event(L"text")); }
     size_t ValuesOfOneEvent()
     {
         Deliver(0);
@@ -48,17 +49,10 @@ TEST_F(HostInputTest, NamesAreCountedTextsOfAnyLength)
 TEST_F(HostInputTest, NodesThatAreNoElementsAreRefused)
 {
     const auto element = Configuration(L"<metric a='b'>text<!--c--><channel>Application</channel></metric>");
-    ComPtr<IXMLDOMNode> text;
-    ComPtr<IXMLDOMNode> comment;
-    ComPtr<IXMLDOMAttribute> attribute;
-    ComPtr<IXMLDOMDocument> document;
-    ASSERT_EQ(element->get_firstChild(text.GetAddressOf()), S_OK);
-    ASSERT_EQ(text->get_nextSibling(comment.GetAddressOf()), S_OK);
-    ASSERT_EQ(element->getAttributeNode(_bstr_t(L"a"), attribute.GetAddressOf()), S_OK);
-    ASSERT_EQ(element->get_ownerDocument(document.GetAddressOf()), S_OK);
-    for (IUnknown* node : {static_cast<IUnknown*>(text.Get()), static_cast<IUnknown*>(comment.Get()),
-                           static_cast<IUnknown*>(attribute.Get()), static_cast<IUnknown*>(document.Get())}) {
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), node), E_INVALIDARG);
+    for (const wchar_t* path : {L"text()", L"comment()", L"@a", L"/"}) {
+        ComPtr<IXMLDOMNode> node;
+        ASSERT_EQ(element->selectSingleNode(_bstr_t(path), node.GetAddressOf()), S_OK);
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), node.Get()), E_INVALIDARG);
     }
     EXPECT_EQ(logger.asked, 0);
 }
@@ -66,11 +60,8 @@ TEST_F(HostInputTest, NodesThatAreNoElementsAreRefused)
 TEST_F(HostInputTest, APropertyIsTheWholeTextOfAChildElement)
 {
     const std::wstring megabytes(size_t{1} << 20, L'x');
-    const struct {
-        std::wstring xml;
-        HRESULT result;
-        size_t values; // that one event brings
-    } cases[] = {
+    // A configuration, its result, and how many values one event brings.
+    const std::tuple<std::wstring, HRESULT, size_t> cases[] = {
         {L"<m><channel>Appli<b>cat<i/>ion</b></channel><query>*[System[<b>EventID</b>=1000]]</query></m>", S_OK, 2},
         {L"<m><channel><![CDATA[Application]]></channel><query>*[System[EventID&lt;1001]]</query></m>", S_OK, 2},
         {L"<m><x><channel>Application</channel><query>*</query></x></m>", HRESULT_FROM_WIN32(ERROR_NOT_FOUND), 0},
@@ -78,12 +69,15 @@ TEST_F(HostInputTest, APropertyIsTheWholeTextOfAChildElement)
         {L"<m><channel>Application</channel><channel>Nowhere</channel><query>*</query></m>", S_OK, 2},
         {L"<m><channel>Application</channel><query>*[EventData[Data='" + megabytes + L"']]</query></m>", S_OK, 0},
         {L"<m><channel>" + megabytes + L"</channel><query>*</query></m>", S_OK, 0},
-        {L"<m><channel>Application</channel><query>" + std::wstring(size_t{1} << 16, L'(') + L"</query></m>", S_OK, 0}};
-    for (const auto& example : cases) {
-        SCOPED_TRACE(testing::PrintToString(example.xml.substr(0, 90)));
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(example.xml.c_str()).Get()), example.result);
-        EXPECT_EQ(ValuesOfOneEvent(), example.values);
+        {L"<m><channel>Application</channel><query>" + std::wstring(size_t{1} << 16, L'(') + L"</query></m>", S_OK, 0},
+        {L"<m><channel>Nowhere</channel><query>*</query></m>", S_OK, 0},
+        {L"<m><channel/><query/></m>", S_OK, 0}};
+    for (const auto& [xml, result, values] : cases) {
+        SCOPED_TRACE(testing::PrintToString(xml.substr(0, 90)));
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(xml.c_str()).Get()), result);
+        EXPECT_EQ(ValuesOfOneEvent(), values);
     }
+    EXPECT_EQ(Replay().InvalidHandles(), 0U) << "what the Event Log refused has nothing to close";
 }
 
 TEST_F(HostInputTest, ASinkMayUseTheProviderButForTheMetricThatItReceives)

@@ -85,8 +85,6 @@ TEST_F(ProviderTest, WithoutAHostEverythingWorksAndNothingIsLogged)
     provider = module.CreateProvider();
     EXPECT_EQ(Subscribe(), S_OK);
     EXPECT_EQ(Collect(), S_OK);
-    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(L"Eventlog|eventlog_appcrash"), Configuration(L"<metric/>").Get()),
-              HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
     EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
     EXPECT_EQ(logger.asked, 0);
 }
@@ -144,25 +142,6 @@ TEST_F(ProviderTest, AFailingConfigurationIsToldWithTheSystemsTextWhereThereIsOn
     *object = table;
     EXPECT_EQ(domAsked, (Lines{L"channel", L"channel"})) << "without a channel the query is not read";
     EXPECT_EQ(ExpectedSuffix(static_cast<HRESULT>(0x8ABC1234)), L"  Error code 0x8abc1234.");
-}
-
-TEST_F(ProviderTest, ASubscriptionThatTheEventLogRefusesIsASuccessThatSeesNoEvent)
-{
-    LoadEvents(Event(L"text"));
-    for (const wchar_t* refused :
-         {L"<metric><channel/><query/></metric>", L"<metric><channel>Nowhere</channel><query>*</query></metric>",
-          L"<metric><channel>Application</channel><query>*[</query></metric>"}) {
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(refused).Get()), S_OK);
-        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
-        Deliver(0);
-        logger.Take();
-        EXPECT_EQ(Collect(), S_OK);
-        EXPECT_EQ(Unsubscribe(), S_OK);
-        EXPECT_EQ(logger.Take(), (Lines{L"I No application crash available",
-                                        L"I Unsubscribed from metric 'eventlog|eventlog_appcrash'."}));
-    }
-    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 3U);
-    EXPECT_EQ(Replay().Calls(ReplayEvtClose), 0U);
 }
 
 } // namespace

@@ -36,7 +36,7 @@ export -f tidy tidy_and_stamp
 common=$({
     declare -f tidy
     clang-tidy --version
-    cat .clang-tidy cmake/options.cmake
+    cat .clang-tidy ./*/.clang-tidy cmake/options.cmake
     find . "$build/host" -path ./build -prune -o -name '*.h' -print0 | LC_ALL=C sort -z | xargs -0 cat
 } | sha256sum)
 mkdir -p "$stamps"

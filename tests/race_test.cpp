@@ -103,7 +103,7 @@ protected:
         Collected collected;
         Counts until{};
         for (int collection = round % 3; collection >= 0; --collection) {
-            Sleep(collection > 0 ? 0 : round % 2);
+            Sleep(collection > 0 ? 0U : static_cast<DWORD>(round % 2));
             until = Read(done);
             if (collection == 0 && round % 5 == 4) {
                 ownSink.onNextLine = [&] { own->UnsubscribeMetric(_bstr_t(kNames[0])); };

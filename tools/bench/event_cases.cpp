@@ -47,7 +47,7 @@ struct Response {
 struct Events {
     explicit Events(Rig& rig)
     {
-        for (const size_t length : {20, 200, 1000, 20000}) {
+        for (const size_t length : {size_t{20}, size_t{200}, size_t{1000}, size_t{20000}}) {
             crashes.push_back(rig.AddEvent(kCrashPublisher, 1000, CrashMessage(length)));
         }
         for (int i = 0; i < kThreads; ++i) {

@@ -9,7 +9,7 @@ namespace orvel::bench {
 
 namespace {
 
-constexpr size_t kBytes = 512 * 1024;
+constexpr size_t kBytes = size_t{512} * 1024;
 constexpr std::wstring_view kMarker = L"MOUNTED-READ;";
 
 /// A log as the agent writes it, with a plinth in every eighth line.
@@ -67,8 +67,8 @@ void RunLogCases(const std::wstring& agentFolder, Report& report)
     while (endless.size() < 32 * kBytes / sizeof(wchar_t)) {
         endless += kMarker;
     }
-    for (const size_t times : {8, 32, 256}) {
-        const size_t part = 64 * 1024 / sizeof(wchar_t);
+    for (const size_t times : {size_t{8}, size_t{32}, size_t{256}}) {
+        const size_t part = size_t{64} * 1024 / sizeof(wchar_t);
         report.Add(Compare("endless markers, " + std::to_string(times * 64) + " KiB, per 64 KiB", 1.10, 30,
                            {[&] { found = CountEntries(std::wstring_view(endless).substr(0, times * part)); },
                             [&] {

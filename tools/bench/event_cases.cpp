@@ -84,7 +84,7 @@ Pair Both(Rig& rig, DWORD event, DWORD times, std::function<void()> prepare)
 void RunCrashCases(Rig& rig, Report& report, const Events& events)
 {
     constexpr DWORD kRecords = 100000;
-    constexpr DWORD kPart = kRecords / 25;
+    constexpr DWORD kPart = kRecords / 100;
     const Provider provider = rig.Subscribe(kCrashMetric, kCrashQuery);
     rig.Subscribe(nullptr, kCrashQuery, kFloor);
     const auto empty = [&] {
@@ -100,7 +100,7 @@ void RunCrashCases(Rig& rig, Report& report, const Events& events)
     // In parts: the sink refuses the record after the last of a part, so that the rest stays pending.
     rig.Deliver(events.crashes[1], kModule, kRecords);
     rig.Deliver(events.crashes[1], kFloor, kRecords);
-    report.Add(Compare("collection of 100,000 crashes", 1.10, 23,
+    report.Add(Compare("collection of 100,000 crashes", 1.10, 97,
                        {[&] { rig.Collect(*provider.Get(), kCrashMetric, kPart); },
                         [&] { rig.floor.WriteTexts(rig.sink, kPart); }, nullptr}));
     empty();
@@ -231,7 +231,7 @@ void RunThreadCase(Rig& rig, Report& report, const Events& events)
             thread.join();
         }
     };
-    report.Add(Compare("crash event, sixteen threads", 1.10, 60,
+    report.Add(Compare("crash event, sixteen threads", 1.10, 100,
                        {[&] { deliver(kModule); }, [&] { deliver(kFloor); },
                         [&] {
                             for (int i = 0; i < Events::kThreads; ++i) {

@@ -83,13 +83,13 @@ void Subscriber::Work()
     }
 }
 
-void Subscriber::DeliverHere(const Delivery& delivery) noexcept
+void Subscriber::DeliverHere(const Delivery& delivery) noexcept // NOLINT(bugprone-exception-escape)
 {
     for (DWORD i = 0; i < delivery.times && RunOnce(delivery); ++i) {
     }
 }
 
-bool Subscriber::RunOnce(const Delivery& delivery) noexcept
+bool Subscriber::RunOnce(const Delivery& delivery) noexcept // NOLINT(bugprone-exception-escape)
 {
     {
         std::unique_lock guard(lock_);
@@ -107,7 +107,7 @@ bool Subscriber::RunOnce(const Delivery& delivery) noexcept
     return true;
 }
 
-void Subscriber::CallBack(const Delivery& delivery) const noexcept
+void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bugprone-exception-escape)
 {
     // EVT_SUBSCRIBE_CALLBACK page: with action 0 the handle is a Win32 code; what the callback gives is ignored.
     if (delivery.error != ERROR_SUCCESS) {

@@ -52,8 +52,8 @@ public:
     /// Calls back on the worker thread; the delivery's batch is told of the end.
     void Enqueue(const Delivery& delivery);
 
-    /// Calls back on this thread.
-    void DeliverHere(const Delivery& delivery) noexcept;
+    /// Calls back on this thread. What a callback throws ends the process, as on a thread of the platform.
+    void DeliverHere(const Delivery& delivery) noexcept; // NOLINT(bugprone-exception-escape)
 
     /// No callback starts from now on, unless the mode wants late ones. Waits for the running one if `waits`, but for
     /// one that this very thread runs.
@@ -68,8 +68,8 @@ public:
     bool IsRunningHere() const noexcept { return runner_ == GetCurrentThreadId(); }
 
 private:
-    bool RunOnce(const Delivery& delivery) noexcept;
-    void CallBack(const Delivery& delivery) const noexcept;
+    bool RunOnce(const Delivery& delivery) noexcept;        // NOLINT(bugprone-exception-escape)
+    void CallBack(const Delivery& delivery) const noexcept; // NOLINT(bugprone-exception-escape)
     void Work();
 
     const Selection selection_;

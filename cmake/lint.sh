@@ -50,3 +50,4 @@ if [ ${#todo[@]} -gt 0 ]; then
     echo "clang-tidy reads $((${#todo[@]} / 2)) files"
     printf '%s\0' "${todo[@]}" | xargs -0 -n 2 -P "$(nproc)" bash -c 'tidy_and_stamp "$@"' tidy
 fi
+echo "The sources' form is in order"

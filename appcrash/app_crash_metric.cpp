@@ -45,7 +45,7 @@ HRESULT CAppCrashMetric::WriteCrashDetails(IMetricSink* sink)
 {
     for (uint32_t ordinal = 1; !pendingCrashes_.empty(); ++ordinal) {
         CrashRecord& record = pendingCrashes_.front();
-        const HRESULT hr = WriteCrashDetail(sink, record.details, ordinal);
+        const HRESULT hr = WriteCrashDetail(sink, record.details.get(), ordinal);
         if (SUCCEEDED(hr)) {
             pendingCrashes_.pop_front();
             continue;
@@ -62,9 +62,9 @@ HRESULT CAppCrashMetric::WriteCrashDetails(IMetricSink* sink)
     return S_OK;
 }
 
-HRESULT CAppCrashMetric::WriteCrashDetail(IMetricSink* sink, const std::wstring& details, uint32_t ordinal)
+HRESULT CAppCrashMetric::WriteCrashDetail(IMetricSink* sink, const wchar_t* details, uint32_t ordinal)
 {
-    const HRESULT hr = WriteMetric(sink, kDetailsKey, std::to_wstring(ordinal), details.c_str());
+    const HRESULT hr = WriteMetric(sink, kDetailsKey, std::to_wstring(ordinal), details);
     if (FAILED(hr)) {
         LogFailure(Logger(), hr, L"Failed to collect metric 'appcrash|crash_details|*'.");
     }
@@ -127,7 +127,7 @@ void CAppCrashMetric::AddCrashFromMessage(std::wstring_view message)
     AddCrashRecord(BuildCrashDetails(message, crashTimeLine_, hostNameLine_));
 }
 
-void CAppCrashMetric::AddCrashRecord(std::wstring details)
+void CAppCrashMetric::AddCrashRecord(std::unique_ptr<wchar_t[]> details)
 {
     pendingCrashes_.push_back({std::move(details), 0});
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,17 +27,17 @@ public:
 
 private:
     struct CrashRecord {
-        std::wstring details;
+        std::unique_ptr<wchar_t[]> details;
         uint32_t failureCount = 0; ///< refused writes so far
     };
 
     HRESULT WriteContainedFlag(IMetricSink* sink);
     HRESULT WriteCrashDetails(IMetricSink* sink);
-    HRESULT WriteCrashDetail(IMetricSink* sink, const std::wstring& details, uint32_t ordinal);
+    HRESULT WriteCrashDetail(IMetricSink* sink, const wchar_t* details, uint32_t ordinal);
     bool BuildHostNameLine();
     void SetCrashTimeLine(const EVT_VARIANT* values);
     void AddCrashFromMessage(std::wstring_view message);
-    void AddCrashRecord(std::wstring details);
+    void AddCrashRecord(std::unique_ptr<wchar_t[]> details);
 
     NativeLock lock_; ///< guards all below; held through OnEvent and Collect
     std::wstring crashTimeLine_;

@@ -2,6 +2,8 @@
 
 #include "host/text_search.h"
 
+#include <algorithm>
+
 namespace orvel {
 
 namespace {
@@ -9,27 +11,38 @@ namespace {
 constexpr std::wstring_view kLineBreak = L"\r\n";
 constexpr std::wstring_view kLineBreakMarkup = L"<br />";
 
+wchar_t* Append(wchar_t* to, std::wstring_view text)
+{
+    return std::copy(text.begin(), text.end(), to);
+}
+
+// Gives the end of what was written.
+wchar_t* AppendWithMarkup(wchar_t* to, std::wstring_view message)
+{
+    for (size_t from = 0;;) {
+        const size_t at = CopyToCharacter(message, kLineBreak.front(), from, to);
+        to += at - from;
+        if (at == message.size()) {
+            return to;
+        }
+        const bool isBreak = message.substr(at, kLineBreak.size()) == kLineBreak;
+        to = Append(to, isBreak ? kLineBreakMarkup : kLineBreak.substr(0, 1));
+        from = at + (isBreak ? kLineBreak.size() : 1);
+    }
+}
+
 } // namespace
 
-std::wstring BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
-                               std::wstring_view hostNameLine)
+std::unique_ptr<wchar_t[]> BuildCrashDetails(std::wstring_view message, std::wstring_view crashTimeLine,
+                                             std::wstring_view hostNameLine)
 {
-    // An upper bound, and exact unless a CR stands alone, which is rare; what is then too much is given back.
-    const size_t breaks = CountCharacter(message, kLineBreak.front());
-    std::wstring details;
-    details.reserve(message.size() + breaks * (kLineBreakMarkup.size() - kLineBreak.size()) + crashTimeLine.size() +
-                    hostNameLine.size());
-    size_t from = 0;
-    for (size_t at = FindCharacter(message, kLineBreak.front(), 0); at + 1 < message.size();
-         at = FindCharacter(message, kLineBreak.front(), at)) {
-        if (message[++at] == kLineBreak.back()) {
-            details.append(message.substr(from, at - 1 - from)).append(kLineBreakMarkup);
-            from = ++at;
-        }
-    }
-    details.append(message.substr(from)).append(crashTimeLine).append(hostNameLine);
-    details.shrink_to_fit();
-    return details; // named, so that it is not copied on its way out
+    const size_t breaks = CountPairs(message, kLineBreak.front(), kLineBreak.back());
+    auto details = std::make_unique_for_overwrite<wchar_t[]>(message.size() +
+                                                             breaks * (kLineBreakMarkup.size() - kLineBreak.size()) +
+                                                             crashTimeLine.size() + hostNameLine.size() + 1);
+    wchar_t* const end = Append(Append(AppendWithMarkup(details.get(), message), crashTimeLine), hostNameLine);
+    *end = L'\0';
+    return details;
 }
 
 } // namespace orvel

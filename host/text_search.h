@@ -2,8 +2,11 @@
 
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace orvel {
@@ -32,21 +35,37 @@ inline size_t FindCharacter(std::wstring_view text, wchar_t wanted, size_t from)
     return from;
 }
 
-/// Counts a character. No branch depends on the text, so that compilers make vector instructions of it.
-inline size_t CountCharacter(std::wstring_view text, wchar_t wanted) noexcept
+/// As FindCharacter, and copies what it passes to `to`, which must have room for the rest of the text: more may be
+/// written there than was passed.
+inline size_t CopyToCharacter(std::wstring_view text, wchar_t wanted, size_t from, wchar_t* to) noexcept
 {
-    constexpr size_t kBlock = 64;
-    size_t count = 0;
-    size_t at = 0;
-    for (; text.size() - at >= kBlock; at += kBlock) {
-        short hits = 0;
-        for (size_t i = 0; i < kBlock; ++i) {
-            hits = static_cast<short>(hits + (text[at + i] == wanted ? 1 : 0));
+    for (; text.size() - from >= 16; from += 16, to += 16) {
+        std::memcpy(to, text.data() + from, 16 * sizeof(wchar_t));
+        if (const unsigned hits = MatchSixteen(text.data() + from, wanted); hits != 0) {
+            return from + static_cast<size_t>(std::countr_zero(hits));
         }
-        count += static_cast<size_t>(hits);
     }
-    for (; at < text.size(); ++at) {
-        count += text[at] == wanted ? 1U : 0U;
+    for (; from < text.size() && text[from] != wanted; ++from) {
+        *to++ = text[from];
+    }
+    return from;
+}
+
+/// Counts the places where `first` stands before `second`. No branch depends on the text and a part's count has room in
+/// 16 bits, so that compilers make vector instructions of it.
+inline size_t CountPairs(std::wstring_view text, wchar_t first, wchar_t second) noexcept
+{
+    constexpr size_t kPart = 1024;
+    size_t count = 0;
+    for (size_t from = 0; from + 1 < text.size(); from += kPart) {
+        const size_t end = std::min(from + kPart, text.size() - 1);
+        uint16_t hits = 0;
+        for (size_t i = from; i < end; ++i) {
+            const int isFirst = text[i] == first ? 1 : 0;
+            const int isSecond = text[i + 1] == second ? 1 : 0;
+            hits = static_cast<uint16_t>(hits + (isFirst & isSecond));
+        }
+        count += hits;
     }
     return count;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <system_error>
 
 namespace orvel {
@@ -20,6 +21,13 @@ CallRegistry& CallRegistry::Instance()
     return theRegistry;
 }
 
+CallRegistry::CallRegistry() noexcept : threadSlot_(TlsAlloc()) {}
+
+CallRegistry::~CallRegistry()
+{
+    TlsFree(threadSlot_);
+}
+
 void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric)
 {
     // An entry's weak reference keeps the metric's memory, made in one block with its count, from being given out
@@ -32,18 +40,21 @@ void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric
     std::erase_if(entries_, [&](const Entry& e) { return surplus > 0 && e.metric.expired() && surplus-- > 0; });
 }
 
+std::shared_ptr<CMetric> CallRegistry::Find(const void* context)
+{
+    const std::shared_lock guard(lock_);
+    const auto entry =
+        std::find_if(entries_.rbegin(), entries_.rend(), [&](const Entry& e) { return e.context == context; });
+    return entry == entries_.rend() ? nullptr : entry->metric.lock();
+}
+
 void CallRegistry::CloseSubscription(EVT_HANDLE subscription) noexcept
 {
-    Call* call = nullptr;
-    bool isInDelivery = false;
-    {
-        const std::lock_guard guard(lock_);
-        call = FindOnThisThread([](const Call&) { return true; });
-        isInDelivery = FindOnThisThread([](const Call& outer) { return outer.isDelivery_; }) != nullptr;
-    }
+    Call* const call = FindOnThisThread([](const Call&) { return true; });
     if (call == nullptr) {
         EvtClose(subscription);
-    } else if (isInDelivery || !call->CloseAtEnd(subscription)) {
+    } else if (FindOnThisThread([](const Call& outer) { return outer.isDelivery_; }) != nullptr ||
+               !call->CloseAtEnd(subscription)) {
         CloseOnPool(subscription);
     }
 }
@@ -73,10 +84,9 @@ void CALLBACK CallRegistry::CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, vo
 template <typename Predicate>
 CallRegistry::Call* CallRegistry::FindOnThisThread(Predicate predicate) const
 {
-    const DWORD thread = GetCurrentThreadId();
-    Call* call = calls_;
-    while (call != nullptr && !(call->thread_ == thread && predicate(*call))) {
-        call = call->next_;
+    auto* call = static_cast<Call*>(TlsGetValue(threadSlot_));
+    while (call != nullptr && !predicate(*call)) {
+        call = call->outer_;
     }
     return call;
 }
@@ -88,13 +98,12 @@ CallRegistry::Call::Call(bool isDelivery) : isDelivery_(isDelivery)
 
 void CallRegistry::Call::Enter()
 {
-    CallRegistry& registry = Instance();
-    next_ = registry.calls_;
-    if (next_ != nullptr) {
-        next_->previous_ = this;
+    const DWORD slot = Instance().threadSlot_;
+    outer_ = static_cast<Call*>(TlsGetValue(slot));
+    entered_ = TlsSetValue(slot, this) != FALSE;
+    if (!entered_) {
+        throw std::bad_alloc(); // the system has a few places ready for each thread and makes more when they are used
     }
-    registry.calls_ = this;
-    entered_ = true;
 }
 
 CallRegistry::Call::~Call()
@@ -106,11 +115,7 @@ CallRegistry::Call::~Call()
         metric_.reset();
     }
     if (entered_) {
-        const std::lock_guard guard(registry.lock_);
-        (previous_ != nullptr ? previous_->next_ : registry.calls_) = next_;
-        if (next_ != nullptr) {
-            next_->previous_ = previous_;
-        }
+        TlsSetValue(registry.threadSlot_, outer_);
     }
     metric_.reset();
     for (const EVT_HANDLE subscription : closings_) {
@@ -131,13 +136,7 @@ bool CallRegistry::Call::CloseAtEnd(EVT_HANDLE subscription) noexcept
 
 CallRegistry::Delivery::Delivery(const void* context) : Call(true)
 {
-    CallRegistry& registry = Instance();
-    const std::lock_guard guard(registry.lock_);
-    const auto entry = std::find_if(registry.entries_.rbegin(), registry.entries_.rend(),
-                                    [&](const Entry& e) { return e.context == context; });
-    if (entry != registry.entries_.rend()) {
-        metric_ = entry->metric.lock();
-    }
+    metric_ = Instance().Find(context);
     if (metric_) {
         Enter();
     }
@@ -145,9 +144,7 @@ CallRegistry::Delivery::Delivery(const void* context) : Call(true)
 
 CallRegistry::Collection::Collection(std::shared_ptr<CMetric> metric) : Call(false)
 {
-    CallRegistry& registry = Instance();
-    const std::lock_guard guard(registry.lock_);
-    if (registry.FindOnThisThread([&](const Call& call) { return call.metric_ == metric; })) {
+    if (Instance().FindOnThisThread([&](const Call& call) { return call.metric_ == metric; })) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
     metric_ = std::move(metric);

@@ -22,6 +22,15 @@ class CallRegistry {
 public:
     static CallRegistry& Instance();
 
+    CallRegistry() noexcept;
+    ~CallRegistry();
+    CallRegistry(const CallRegistry&) = delete;
+    CallRegistry& operator=(const CallRegistry&) = delete;
+
+    /// Whether the process had a place left where each thread notes the calls that it is inside. Without one the module
+    /// must not be loaded.
+    bool IsReady() const noexcept { return threadSlot_ != TLS_OUT_OF_INDEXES; }
+
     /// Makes a context known, before the platform can use it. Nothing has to be withdrawn: an expired metric is not
     /// called, and its address stays out of use until many later subscriptions were made.
     void Add(const void* context, const std::weak_ptr<CMetric>& metric);
@@ -48,29 +57,27 @@ public:
 
     protected:
         explicit Call(bool isDelivery);
-        void Enter();
+        void Enter(); // throws std::bad_alloc
 
         std::shared_ptr<CMetric> metric_;
 
     private:
         friend class CallRegistry;
         bool CloseAtEnd(EVT_HANDLE subscription) noexcept; // false for lack of memory
-        const DWORD thread_ = GetCurrentThreadId();
         const bool isDelivery_;
         bool entered_ = false;
-        Call* previous_ = nullptr;
-        Call* next_ = nullptr;
+        Call* outer_ = nullptr;            // that this one was made from inside of
         std::vector<EVT_HANDLE> closings_; // for the end of a collection
     };
 
-    /// A delivery that the platform has started with `context`.
+    /// A delivery that the platform has started with `context`. Throws std::bad_alloc.
     class Delivery : public Call {
     public:
         explicit Delivery(const void* context);
     };
 
     /// A collection of a metric by the host. Throws std::system_error when this thread is already inside that metric,
-    /// whose lock it would then wait for for ever.
+    /// whose lock it would then wait for for ever, and std::bad_alloc.
     class Collection : public Call {
     public:
         explicit Collection(std::shared_ptr<CMetric> metric);
@@ -82,16 +89,19 @@ private:
         std::weak_ptr<CMetric> metric;
     };
 
-    /// The innermost running call of this thread that satisfies `predicate`, or null; the lock must be held.
+    /// The innermost running call of this thread that satisfies `predicate`, or null.
     template <typename Predicate>
     Call* FindOnThisThread(Predicate predicate) const;
+
+    /// The metric of a context; null when it is gone.
+    std::shared_ptr<CMetric> Find(const void* context);
 
     void CloseOnPool(EVT_HANDLE subscription) noexcept;
     static void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, void* subscription);
 
+    const DWORD threadSlot_; // where each thread keeps its innermost call; `thread_local` would take memory
     NativeLock lock_;
     std::vector<Entry> entries_;     // oldest first
-    Call* calls_ = nullptr;          // the running calls of all threads, linked through themselves
     std::atomic<long> activity_ = 0; // running calls and closings left to the pool
 };
 

@@ -74,12 +74,14 @@ DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::func
         return GetLastError();
     }
     DWORD error = GetLastError();
-    if (error != ERROR_INSUFFICIENT_BUFFER || used == std::numeric_limits<DWORD>::max()) {
+    // The text's buffer is zeroed and longer than asked for, so that a text without its terminator ends all the same;
+    // by as much as the search for the end looks at in one go.
+    constexpr DWORD kSpare = 16;
+    if (error != ERROR_INSUFFICIENT_BUFFER || used > std::numeric_limits<DWORD>::max() - kSpare) {
         return error;
     }
-    // One zeroed character more than asked for, so that a text without its terminator ends all the same.
-    const size_t size = used;
-    const std::unique_ptr<wchar_t, FreeDeleter> text(static_cast<wchar_t*>(std::calloc(size + 1, sizeof(wchar_t))));
+    const size_t size = used + kSpare;
+    const std::unique_ptr<wchar_t, FreeDeleter> text(static_cast<wchar_t*>(std::calloc(size, sizeof(wchar_t))));
     if (!text) {
         return error;
     }

@@ -1,5 +1,6 @@
 // The module's entry points; each only forwards.
 
+#include "metric/call_registry.h"
 #include "module/class_factory.h"
 #include "module/module.h"
 #include "module/provider_ids.h"
@@ -15,6 +16,9 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* /*reserved*/)
     if (reason == DLL_PROCESS_ATTACH) {
         // Has the C++ runtime make now what it needs to throw: GCC's does not survive a lack of memory while it does.
         static_cast<void>(std::current_exception());
+        if (!orvel::CallRegistry::Instance().IsReady()) {
+            return FALSE;
+        }
         orvel::CEventLogProviderModule::Instance().SetHandle(instance);
     } else if (reason == DLL_PROCESS_DETACH) {
         orvel::CEventLogProviderModule::Instance().SetHandle(nullptr);

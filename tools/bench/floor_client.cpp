@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cwchar>
+#include <mutex>
 
 namespace orvel::bench {
 
@@ -83,6 +84,7 @@ void FloorClient::Subscribe(const wchar_t* channel, const wchar_t* query)
 DWORD WINAPI FloorClient::OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION, void* client, EVT_HANDLE event)
 {
     auto& self = *static_cast<FloorClient*>(client);
+    const std::lock_guard guard(self.lock_);
     if (self.duty == Duty::Crash) {
         self.HandleCrash(event);
     } else {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/native_lock.h"
 #include "tools/replay/replay_client.h"
 
 #include <windows.h>
@@ -27,8 +28,8 @@ struct Part {
 };
 
 /// The least that a client can do with an event: the calls to the platform and to the host that the module makes, in
-/// the same order and with the same buffers, and keeping the text. It takes no lock, searches nothing and looks only at
-/// the results that it needs to go on.
+/// the same order and with the same buffers, and keeping the text under the lock that collections of it need. It
+/// searches nothing and looks only at the results that it needs to go on.
 class FloorClient {
 public:
     enum class Duty { Crash, Lamina, LaminaLogon };
@@ -64,6 +65,7 @@ private:
     void Format(EVT_HANDLE event, const wchar_t* publisher, Keep keep);
 
     IAgentLogger& logger_;
+    NativeLock lock_;
     const std::wstring logPath_;
     const std::wstring hostLine_;
     std::wstring timeLine_;

@@ -2,7 +2,7 @@
 
 #include "host/log.h"
 #include "lamina/mounted_entries.h"
-#include "lamina/owned_handles.h"
+#include "host/owned_handles.h"
 
 #include <wrl/client.h>
 

@@ -2,7 +2,7 @@
 
 #include "host/com_failure.h"
 #include "host/heap_buffer.h"
-#include "lamina/owned_handles.h"
+#include "host/owned_handles.h"
 
 namespace orvel {
 

@@ -1,5 +1,7 @@
 #include "module/registrar.h"
 
+#include "host/owned_handles.h"
+
 namespace orvel {
 
 namespace {
@@ -55,7 +57,7 @@ LSTATUS RegisterKey(HKEY parent, const ScriptKey& listed)
     HKEY opened = nullptr;
     status = RegCreateKeyExW(parent, listed.name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
                              nullptr, &opened, nullptr);
-    const UniqueRegistryKey key(opened);
+    const RegistryKey key(opened);
     return status == ERROR_SUCCESS ? RegisterContent(opened, listed) : status;
 }
 
@@ -83,7 +85,7 @@ LSTATUS UnregisterKey(HKEY parent, const ScriptKey& listed)
     if (found != ERROR_SUCCESS) {
         return UnlessAbsent(found);
     }
-    const UniqueRegistryKey key(opened);
+    const RegistryKey key(opened);
     LSTATUS first = UnregisterContent(opened, listed);
     if (listed.mode == ScriptMode::NoRemove) {
         return first;

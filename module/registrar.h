@@ -4,17 +4,7 @@
 
 #include <windows.h>
 
-#include <memory>
-#include <type_traits>
-
 namespace orvel {
-
-struct RegistryKeyCloser {
-    void operator()(HKEY key) const noexcept { RegCloseKey(key); }
-};
-
-/// Owner of an open registry key.
-using UniqueRegistryKey = std::unique_ptr<std::remove_pointer_t<HKEY>, RegistryKeyCloser>;
 
 /// Makes what a script lists; `classes` stands for its root HKCR. Stops at the first failure and gives its Win32 code,
 /// leaving what was made until then.

@@ -2,6 +2,7 @@
 
 #include "host/com_failure.h"
 #include "host/native_lock.h"
+#include "host/owned_handles.h"
 #include "module/module.h"
 #include "module/provider_ids.h"
 #include "module/registrar.h"
@@ -72,7 +73,7 @@ void AllowTypeLibraryPerUser()
     }
 }
 
-HRESULT OpenClasses(UniqueRegistryKey& classes)
+HRESULT OpenClasses(RegistryKey& classes)
 {
     HKEY key = nullptr;
     const LSTATUS status = RegCreateKeyExW(
@@ -135,7 +136,7 @@ HRESULT UnregisterTypeLibrary(HKEY classes)
     // Removing what is not registered fails, and with a code that a refused access gives too: so look first.
     HKEY opened = nullptr;
     const LSTATUS status = RegOpenKeyExW(classes, kLibraryKey, 0, KEY_READ, &opened);
-    UniqueRegistryKey(opened).reset();
+    RegistryKey(opened).reset();
     if (status != ERROR_SUCCESS) {
         return status == ERROR_FILE_NOT_FOUND ? S_OK : FromStatus(status);
     }
@@ -154,7 +155,7 @@ HRESULT OnClasses(Steps&& steps) noexcept
         if (CEventLogProviderModule::Instance().IsPerUser()) {
             AllowTypeLibraryPerUser();
         }
-        UniqueRegistryKey classes;
+        RegistryKey classes;
         const HRESULT hr = OpenClasses(classes);
         return SUCCEEDED(hr) ? steps(classes.get()) : hr;
     } catch (const std::bad_alloc&) {

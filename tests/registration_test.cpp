@@ -1,3 +1,4 @@
+#include "host/owned_handles.h"
 #include "module/registrar.h"
 #include "tests/support/module_under_test.h"
 
@@ -18,7 +19,7 @@ Tree Read(HKEY root, const wchar_t* path = L"Software\\Classes", const std::wstr
 {
     HKEY opened = nullptr;
     RegOpenKeyExW(root, path, 0, KEY_READ, &opened);
-    const UniqueRegistryKey key(opened);
+    const RegistryKey key(opened);
     Tree lines;
     std::vector<wchar_t> found(16384), text(32768);
     for (DWORD i = 0;; ++i) {

@@ -1,66 +1,19 @@
 // A million events and ten thousand collections of both metrics: what grows is what is left open by design.
 
 #include "tests/support/module_under_test.h"
-
-#include <malloc.h>
+#include "tools/bench/allocation_counter.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
 namespace {
 
-// What the module holds on the runtime's heap, and how many BSTRs.
-long long liveBlocks = 0;
-long long liveBytes = 0;
-long long liveTexts = 0;
-
-void* CountMalloc(size_t size)
-{
-    void* const block = std::malloc(size);
-    ++liveBlocks;
-    liveBytes += static_cast<long long>(_msize(block));
-    return block;
-}
-void* CountCalloc(size_t count, size_t size)
-{
-    void* const block = CountMalloc(count * size);
-    return std::memset(block, 0, count * size);
-}
-void CountFree(void* block)
-{
-    if (block != nullptr) {
-        --liveBlocks;
-        liveBytes -= static_cast<long long>(_msize(block));
-    }
-    std::free(block);
-}
-BSTR WINAPI CountAllocString(const OLECHAR* text)
-{
-    ++liveTexts;
-    return SysAllocString(text);
-}
-BSTR WINAPI CountAllocStringLen(const OLECHAR* text, UINT length)
-{
-    ++liveTexts;
-    return SysAllocStringLen(text, length);
-}
-void WINAPI CountFreeString(BSTR text)
-{
-    liveTexts -= text != nullptr ? 1 : 0;
-    SysFreeString(text);
-}
-HRESULT WINAPI CountVariantClear(VARIANTARG* value)
-{
-    liveTexts -= value->vt == VT_BSTR && value->bstrVal != nullptr ? 1 : 0;
-    return VariantClear(value);
-}
+using orvel::bench::AllocationCounter;
 
 struct Usage {
-    long long blocks = liveBlocks;
-    long long bytes = liveBytes;
-    long long texts = liveTexts;
+    long long blocks = AllocationCounter::HeldBlocks();
+    long long bytes = AllocationCounter::HeldBytes();
+    long long texts = AllocationCounter::HeldTexts();
     DWORD contexts = Replay().OpenHandles(ReplayContextHandle);
     DWORD publishers = Replay().OpenHandles(ReplayPublisherHandle);
     DWORD systemHandles = 0;
@@ -82,13 +35,7 @@ TEST_F(ModuleTest, SoakOfAMillionEventsAndTenThousandCollectionsLeavesOnlyThePub
     constexpr DWORD kRounds = 5000; // with a collection of each metric
     constexpr DWORD kCrashes = 180;
     constexpr DWORD kAgentEvents = 20;
-    const ImportPatch patches[] = {{module, "malloc", &CountMalloc},
-                                   {module, "calloc", &CountCalloc},
-                                   {module, "free", &CountFree},
-                                   {module, "SysAllocString", &CountAllocString},
-                                   {module, "SysAllocStringLen", &CountAllocStringLen},
-                                   {module, "SysFreeString", &CountFreeString},
-                                   {module, "VariantClear", &CountVariantClear}};
+    const AllocationCounter counter(module);
     constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
     constexpr wchar_t kTime[] = L"2024-03-05T07:08:09Z";
     logger.levels = 0;

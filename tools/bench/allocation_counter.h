@@ -12,8 +12,10 @@ public:
 
     /// Blocks and BSTRs allocated since the last call, or since the start.
     static long Take();
-    /// Bytes of the runtime's heap allocated and not yet freed since the start.
+    /// What was allocated and not yet freed since the start: on the runtime's heap, and BSTRs.
+    static long long HeldBlocks();
     static long long HeldBytes();
+    static long long HeldTexts();
 
 private:
     const ImportPatch malloc_;
@@ -22,6 +24,8 @@ private:
     const ImportPatch heapAlloc_;
     const ImportPatch sysAllocString_;
     const ImportPatch sysAllocStringLen_;
+    const ImportPatch sysFreeString_;
+    const ImportPatch variantClear_;
 };
 
 } // namespace orvel::bench

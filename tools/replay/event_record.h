@@ -37,6 +37,7 @@ struct Event {
     std::wstring channel;
     std::optional<std::wstring> message; // line ends are CR LF, as a formatted message has them
     unsigned messageError = 0;           // what formatting gives instead of success
+    std::vector<Node> rendering;         // the tool's RenderingInfo
 };
 
 /// Something that happens between events; the node is known to have what its kind needs.

@@ -93,14 +93,17 @@ Event MakeEvent(Node&& node)
     const std::wstring* name = provider != nullptr ? provider->Attribute(L"Name") : nullptr;
     event.publisher = name != nullptr ? *name : std::wstring();
 
-    // The rendering is the tool's, not part of the event that a query or a render context sees.
-    for (const auto& child : node.children) {
-        const Node* message = child.name == L"RenderingInfo" ? child.Child(L"Message") : nullptr;
-        if (message != nullptr) {
+    // The rendering is the tool's, not part of the event that a query or a render context sees. It is kept apart, not
+    // freed: as many holes as there are events would make each later allocation of Wine's heap a walk along them.
+    const auto rendering = std::stable_partition(node.children.begin(), node.children.end(),
+                                                 [](const Node& child) { return child.name != L"RenderingInfo"; });
+    for (auto child = rendering; child != node.children.end(); ++child) {
+        if (const Node* message = child->Child(L"Message")) {
             event.message = WithCarriageReturns(message->text);
         }
+        event.rendering.push_back(std::move(*child));
     }
-    std::erase_if(node.children, [](const Node& child) { return child.name == L"RenderingInfo"; });
+    node.children.erase(rendering, node.children.end());
 
     if (const std::wstring* text = node.Attribute(L"replay:error")) {
         const uint64_t error = ParseWholeNumber(*text).value_or(WholeNumber{}).magnitude;

@@ -1,13 +1,15 @@
 #include "tools/console/configuration.h"
 
 #include "host/bstr.h"
-#include "tools/console/failure.h"
+#include "host/property.h"
+#include "tools/console/input.h"
 #include "tools/console/text.h"
 
 #include <shlwapi.h>
 #include <xmllite.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 namespace orvel::console {
@@ -86,7 +88,7 @@ private:
             if (tag != L"metric" || *name == L'\0') {
                 Fail(place + ": <" + ToUtf8(tag) + "> is not a metric with a name; write <metric name=\"...\">");
             }
-            metrics_.push_back({name, place, nullptr});
+            metrics_.push_back({name, place});
         } else if (depth_ == 2) {
             property_ = tag;
         } else if (depth_ > 2 && (property_ == L"query" || property_ == L"channel")) {
@@ -133,28 +135,53 @@ ComPtr<IXMLDOMElement> ParseRoot(IStream* stream, const std::string& file)
     return root;
 }
 
+/// Reads what the provider will ask for, and tells what it would stumble over.
+void FindProblem(MetricConfiguration& metric, std::span<const MetricConfiguration> earlier)
+{
+    const std::string name = std::string("'").append(ToUtf8(metric.name)).append("'");
+    const auto isSame = [&](const MetricConfiguration& other) { return other.Is(metric.name.c_str()); };
+    metric.isIgnored = true;
+    if (!metric.Is(kCrashMetric) && !metric.Is(kLaminaMetric)) {
+        metric.problem = "the provider has no metric " + name + " and ignores it; it serves " + ToUtf8(kCrashMetric) +
+                         " and " + ToUtf8(kLaminaMetric);
+        return;
+    }
+    if (std::any_of(earlier.begin(), earlier.end(), isSame)) {
+        metric.problem = name + " is already subscribed; the first one counts";
+        return;
+    }
+    metric.isIgnored = false;
+    if (FAILED(GetProperty(metric.element.Get(), L"channel", nullptr, metric.channel))) {
+        metric.problem = name + " has no <channel>; add one, such as <channel>Application</channel>";
+    } else if (FAILED(GetProperty(metric.element.Get(), L"query", nullptr, metric.query))) {
+        metric.problem = name + " has no <query>; add one, <query>*</query> takes every event of the channel";
+    }
+}
+
 } // namespace
 
 std::vector<MetricConfiguration> ReadConfiguration(const std::wstring& path)
 {
-    const std::string file = ToUtf8(path);
+    const std::string file = InputName(path);
+    const std::string bytes = ReadInput(path, ExitCode::Configuration);
     ComPtr<IStream> stream;
-    Check(SHCreateStreamOnFileEx(path.c_str(), STGM_READ | STGM_SHARE_DENY_WRITE, 0, FALSE, nullptr,
-                                 stream.GetAddressOf()),
-          file, "cannot be opened, check --config");
+    stream.Attach(SHCreateMemStream(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<UINT>(bytes.size())));
+    Check(stream ? S_OK : E_OUTOFMEMORY, file, "cannot be held in memory");
     std::vector<MetricConfiguration> metrics = FormReader(stream.Get(), file).Read();
     Check(stream->Seek({}, STREAM_SEEK_SET, nullptr), file, "cannot be read twice");
     const ComPtr<IXMLDOMElement> root = ParseRoot(stream.Get(), file);
 
     ComPtr<IXMLDOMNodeList> elements;
     Check(root->selectNodes(MakeBstr(L"metric").get(), elements.GetAddressOf()), file, "MSXML cannot read it");
-    for (MetricConfiguration& metric : metrics) {
+    for (size_t i = 0; i < metrics.size(); ++i) {
+        MetricConfiguration& metric = metrics[i];
         ComPtr<IXMLDOMNode> node;
         if (elements->nextNode(node.GetAddressOf()) != S_OK) {
             Fail(metric.place + ": MSXML finds no such <metric>; leave XML namespaces out");
         }
         Check(node->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(metric.element.GetAddressOf())),
               metric.place, "MSXML gives no element");
+        FindProblem(metric, {metrics.data(), i});
     }
     return metrics;
 }

@@ -15,6 +15,8 @@ enum class ExitCode {
     Subscription = 6,
     Collection = 7,
     Unclean = 8,
+    Problem = 9,
+    Differs = 10,
 };
 
 /// Ends the run with an exit code. The text, in UTF-8, says what is wrong and, where it can be known, what to do.

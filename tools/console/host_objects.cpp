@@ -3,8 +3,6 @@
 #include "host/log.h"
 #include "tools/console/text.h"
 
-#include <utility>
-
 namespace orvel::console {
 
 namespace {
@@ -69,6 +67,7 @@ HRESULT Logger::Take(LONG level, const char* name, BSTR text)
 HRESULT Sink::WriteMetric(BSTR key, BSTR instance, VARIANT value)
 {
     if (value.vt != VT_BSTR && value.vt != VT_UI8) {
+        ++refused_;
         return DISP_E_BADVARTYPE;
     }
     const bool isText = value.vt == VT_BSTR;

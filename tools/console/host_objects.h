@@ -6,6 +6,7 @@
 #include <atomic>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvel::console {
@@ -84,7 +85,8 @@ struct MetricValue {
 /// Keeps what a collection writes, in order. A value of a type that no metric has is refused with DISP_E_BADVARTYPE.
 class Sink final : public HostObject<IMetricSink> {
 public:
-    std::vector<MetricValue> Take() { return std::move(values_); }
+    std::vector<MetricValue> Take() { return std::exchange(values_, {}); }
+    unsigned long long Refused() const { return refused_; }
 
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Reserved8() override { return E_NOTIMPL; }
@@ -93,6 +95,7 @@ public:
 
 private:
     std::vector<MetricValue> values_;
+    unsigned long long refused_ = 0; // a collection writes on the thread that asked for it
 };
 
 } // namespace orvel::console

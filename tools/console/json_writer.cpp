@@ -17,6 +17,8 @@ bool IsLowSurrogate(wchar_t unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
+} // namespace
+
 std::string Quote(const std::wstring& text)
 {
     std::wstring quoted = L"\"";
@@ -38,8 +40,6 @@ std::string Quote(const std::wstring& text)
     }
     return ToUtf8(quoted + L'"');
 }
-
-} // namespace
 
 std::string ToJsonLines(const Collection& collection)
 {

@@ -1,4 +1,6 @@
+#include "tools/console/check.h"
 #include "tools/console/failure.h"
+#include "tools/console/input.h"
 #include "tools/console/options.h"
 #include "tools/console/run.h"
 #include "tools/console/text.h"
@@ -42,7 +44,12 @@ int Main()
         if (const int* code = std::get_if<int>(&parsed)) {
             return *code;
         }
-        Run(std::get<Options>(parsed));
+        const Options& options = std::get<Options>(parsed);
+        CatchControlC();
+        if (options.command == Command::Check) {
+            return static_cast<int>(Check(options));
+        }
+        Run(options);
         return static_cast<int>(ExitCode::Ok);
     } catch (const Failure& failure) {
         return Fail(failure.code, failure.what());

@@ -5,6 +5,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <iostream>
 
 namespace orvel::console {
@@ -22,23 +24,43 @@ constexpr char kFooter[] =
 An export to replay is what this prints on a desktop, in UTF-8:
   wevtutil qe Application /f:RenderedXml /e:Events
 
-Standard output holds what the provider wrote and nothing else; messages go to standard error.
+Standard output holds what the provider wrote and nothing else, or the report of a check; messages go to standard
+error. Colours are shown on a terminal only, and never with NO_COLOR set; COLUMNS sets the width of other outputs.
 Examples:
-  eventlog_console run --config crashes.xml --replay application.xml
-      plays an export, then prints the crash metrics once as a table
+  eventlog_console check --config crashes.xml --replay application.xml --explain
+      what the rules select of an export, what the provider would write, and why the other events are left out
+  eventlog_console check --config crashes.xml --replay application.xml --expect crashes.jsonl
+      tests the rules: code 10 and the difference if something else would be written
+  eventlog_console run --config crashes.xml --replay application.xml --speed 60x
+      plays an export an hour a minute, then prints the crash metrics once as a table
   eventlog_console run --config crashes.xml --interval 60 --format jsonl --log info
       listens to the live Event Log until Ctrl+C and prints JSON lines every minute
 Exit codes:
-  0 done                                  5 the module or its provider cannot be created
-  2 wrong command line                    6 a subscription failed
-  3 bad configuration file                7 a collection failed or the output cannot be written
-  4 bad export or no replay log           8 the module did not let go of everything at the end)";
+  0 done                                  6 a subscription failed
+  2 wrong command line                    7 a collection failed or the output cannot be written
+  3 bad configuration file                8 the module did not let go of everything at the end
+  4 bad export or no replay log           9 check: there are problems
+  5 the module or its provider           10 check: what would be written differs from --expect
+    cannot be created)";
+
+/// A speed as "60x", "60" or "0.5x"; CLI11 shows the text.
+std::string CheckSpeed(std::string& text)
+{
+    const char* const end = text.data() + text.size() - (text.ends_with('x') ? 1 : 0);
+    double speed = 0;
+    const auto [parsed, error] = std::from_chars(text.data(), end, speed);
+    if (error != std::errc() || parsed != end || !(speed >= 0.001 && speed <= 1e9)) {
+        return "a speed is a number such as 60x, from 0.001x on";
+    }
+    text.erase(static_cast<size_t>(end - text.data()));
+    return {};
+}
 
 } // namespace
 
 std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
 {
-    std::string config, replay, module, format = "table", log = "warning";
+    std::string config, replay, module, expect, speed, format = "table", log = "warning";
     Options options;
 
     CLI::App app("A host agent in a terminal: loads the Orvel event-log provider, subscribes metrics, lets events come "
@@ -49,45 +71,80 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     app.set_version_flag("--version", "eventlog_console " ORVEL_VERSION);
     app.require_subcommand(1);
     app.footer(kFooter);
+    CLI::App* check = app.add_subcommand("check", "Check a configuration, and what it makes of an export");
     CLI::App* run = app.add_subcommand("run", "Run the provider with a configuration");
-    run->add_option("--config", config, "Configuration file with the metrics to subscribe")
-        ->required()
+    for (CLI::App* command : {check, run}) {
+        const bool isRun = command == run;
+        command
+            ->add_option("--config", config, "Configuration file with the metrics to subscribe; - for standard input")
+            ->required()
+            ->type_name("FILE");
+        command
+            ->add_option("--replay", replay,
+                         isRun ? "Play this export instead of listening to the live Event Log; - for standard input"
+                               : "Check against this export; without one the queries alone; - for standard input")
+            ->type_name("EXPORT");
+        command
+            ->add_option("--module", module,
+                         "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
+                         "Orvel_eventlog.dll beside this program)")
+            ->type_name("DLL");
+        command
+            ->add_option("--collect-after", options.collectAfter,
+                         "Collect also after these entries of the export, events and actions alike, counted from 1")
+            ->delimiter(',')
+            ->needs("--replay")
+            ->type_name("N,...");
+        command->add_option("--format", format, "Output for people or for programs: table or jsonl (default: table)")
+            ->check(CLI::IsMember({"table", "jsonl"}))
+            ->type_name("FORMAT");
+        command
+            ->add_option("--log", log,
+                         "Least severe of the provider's lines to show: none, error, warning or info "
+                         "(default: warning)")
+            ->check(CLI::IsMember({"none", "error", "warning", "info"}))
+            ->type_name("LEVEL");
+    }
+    constexpr unsigned kReasons = 10;
+    CLI::Option* explain = check
+                               ->add_option("--explain", options.explain,
+                                            "Tell why events are left out: the N most frequent reasons (default: 10)")
+                               ->expected(0, 1)
+                               ->check(CLI::PositiveNumber)
+                               ->needs("--replay")
+                               ->type_name("[N]");
+    check->add_option("--expect", expect, "Compare what would be written with these lines of run --format jsonl")
+        ->needs("--replay")
         ->type_name("FILE");
-    run->add_option("--replay", replay, "Play this export instead of listening to the live Event Log")
-        ->type_name("EXPORT");
-    run->add_option("--module", module,
-                    "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
-                    "Orvel_eventlog.dll beside this program)")
-        ->type_name("DLL");
     run->add_option("--interval", options.interval,
-                    "Collect each time so many seconds have passed, and at the end "
-                    "(default: only at the end)")
+                    "Collect each time so many seconds have passed, and at the end (default: only at the end)")
         ->check(CLI::Range(0.1, 86400.0))
         ->type_name("SECONDS");
-    run->add_option("--collect-after", options.collectAfter,
-                    "With --replay: collect also after these entries of the export, events and actions alike, counted "
-                    "from 1")
-        ->delimiter(',')
-        ->type_name("N,...");
-    run->add_option("--format", format, "Output for people or for programs: table or jsonl (default: table)")
-        ->check(CLI::IsMember({"table", "jsonl"}))
-        ->type_name("FORMAT");
-    run->add_option("--log", log,
-                    "Least severe of the provider's lines to show: none, error, warning or info "
-                    "(default: warning)")
-        ->check(CLI::IsMember({"none", "error", "warning", "info"}))
-        ->type_name("LEVEL");
+    run->add_option("--speed", speed,
+                    "Play the export so many times as fast as its events were recorded, such as 60x (default: as fast "
+                    "as possible)")
+        ->check(CLI::Validator(CheckSpeed, "", "speed"))
+        ->needs("--replay")
+        ->type_name("NUMBERx");
+    run->add_flag("--summary", options.summary, "Print the summary at the end with --format jsonl, too");
 
     try {
         std::reverse(arguments.begin(), arguments.end()); // the library takes them last first
         app.parse(std::move(arguments));
+        if ((config == "-") + (replay == "-") + (expect == "-") > 1) {
+            throw CLI::ValidationError("only one input can be standard input; name files for the others");
+        }
     } catch (const CLI::ParseError& error) {
         const bool isWrong = app.exit(error, std::cout, std::cerr) != 0;
         return static_cast<int>(isWrong ? ExitCode::Usage : ExitCode::Ok);
     }
+    options.command = check->parsed() ? Command::Check : Command::Run;
     options.config = ToWide(config);
     options.replay = ToWide(replay);
     options.module = ToWide(module);
+    options.expect = ToWide(expect);
+    options.explain = explain->count() != 0 && options.explain == 0 ? kReasons : options.explain;
+    options.speed = std::strtod(speed.c_str(), nullptr);
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;
     options.logMask = log == "info" ? 7 : log == "warning" ? 3 : log == "error" ? 1 : 0;
     return options;

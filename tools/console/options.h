@@ -6,16 +6,22 @@
 
 namespace orvel::console {
 
+enum class Command { Check, Run };
 enum class Format { Table, JsonLines };
 
 struct Options {
-    std::wstring config;
-    std::wstring replay;                ///< empty: the live Event Log
+    Command command = Command::Run;
+    std::wstring config;                ///< here and in `replay` and `expect`: "-" for standard input
+    std::wstring replay;                ///< empty: the live Event Log, or nothing to check against
     std::wstring module;                ///< empty: by ProgID, else beside the program
+    std::wstring expect;                ///< what a check is to compare with; empty: nothing
+    unsigned explain = 0;               ///< how many reasons a check tells for events that are left out
     double interval = 0;                ///< seconds between collections; 0: only once, at the end
+    double speed = 0;                   ///< of the replay against the recorded times; 0: as fast as possible
     std::vector<unsigned> collectAfter; ///< entries of the export, from 1, after which to collect as well
     Format format = Format::Table;
-    long logMask = 0; ///< levels of the provider's lines to show, as a mask of LogLevel
+    bool summary = false; ///< also with JSON lines
+    long logMask = 0;     ///< levels of the provider's lines to show, as a mask of LogLevel
 };
 
 /// Reads the command line (without the program's name, in UTF-8). Gives an exit code instead when there is nothing to

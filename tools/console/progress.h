@@ -12,6 +12,8 @@ public:
     Progress();
     /// Called often; writes at most a few times a second.
     void Show(DWORD done, DWORD total);
+    /// As Show, while the next entry is waited for; on a terminal only.
+    void ShowWait(DWORD done, DWORD total, std::chrono::seconds rest);
     /// Ends the line that is being rewritten, if there is one.
     void Finish();
 

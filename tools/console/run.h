@@ -4,8 +4,8 @@
 
 namespace orvel::console {
 
-/// Loads the module, subscribes, lets the events come, collects and takes everything down again. COM must be
-/// initialised on the calling thread. Throws Failure.
+/// Runs the provider over the live Event Log or an export, printing each collection and a summary at the end. COM must
+/// be initialised on the calling thread. Throws Failure.
 void Run(const Options& options);
 
 } // namespace orvel::console

@@ -2,11 +2,55 @@
 
 #include "host/log.h"
 #include "tools/console/failure.h"
+#include "tools/console/terminal.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cwchar>
+#include <mutex>
 
 namespace orvel::console {
+
+namespace {
+
+WORD Attribute(char mark, WORD plain)
+{
+    constexpr WORD kForeground = 0x0F;
+    const auto coloured = [&](WORD colour) { return static_cast<WORD>((plain & ~kForeground) | colour); };
+    switch (mark) {
+    case kHeading:
+        return static_cast<WORD>(plain | FOREGROUND_INTENSITY);
+    case kGood:
+        return coloured(FOREGROUND_GREEN);
+    case kBad:
+        return coloured(FOREGROUND_RED | FOREGROUND_INTENSITY);
+    default:
+        return plain;
+    }
+}
+
+// Gives whether all of it was written. The console's own call for colours is one that every version of it knows.
+bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
+{
+    static std::mutex lock;
+    const std::lock_guard guard(lock);
+    const HANDLE console = GetStdHandle(stream);
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    const bool isColoured = GetConsoleScreenBufferInfo(console, &info) &&
+                            GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1; // 1: it is there, but empty
+    bool isWritten = true;
+    while (!text.empty()) {
+        const size_t end = std::min(text.find_first_of("\1\2\3\4"), text.size());
+        isWritten &= std::fwrite(text.data(), 1, end, file) == end;
+        if (end < text.size() && isColoured) {
+            isWritten &= std::fflush(file) == 0;
+            SetConsoleTextAttribute(console, Attribute(text[end], info.wAttributes));
+        }
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return std::fflush(file) == 0 && isWritten;
+}
+
+} // namespace
 
 std::string ToUtf8(std::wstring_view text)
 {
@@ -35,21 +79,20 @@ std::string Describe(HRESULT code)
 
 void WriteData(std::string_view utf8)
 {
-    if (std::fwrite(utf8.data(), 1, utf8.size(), stdout) != utf8.size() || std::fflush(stdout) != 0) {
+    if (!WriteMarked(stdout, STD_OUTPUT_HANDLE, utf8)) {
         throw Failure(ExitCode::Collection, "standard output cannot be written; is the disk full or the pipe closed?");
     }
 }
 
-void WriteLine(const std::string& utf8)
+void WriteLine(std::string_view utf8)
 {
-    const std::string line = utf8 + "\n";
-    std::fwrite(line.data(), 1, line.size(), stderr); // one call: the stream's own lock keeps lines whole
-    std::fflush(stderr);
+    WriteMarked(stderr, STD_ERROR_HANDLE, std::string(utf8) + "\n");
 }
 
 void Say(const char* kind, const std::string& utf8)
 {
-    WriteLine(std::string("eventlog_console: ") + kind + ": " + utf8);
+    const wchar_t mark = *kind == 'n' ? kHeading : kBad;
+    WriteLine("eventlog_console: " + ToUtf8(Marked(mark, ToWide(kind) + L":")) + " " + utf8);
 }
 
 } // namespace orvel::console

@@ -14,11 +14,12 @@ std::wstring ToWide(std::string_view utf8);
 /// An error code for people: "0x80070002 (File not found.)", without the brackets when the system has no text.
 std::string Describe(HRESULT code);
 
-/// Writes data to standard output. Throws Failure when it cannot be written.
+/// Writes data to standard output; the marks of terminal.h become colours or vanish. Throws Failure when it cannot be
+/// written.
 void WriteData(std::string_view utf8);
 
 /// Writes one line to standard error; lines of several threads do not mix.
-void WriteLine(const std::string& utf8);
+void WriteLine(std::string_view utf8);
 
 /// Writes one line of the console's own to standard error; `kind` is "error", "warning" or "note".
 void Say(const char* kind, const std::string& utf8);

@@ -1,4 +1,5 @@
 #include "host/format.h"
+#include "tools/console/terminal.h"
 #include "tools/console/writers.h"
 
 #include <algorithm>
@@ -18,7 +19,8 @@ constexpr std::array<Moment, 4> kMoments = {{{L"lamina|logon_timestamp", L"logon
                                              {L"lamina|logon_response_timestamp", L"manager response"},
                                              {L"lamina|volumes_ready_timestamp", L"volumes ready"},
                                              {L"lamina|all_done_timestamp", L"all done"}}};
-constexpr double kBarWidth = 40;
+constexpr size_t kBarWidth = 40;
+constexpr size_t kBarColumn = 65; // what stands before a bar
 
 // A time as the provider writes it, in milliseconds since 1970; the date or the time of day in UTC.
 std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
@@ -40,10 +42,10 @@ std::wstring Seconds(double milliseconds, const wchar_t* format)
 }
 
 // The step from one moment to the next as a bar in its place on the axis; a step without length is a mark.
-std::wstring Bar(double from, double to, double first, double span)
+std::wstring Bar(double from, double to, double first, double span, double width)
 {
     const auto column = [&](double at) {
-        return span == 0 ? 0 : static_cast<size_t>(std::lround((at - first) / span * kBarWidth));
+        return span == 0 ? 0 : static_cast<size_t>(std::lround((at - first) / span * width));
     };
     const auto [left, right] = std::minmax({column(from), column(to)});
     return std::wstring(left, L' ') + (left == right ? std::wstring(L"o") : std::wstring(right - left, L'#'));
@@ -51,7 +53,7 @@ std::wstring Bar(double from, double to, double first, double span)
 
 } // namespace
 
-std::wstring DrawTimeline(const Collection& collection)
+std::wstring DrawTimeline(const Collection& collection, size_t width)
 {
     std::array<const MetricValue*, kMoments.size()> found{};
     std::wstring plinths;
@@ -80,6 +82,8 @@ std::wstring DrawTimeline(const Collection& collection)
         }
         const auto [first, last] = std::minmax_element(since.begin(), since.end());
         const double span = *last - *first;
+        const size_t room = std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
+        const auto barWidth = static_cast<double>(width == 0 ? kBarWidth : room);
         picture += L"  Logon on " + TimeText(found[0]->number, true) + L", times in UTC\n" +
                    FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");
         for (size_t i = 0; i < kMoments.size(); ++i) {
@@ -88,7 +92,7 @@ std::wstring DrawTimeline(const Collection& collection)
             picture += FormatString(L"    %-16s  %-12s  %12s  %12s  |", kMoments[i].label, time.c_str(),
                                     Seconds(since[i], L"%+.3f s").c_str(),
                                     i == 0 ? L"" : Seconds(since[i] - previous, L"%.3f s").c_str()) +
-                       Bar(previous, since[i], *first, span) + L"\n";
+                       Bar(previous, since[i], *first, span, barWidth) + L"\n";
         }
     }
     return picture + (plinths.empty() ? L"  no plinths\n" : L"  plinths\n" + plinths);

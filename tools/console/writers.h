@@ -19,18 +19,18 @@ struct Collection {
 /// character is escaped, VT_UI8 is a plain number.
 std::string ToJsonLines(const Collection& collection);
 
-/// An aligned table for people under a heading of its own; line breaks in values are shown as such. Where nothing was
-/// written the provider's info lines say why.
-std::string ToTable(const Collection& collection);
+/// A text as a JSON string.
+std::string Quote(const std::wstring& text);
+
+/// An aligned table for people under a heading of its own, of up to `width` columns (0: any); line breaks in values are
+/// shown as such. Where nothing was written the provider's info lines say why.
+std::string ToTable(const Collection& collection, size_t width);
 
 /// The Lamina logon as bars on one axis with durations, and its plinths; without the four timestamps, why not. Empty
 /// when the collection holds nothing of the Lamina metric.
-std::wstring DrawTimeline(const Collection& collection);
+std::wstring DrawTimeline(const Collection& collection, size_t width = 0);
 
 /// The provider's info lines of the collection, for people.
 std::wstring Reasons(const Collection& collection);
-
-/// A text for a terminal: line breaks of all kinds become "\n", other control characters a mark.
-std::wstring Printable(std::wstring text);
 
 } // namespace orvel::console

@@ -94,12 +94,14 @@ DWORD CarryOut(const Action& action)
             MoveFileExW(Path(node, L"from").c_str(), Path(node, L"to").c_str(), MOVEFILE_REPLACE_EXISTING));
     case Action::Delete:
         return ErrorUnless(DeleteFileW(Path(node, L"file").c_str()));
-    case Action::Registry:
-        return SetRegistryValue(node);
     default:
-        Sleep(std::wcstoul(Text(node, L"milliseconds").c_str(), nullptr, 10));
-        return ERROR_SUCCESS;
+        return SetRegistryValue(node);
     }
+}
+
+DWORD WaitTime(const Action& action)
+{
+    return std::wcstoul(Text(action.node, L"milliseconds").c_str(), nullptr, 10);
 }
 
 } // namespace orvel::replay

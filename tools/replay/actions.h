@@ -6,7 +6,10 @@
 
 namespace orvel::replay {
 
-/// Carries an action out: changes a file or a registry value, or waits. Gives 0 or a Win32 code.
+/// Carries an action out that changes a file or a registry value. Gives 0 or a Win32 code.
 DWORD CarryOut(const Action& action);
+
+/// How many milliseconds a waiting action waits.
+DWORD WaitTime(const Action& action);
 
 } // namespace orvel::replay

@@ -2,9 +2,9 @@
 
 #include "tools/replay/behaviour.h"
 #include "tools/replay/handles.h"
+#include "tools/replay/refusal.h"
 #include "tools/replay/rendering.h"
 #include "tools/replay/subscriber.h"
-#include "tools/replay/xml_reader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,36 +15,13 @@ namespace {
 
 constexpr uint64_t kJunk = 0xCDCD'CDCD'CDCD'CDCD;
 
-/// A failure of EvtSubscribe, explained to people.
-struct Refusal {
-    DWORD code;
-    std::wstring reason;
-};
-
-Selection MakeSelection(const wchar_t* channel, std::wstring_view query)
-try {
-    if (query.starts_with(L'<')) { // EvtSubscribe page: the channel is ignored with a structured query
-        return Selection::OfQueryList(ReadXml(query));
-    }
-    if (channel == nullptr || *channel == L'\0') {
-        throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"a channel is needed with an XPath query"};
-    }
-    return Selection::OfChannel(channel, query);
-} catch (const QueryError& error) {
-    throw Refusal{error.code, error.reason + L" (at character " + std::to_wstring(error.position + 1) + L")"};
-} catch (const TextError& error) {
-    throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"line " + std::to_wstring(error.line) + L", column " +
-                                                    std::to_wstring(error.column) + L": " + error.reason};
-}
-
 void CheckChannels(const Selection& selection, bool isStructured)
 {
     const auto log = CurrentLog();
     for (const std::wstring& channel : selection.Channels()) {
         if (!IsKnownChannel(*log, channel)) {
-            throw Refusal{isStructured ? DWORD{ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY}
-                                       : DWORD{ERROR_EVT_CHANNEL_NOT_FOUND},
-                          L"there is no channel '" + channel + L"'"};
+            const DWORD code = isStructured ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
+            throw Refusal{code, L"there is no channel '" + channel + L"'"};
         }
         // An ordinary account may not read it; an export of it was made by one that may.
         if (EqualNames(channel, L"Security") && !log->channels.contains(channel)) {
@@ -63,10 +40,9 @@ EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, 
     if (session != nullptr || signal != nullptr || flags != EvtSubscribeToFutureEvents) {
         throw Refusal{ERROR_NOT_SUPPORTED, L"only push subscriptions to future events of this computer are played"};
     }
-    std::wstring_view text = query != nullptr ? query : L"";
-    text.remove_prefix(std::min(text.size(), text.find_first_not_of(L" \t\r\n")));
-    Selection selection = MakeSelection(channel, text);
-    CheckChannels(selection, text.starts_with(L'<'));
+    bool isStructured = false;
+    Selection selection = MakeSelection(channel, query, isStructured);
+    CheckChannels(selection, isStructured);
     auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
     const EVT_HANDLE handle = HandleTable::Instance().Open(ReplaySubscriptionHandle, subscriber);
     SubscriberList::Instance().Add(std::move(subscriber));
@@ -186,7 +162,7 @@ EVT_HANDLE WINAPI EvtSubscribe(EVT_HANDLE session, HANDLE signalEvent, LPCWSTR c
         Behaviour::Instance().SetRefusal({});
     } catch (const Refusal& refusal) {
         code = refusal.code;
-        Behaviour::Instance().SetRefusal(refusal.reason);
+        Behaviour::Instance().SetRefusal(refusal.Text());
     }
     call.Finish(code);
     return handle;

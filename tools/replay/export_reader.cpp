@@ -10,8 +10,6 @@ namespace orvel::replay {
 
 namespace {
 
-constexpr wchar_t kHowToExport[] = L"; export with: wevtutil qe LOG /f:RenderedXml /e:Events";
-
 struct ActionForm {
     std::wstring_view name;
     Action::Kind kind;
@@ -86,7 +84,7 @@ Event MakeEvent(Node&& node)
     const Node* system = node.Child(L"System");
     const Node* channel = system != nullptr ? system->Child(L"Channel") : nullptr;
     if (channel == nullptr || channel->text.empty()) {
-        Refuse(node, std::wstring(L"the event has no System/Channel") + kHowToExport);
+        Refuse(node, std::wstring(L"the event has no System/Channel; ") + kHowToExport);
     }
     event.channel = channel->text;
     const Node* provider = system->Child(L"Provider");
@@ -150,7 +148,7 @@ std::vector<Entry> MakeEntries(Node&& root)
         } else if (child.name.starts_with(kReplayPrefix)) {
             entries.emplace_back(MakeAction(std::move(child)));
         } else {
-            Refuse(child, L"<" + child.name + L"> is not an event" + kHowToExport);
+            Refuse(child, L"<" + child.name + L"> is not an event; " + kHowToExport);
         }
     }
     return entries;

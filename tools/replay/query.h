@@ -11,6 +11,7 @@ struct QueryError {
     unsigned code;
     size_t position;
     std::wstring reason;
+    std::wstring source = {}; // the text that the position counts in, where it is not the whole query
 };
 
 constexpr unsigned kInvalidQuery = 15001;     // ERROR_EVT_INVALID_QUERY
@@ -28,7 +29,11 @@ struct WholeNumber {
 /// any other text and for what has no room in 64 bits.
 std::optional<WholeNumber> ParseWholeNumber(std::wstring_view text);
 
+/// When an event was created, as ParseEventTime gives it; nothing when it does not tell.
+std::optional<uint64_t> CreationTime(const Node& event);
+
 struct Step;
+struct Judging;
 
 /// One side of a comparison. timediff() keeps its times as two operands in `times`.
 struct Operand {
@@ -73,6 +78,10 @@ public:
     /// written: timediff() of its creation time is 0.
     bool Matches(const Node& event) const;
 
+    /// Why an event is not selected, for people: the first condition that failed and the value that it met, "EventID is
+    /// 1001, the query wants 1000". Empty for an event that is selected.
+    std::wstring Explain(const Node& event) const;
+
     /// The first value that the path leads to, attribute or text of an element; false when there is none. The view
     /// lasts as long as the event.
     bool FirstValue(const Node& event, std::wstring_view& value) const;
@@ -81,6 +90,9 @@ public:
     std::wstring PlainPath() const;
 
 private:
+    template <typename Visit>
+    bool Select(const Judging& judging, const Visit& visit) const;
+
     std::vector<Step> path_;
 };
 

@@ -16,7 +16,10 @@ struct ReplayClient {
         }
         Find(Load, "ReplayLoad");
         Find(LoadText, "ReplayLoadText");
+        Find(LoadBytes, "ReplayLoadBytes");
         Find(Count, "ReplayCount");
+        Find(EntryTime, "ReplayEntryTime");
+        Find(Judge, "ReplayJudge");
         Find(Play, "ReplayPlay");
         Find(Deliver, "ReplayDeliver");
         Find(DeliverError, "ReplayDeliverError");
@@ -33,7 +36,10 @@ struct ReplayClient {
     HMODULE module;
     decltype(&ReplayLoad) Load;
     decltype(&ReplayLoadText) LoadText;
+    decltype(&ReplayLoadBytes) LoadBytes;
     decltype(&ReplayCount) Count;
+    decltype(&ReplayEntryTime) EntryTime;
+    decltype(&ReplayJudge) Judge;
     decltype(&ReplayPlay) Play;
     decltype(&ReplayDeliver) Deliver;
     decltype(&ReplayDeliverError) DeliverError;

@@ -2,7 +2,10 @@
 
 #include "tools/replay/actions.h"
 #include "tools/replay/behaviour.h"
+#include "tools/replay/event_time.h"
+#include "tools/replay/export_reader.h"
 #include "tools/replay/handles.h"
+#include "tools/replay/refusal.h"
 #include "tools/replay/subscriber.h"
 
 #include <algorithm>
@@ -41,6 +44,20 @@ try {
     return code;
 }
 
+/// The line of the query that holds the place, cut around it.
+void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
+{
+    constexpr size_t kAround = 60;
+    const size_t place = refusal.position == 0 ? 0 : refusal.position - 1;
+    const std::wstring_view before = std::wstring_view(refusal.source).substr(0, place);
+    const size_t line = before.find_last_of(L"\r\n") + 1; // npos + 1 is 0
+    const size_t start = std::max(line, place > kAround ? place - kAround : 0);
+    const size_t end = std::min(refusal.source.find_first_of(L"\r\n", place), place + kAround);
+    CopyText(refusal.position == 0 ? std::wstring() : refusal.source.substr(start, end - start), problem.excerpt,
+             ARRAYSIZE(problem.excerpt));
+    problem.position = static_cast<DWORD>(place - start);
+}
+
 /// Decodes UTF-8 with or without a byte order mark, or UTF-16LE with one.
 std::wstring DecodeText(std::string_view bytes)
 {
@@ -50,6 +67,19 @@ std::wstring DecodeText(std::string_view bytes)
         return text;
     }
     bytes.remove_prefix(bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    if (bytes.find_first_not_of(" \t\r\n") == bytes.npos) {
+        throw TextError{1, 1, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport)};
+    }
+    if (bytes.starts_with("ElfFile")) {
+        throw TextError{1, 1,
+                        L"this is a binary event log; turn it into an export with: "
+                        L"wevtutil qe FILE.evtx /lf:true /f:RenderedXml /e:Events"};
+    }
+    if (const size_t zero = bytes.find('\0'); zero != bytes.npos) {
+        throw TextError{
+            static_cast<size_t>(std::count(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(zero), '\n')) + 1, 1,
+            L"this is a binary file, or UTF-16 without a byte order mark; " + std::wstring(kHowToExport)};
+    }
     const auto convert = [&](DWORD flags, wchar_t* buffer, int size) {
         return MultiByteToWideChar(CP_UTF8, flags, bytes.data(), static_cast<int>(bytes.size()), buffer, size);
     };
@@ -77,15 +107,30 @@ std::wstring ReadFileText(const wchar_t* path)
     return DecodeText(bytes);
 }
 
+/// Waits as an action says; `goOn` is asked now and then.
+template <typename GoOn>
+DWORD Wait(const Action& action, const GoOn& goOn)
+{
+    constexpr unsigned long kSlice = 50;
+    for (unsigned long left = WaitTime(action); left != 0; left -= std::min(left, kSlice)) {
+        Sleep(std::min(left, kSlice));
+        if (!goOn()) {
+            return ERROR_CANCELLED;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
 /// Carries out one entry of the future.
-DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index)
+template <typename GoOn>
+DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index, const GoOn& goOn)
 {
     if (std::holds_alternative<Event>(log->entries[index])) {
         return Deliver({log, index, 1, ERROR_SUCCESS, nullptr});
     }
     const auto& action = std::get<Action>(log->entries[index]);
-    const DWORD code = CarryOut(action);
-    if (code != ERROR_SUCCESS) {
+    const DWORD code = action.kind == Action::Wait ? Wait(action, goOn) : CarryOut(action);
+    if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
         Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + action.node.name +
                                          L"> in line " + std::to_wstring(action.node.line) + L": error " +
                                          std::to_wstring(code));
@@ -107,9 +152,42 @@ DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageC
     return LoadLog([&] { return std::wstring_view(xml); }, message, messageCharacters);
 }
 
+DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
+{
+    return LoadLog([&] { return DecodeText({bytes, size}); }, message, messageCharacters);
+}
+
 DWORD WINAPI ReplayCount()
 {
     return static_cast<DWORD>(CurrentLog()->entries.size());
+}
+
+ULONGLONG WINAPI ReplayEntryTime(DWORD index)
+{
+    const auto log = CurrentLog();
+    const auto* event = index < log->entries.size() ? std::get_if<Event>(&log->entries[index]) : nullptr;
+    return event != nullptr ? CreationTime(event->xml).value_or(0) : 0;
+}
+
+DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
+                         ReplayProblem* problem)
+try {
+    bool isStructured = false;
+    const Selection selection = MakeSelection(channel, query, isStructured);
+    const auto log = CurrentLog();
+    for (const Entry& entry : log->entries) {
+        if (const auto* event = std::get_if<Event>(&entry)) {
+            const std::wstring reason = selection.Explain(*event);
+            const ReplayVerdict verdict = {static_cast<DWORD>(event->xml.line), static_cast<DWORD>(event->xml.column),
+                                           event->channel.c_str(), reason.empty() ? nullptr : reason.c_str()};
+            judged(context, &verdict);
+        }
+    }
+    return ERROR_SUCCESS;
+} catch (const Refusal& refusal) {
+    CopyText(refusal.Text(), problem->reason, ARRAYSIZE(problem->reason));
+    CopyExcerpt(refusal, *problem);
+    return refusal.code;
 }
 
 DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context)
@@ -117,11 +195,12 @@ DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context)
     const auto log = CurrentLog();
     const auto total = static_cast<DWORD>(log->entries.size());
     for (DWORD i = 0; i < total; ++i) {
-        const DWORD code = PlayEntry(log, i);
+        const auto goOn = [&](DWORD done) { return progress == nullptr || progress(context, done, total); };
+        const DWORD code = PlayEntry(log, i, [&] { return goOn(i); });
         if (code != ERROR_SUCCESS) {
             return code;
         }
-        if (progress != nullptr && !progress(context, i + 1, total)) {
+        if (!goOn(i + 1)) {
             return ERROR_CANCELLED;
         }
     }

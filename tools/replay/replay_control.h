@@ -51,8 +51,26 @@ enum ReplayMode : DWORD {
                                   // there, 15029 to 15031 at the second)
 };
 
-/// Called after each entry, event or action, with how many of how many are done; gives FALSE to stop.
+/// Called after each entry, event or action, with how many of how many are done, and from time to time while an action
+/// waits; gives FALSE to stop.
 typedef BOOL(CALLBACK* ReplayProgress)(void* context, DWORD done, DWORD total);
+
+/// What a query makes of one event; the texts last as long as the call.
+struct ReplayVerdict {
+    DWORD line; // of the export, where the event's start tag ends
+    DWORD column;
+    const wchar_t* channel;
+    const wchar_t* reason; // why the query does not select the event; null when it does
+};
+
+typedef void(CALLBACK* ReplayJudged)(void* context, const ReplayVerdict* verdict);
+
+/// Why a query is refused.
+struct ReplayProblem {
+    wchar_t reason[512];
+    wchar_t excerpt[128]; // the part of the query around the place; empty when the reason has no place
+    DWORD position;       // of the place within the excerpt, from 0
+};
 
 extern "C" {
 
@@ -60,11 +78,20 @@ extern "C" {
 /// the log's future: nothing is delivered yet. A failure puts an explanation with line and column into `message`.
 DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
 
-/// As ReplayLoad, from a text in memory.
+/// As ReplayLoad, from a text in memory, or from a file's bytes there.
 DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters);
+DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
 /// Number of loaded entries, events and actions alike.
 DWORD WINAPI ReplayCount();
+
+/// When an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a time.
+ULONGLONG WINAPI ReplayEntryTime(DWORD index);
+
+/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Gives 0, or the code
+/// that EvtSubscribe would fail with and why in `problem`; whether there is such a channel is not asked.
+DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
+                         ReplayProblem* problem);
 
 /// Plays the whole future in order: each event is delivered to every subscription that it matches, each action is
 /// carried out when all earlier deliveries have ended. Returns when all is done, ERROR_CANCELLED (1223) when `progress`

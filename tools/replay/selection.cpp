@@ -6,10 +6,14 @@ namespace orvel::replay {
 
 namespace {
 
+std::wstring Place(const Node& element)
+{
+    return L"<" + element.name + L"> in line " + std::to_wstring(element.line);
+}
+
 [[noreturn]] void Refuse(const Node& element, const wchar_t* reason)
 {
-    throw QueryError{kInvalidQuery, 0,
-                     L"<" + element.name + L"> in line " + std::to_wstring(element.line) + L": " + reason};
+    throw QueryError{kInvalidQuery, 0, Place(element) + L": " + reason};
 }
 
 Query ParseSelector(const Node& element)
@@ -17,7 +21,8 @@ Query ParseSelector(const Node& element)
     try {
         return Query::Parse(element.text, kMostSelectExpressions);
     } catch (QueryError& error) {
-        error.reason = L"<" + element.name + L"> in line " + std::to_wstring(element.line) + L": " + error.reason;
+        error.reason = Place(element) + L": " + error.reason;
+        error.source = element.text;
         throw;
     }
 }
@@ -27,7 +32,7 @@ Query ParseSelector(const Node& element)
 Selection Selection::OfChannel(std::wstring_view channel, std::wstring_view query)
 {
     Selection selection;
-    selection.queries_.push_back({{false, std::wstring(channel), Query::Parse(query.empty() ? L"*" : query)}});
+    selection.queries_.push_back({{false, std::wstring(channel), Query::Parse(query.empty() ? L"*" : query), {}}});
     return selection;
 }
 
@@ -51,7 +56,7 @@ Selection Selection::OfQueryList(const Node& queryList)
             if (path == nullptr || path->empty() || path->find(L"://") != std::wstring::npos) {
                 Refuse(element, L"a Path is needed, and a subscription takes channels only");
             }
-            selectors.push_back({element.name == L"Suppress", *path, ParseSelector(element)});
+            selectors.push_back({element.name == L"Suppress", *path, ParseSelector(element), Place(element)});
         }
         const auto isServed = [&](const Selector& suppress) {
             return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
@@ -65,17 +70,43 @@ Selection Selection::OfQueryList(const Node& queryList)
     return selection;
 }
 
+const Selection::Selector* Selection::FirstMatch(const Selectors& selectors, bool isSuppress, const Event& event)
+{
+    const auto found = std::find_if(selectors.begin(), selectors.end(), [&](const Selector& selector) {
+        return selector.isSuppress == isSuppress && EqualNames(selector.channel, event.channel) &&
+               selector.query.Matches(event.xml);
+    });
+    return found != selectors.end() ? &*found : nullptr;
+}
+
 bool Selection::Matches(const Event& event) const
 {
-    return std::any_of(queries_.begin(), queries_.end(), [&](const std::vector<Selector>& selectors) {
-        const auto matches = [&](bool isSuppress) {
-            return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& selector) {
-                return selector.isSuppress == isSuppress && EqualNames(selector.channel, event.channel) &&
-                       selector.query.Matches(event.xml);
-            });
-        };
-        return matches(false) && !matches(true);
+    return std::any_of(queries_.begin(), queries_.end(), [&](const Selectors& selectors) {
+        return FirstMatch(selectors, false, event) != nullptr && FirstMatch(selectors, true, event) == nullptr;
     });
+}
+
+std::wstring Selection::Explain(const Event& event) const
+{
+    if (Matches(event)) {
+        return {};
+    }
+    std::wstring channels;
+    std::wstring missed;
+    for (const Selectors& selectors : queries_) {
+        if (FirstMatch(selectors, false, event) != nullptr) {
+            return FirstMatch(selectors, true, event)->place + L" suppresses it";
+        }
+        for (const Selector& selector : selectors) {
+            if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
+                missed += missed.empty() ? L"" : L"; ";
+                missed += selector.place + (selector.place.empty() ? L"" : L": ") + selector.query.Explain(event.xml);
+            } else if (!selector.isSuppress && channels.find(L"'" + selector.channel + L"'") == channels.npos) {
+                channels += (channels.empty() ? L"'" : L" or '") + selector.channel + L"'";
+            }
+        }
+    }
+    return !missed.empty() ? missed : L"the channel is '" + event.channel + L"', the query wants " + channels;
 }
 
 std::vector<std::wstring> Selection::Channels() const

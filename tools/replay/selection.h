@@ -18,6 +18,9 @@ public:
 
     bool Matches(const Event& event) const;
 
+    /// Why an event is not selected, for people; empty for one that is.
+    std::wstring Explain(const Event& event) const;
+
     /// The channels that it names.
     std::vector<std::wstring> Channels() const;
 
@@ -26,8 +29,13 @@ private:
         bool isSuppress;
         std::wstring channel;
         Query query;
+        std::wstring place; // of the element, for people; empty for a query that is no QueryList
     };
-    std::vector<std::vector<Selector>> queries_;
+    using Selectors = std::vector<Selector>;
+
+    static const Selector* FirstMatch(const Selectors& selectors, bool isSuppress, const Event& event);
+
+    std::vector<Selectors> queries_;
 };
 
 } // namespace orvel::replay

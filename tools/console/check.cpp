@@ -1,0 +1,247 @@
+#include "tools/console/check.h"
+
+#include "host/format.h"
+#include "tools/console/difference.h"
+#include "tools/console/input.h"
+#include "tools/console/session.h"
+#include "tools/console/terminal.h"
+#include "tools/console/text.h"
+
+#include <algorithm>
+#include <map>
+
+namespace orvel::console {
+
+namespace {
+
+struct Reason {
+    std::wstring text;
+    unsigned long long events = 0;
+    DWORD line = 0, column = 0; // of the first event
+};
+
+/// What is found out about one metric.
+struct Finding {
+    MetricConfiguration metric;
+    std::wstring problem = {};
+    ReplayProblem place = {}; // of the problem, if it is in the query
+    unsigned long long events = 0, selected = 0;
+    std::map<std::wstring, unsigned long long> channels = {}; // of the export, with their events
+    std::map<std::wstring, Reason> reasons = {};              // of events that are left out, by their text
+};
+
+void CALLBACK OnJudged(void* context, const ReplayVerdict* verdict)
+{
+    Finding& finding = *static_cast<Finding*>(context);
+    ++finding.events;
+    ++finding.channels[verdict->channel];
+    if (verdict->reason == nullptr) {
+        ++finding.selected;
+        return;
+    }
+    const Reason first = {verdict->reason, 0, verdict->line, verdict->column};
+    ++finding.reasons.try_emplace(verdict->reason, first).first->second.events;
+}
+
+Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
+{
+    Finding finding = {metric, ToWide(metric.problem)};
+    if (metric.problem.empty() && replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding,
+                                               &finding.place) != ERROR_SUCCESS) {
+        finding.problem = std::wstring(L"the Event Log would refuse the query: ") + finding.place.reason;
+    }
+    return finding;
+}
+
+/// The most frequent reasons, up to a number.
+std::vector<Reason> Frequent(const Finding& finding, size_t most)
+{
+    std::vector<Reason> reasons;
+    for (const auto& [text, reason] : finding.reasons) {
+        reasons.push_back(reason);
+    }
+    std::stable_sort(reasons.begin(), reasons.end(),
+                     [](const Reason& a, const Reason& b) { return a.events > b.events; });
+    reasons.resize(std::min(most, reasons.size()));
+    return reasons;
+}
+
+/// "1 event", "2 events".
+std::wstring Events(unsigned long long count)
+{
+    return std::to_wstring(count) + (count == 1 ? L" event" : L" events");
+}
+
+/// One line of a report, or several where it is too long for the terminal.
+std::wstring Line(const wchar_t* label, const std::wstring& text)
+{
+    constexpr size_t kIndent = 12;
+    const size_t width = TerminalWidth();
+    return L"  " + Padded(label, kIndent - 2) +
+           Wrapped(Printable(text), width > kIndent * 2 ? width - kIndent : 0, kIndent) + L"\n";
+}
+
+std::wstring ShowProblem(const Finding& finding)
+{
+    std::wstring text = Line(Marked(kBad, L"problem").c_str(), finding.problem);
+    if (*finding.place.excerpt != L'\0') {
+        std::wstring excerpt = finding.place.excerpt;
+        std::replace(excerpt.begin(), excerpt.end(), L'\t', L' ');
+        const size_t column = Width(std::wstring_view(excerpt).substr(0, finding.place.position));
+        text += L"            " + Printable(excerpt) + L"\n            " + std::wstring(column, L' ') + L"^\n";
+    }
+    return text;
+}
+
+/// The channel, and whether the export has it.
+std::wstring ShowChannel(const Finding& finding, bool hasExport)
+{
+    std::wstring text = finding.metric.channel;
+    const auto isIt = [&](const auto& channel) { return _wcsicmp(channel.first.c_str(), text.c_str()) == 0; };
+    const auto found = std::find_if(finding.channels.begin(), finding.channels.end(), isIt);
+    if (found != finding.channels.end()) {
+        return text + L", " + Events(found->second) + L" of the export";
+    }
+    if (hasExport) {
+        text += L", of which the export has no event; it has ";
+        for (const auto& [channel, count] : finding.channels) {
+            text += (channel == finding.channels.begin()->first ? L"" : L", ") + channel + L" (" + Events(count) + L")";
+        }
+    }
+    return text;
+}
+
+std::wstring ShowLeftOut(const Finding& finding, const Options& options)
+{
+    std::wstring text = Line(L"left out", Events(finding.events - finding.selected) +
+                                              (options.explain == 0 ? L"; --explain tells why" : L", because"));
+    unsigned long long told = 0;
+    for (const Reason& reason : Frequent(finding, options.explain)) {
+        text += Line(L"", Events(reason.events) + L": " + reason.text +
+                              FormatString(L"; first at line %lu, column %lu", reason.line, reason.column));
+        told += reason.events;
+    }
+    const unsigned long long rest = finding.events - finding.selected - told;
+    if (options.explain != 0 && rest != 0) {
+        text += Line(L"", Events(rest) + L" for " + std::to_wstring(finding.reasons.size() - options.explain) +
+                              L" other reasons; a larger number after --explain shows more");
+    }
+    return text;
+}
+
+std::wstring Report(const Finding& finding, const Options& options)
+{
+    std::wstring text = Marked(kHeading, ToWide(finding.metric.place) + L": " + Printable(finding.metric.name)) + L"\n";
+    if (!finding.problem.empty()) {
+        return text + ShowProblem(finding) + L"\n";
+    }
+    const bool hasExport = !options.replay.empty();
+    // With a QueryList the Event Log takes the channels from there.
+    const bool isStructured = finding.metric.query.find_first_not_of(L" \t\r\n") == finding.metric.query.find(L'<');
+    text += Line(L"channel", isStructured ? L"as the query list names them" : ShowChannel(finding, hasExport));
+    text += Line(L"query", finding.metric.query.empty() ? L"empty, which selects all" : finding.metric.query);
+    if (!hasExport) {
+        return text + Line(Marked(kGood, L"good").c_str(), L"complete, and the query is understood") + L"\n";
+    }
+    text += Line(Marked(kGood, L"selected").c_str(),
+                 std::to_wstring(finding.selected) + L" of " + Events(finding.events) + L" of the export");
+    if (finding.selected != finding.events) {
+        text += ShowLeftOut(finding, options);
+    }
+    return text + L"\n";
+}
+
+std::string JsonReport(const Finding& finding, const Options& options)
+{
+    const MetricConfiguration& metric = finding.metric;
+    std::string line = "{\"check\":" + Quote(ToWide(metric.place)) + ",\"metric\":" + Quote(metric.name);
+    line += ",\"channel\":" + Quote(metric.channel) + ",\"query\":" + Quote(metric.query);
+    line += ",\"problem\":" + (finding.problem.empty() ? std::string("null") : Quote(finding.problem));
+    if (finding.problem.empty() && !options.replay.empty()) {
+        line += ",\"events\":" + std::to_string(finding.events) + ",\"selected\":" + std::to_string(finding.selected);
+        std::string reasons;
+        for (const Reason& reason : Frequent(finding, options.explain)) {
+            reasons += reasons.empty() ? "{\"events\":" : ",{\"events\":";
+            reasons += std::to_string(reason.events) + ",\"reason\":" + Quote(reason.text);
+            reasons += ",\"line\":" + std::to_string(reason.line);
+            reasons += ",\"column\":" + std::to_string(reason.column) + "}";
+        }
+        line += options.explain == 0 ? "" : ",\"left_out\":[" + reasons + "]";
+    }
+    return line + "}\n";
+}
+
+/// What was written, of which people are shown the beginning.
+std::string Shortened(Collection collection)
+{
+    constexpr size_t kMost = 20;
+    const size_t count = collection.values.size();
+    collection.values.resize(std::min(count, kMost));
+    std::string text = ToTable(collection, TerminalWidth());
+    if (count > kMost) {
+        text.insert(text.size() - 1, "  and " + std::to_string(count - kMost) +
+                                         " more values, which run --format jsonl or check --format jsonl shows\n");
+    }
+    return text;
+}
+
+/// The expected lines: those that are values, with this computer's name where they ask for it.
+std::string ReadExpected(const std::wstring& path)
+{
+    constexpr std::string_view kPlaceholder = "@HOST@";
+    std::string text = ReadInput(path, ExitCode::Export);
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = L"";
+    DWORD size = ARRAYSIZE(name);
+    GetComputerNameExW(ComputerNameNetBIOS, name, &size);
+    for (size_t at = text.find(kPlaceholder); at != text.npos; at = text.find(kPlaceholder, at)) {
+        text.replace(at, kPlaceholder.size(), ToUtf8(name));
+    }
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+        const bool isReport = text.compare(at, 9, "{\"check\":") == 0;
+        isReport ? text.erase(at, end - at) : text;
+        at = isReport ? at : end;
+    }
+    return text;
+}
+
+} // namespace
+
+ExitCode Check(const Options& options)
+{
+    const std::vector<MetricConfiguration> metrics = ReadConfiguration(options.config);
+    const std::string expected = options.expect.empty() ? std::string() : ReadExpected(options.expect);
+    const ReplayClient replay = LoadReplayLog();
+    if (!options.replay.empty()) {
+        LoadExport(replay, options.replay);
+    }
+    const bool isTable = options.format == Format::Table;
+    std::vector<MetricConfiguration> good;
+    for (const MetricConfiguration& metric : metrics) {
+        const Finding finding = Judge(metric, replay);
+        WriteData(isTable ? ToUtf8(Report(finding, options)) : JsonReport(finding, options));
+        if (finding.problem.empty()) {
+            good.push_back(metric);
+        }
+    }
+    const ExitCode code = good.size() == metrics.size() ? ExitCode::Ok : ExitCode::Problem;
+    if (options.replay.empty()) {
+        return code;
+    }
+
+    std::string written;
+    replay.SetMode(ReplayOnCallingThread); // nobody waits meanwhile, and it is several times faster
+    Session(options, &replay, [&](const Collection& collection) {
+        const std::string lines = ToJsonLines(collection);
+        WriteData(isTable ? Shortened(collection) : lines);
+        written += lines;
+    }).Run(good);
+    const std::string difference = options.expect.empty() ? "" : Difference(expected, written);
+    if (difference.empty()) {
+        return code;
+    }
+    WriteLine(InputName(options.expect) + " (-) and what would be written (+) differ:\n" + difference);
+    return code == ExitCode::Ok ? ExitCode::Differs : code;
+}
+
+} // namespace orvel::console

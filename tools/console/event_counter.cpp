@@ -1,0 +1,103 @@
+#include "tools/console/event_counter.h"
+
+#include "lamina/agent_event.h"
+
+#include <cwchar>
+#include <utility>
+#include <vector>
+
+namespace orvel::console {
+
+namespace {
+
+/// A function of the Event Log that the module has loaded: the system's, or the replay log.
+struct Entry {
+    const char* name;
+    template <typename Function>
+    operator Function*() const
+    {
+        const HMODULE log = GetModuleHandleW(L"wevtapi.dll");
+        return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(log, name)));
+    }
+};
+
+struct EventLog {
+    decltype(&EvtSubscribe) Subscribe = Entry{"EvtSubscribe"};
+    decltype(&EvtClose) Close = Entry{"EvtClose"};
+    decltype(&EvtCreateRenderContext) CreateContext = Entry{"EvtCreateRenderContext"};
+    decltype(&EvtRender) Render = Entry{"EvtRender"};
+    decltype(&EvtFormatMessage) Format = Entry{"EvtFormatMessage"};
+    decltype(&EvtOpenPublisherMetadata) OpenMetadata = Entry{"EvtOpenPublisherMetadata"};
+};
+
+const EventLog& Log()
+{
+    static const EventLog log;
+    return log;
+}
+
+} // namespace
+
+EventCounter& EventCounter::Start(const MetricConfiguration& metric)
+{
+    auto& counter = *new EventCounter(metric.Is(kLaminaMetric));
+    const wchar_t* paths[] = {L"Event/System/Provider/@Name"};
+    counter.context_ = Log().CreateContext(ARRAYSIZE(paths), paths, EvtRenderContextValues);
+    counter.metadata_ =
+        Log().OpenMetadata(nullptr, counter.isLamina_ ? L"korvex" : L"Application Error", nullptr, 0, 0);
+    counter.subscription_ = Log().Subscribe(nullptr, nullptr, metric.channel.c_str(), metric.query.c_str(), nullptr,
+                                            &counter, &OnNotification, EvtSubscribeToFutureEvents);
+    counter.refusal_ = counter.subscription_ != nullptr ? ERROR_SUCCESS : GetLastError();
+    return counter;
+}
+
+void EventCounter::Stop()
+{
+    if (subscription_ != nullptr) {
+        Log().Close(std::exchange(subscription_, nullptr));
+    }
+}
+
+DWORD WINAPI EventCounter::OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_HANDLE event)
+{
+    if (action == EvtSubscribeActionDeliver) {
+        auto& counter = *static_cast<EventCounter*>(context);
+        ++counter.counted_[counter.KindOf(event)];
+    }
+    return ERROR_SUCCESS;
+}
+
+EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event) const
+{
+    // The sizing call has room for one character: without any, Windows faults at an empty message.
+    AgentEventRecord record;
+    record.message.resize(1);
+    DWORD used = 0;
+    const auto format = [&] {
+        return Log().Format(metadata_, event, 0, 0, nullptr, EvtFormatMessageEvent,
+                            static_cast<DWORD>(record.message.size()), record.message.data(), &used);
+    };
+    if (!format() && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
+        record.message.resize(used);
+        if (format()) {
+            record.message.resize(wcsnlen(record.message.c_str(), used));
+            return isLamina_ && ClassifyAgentEvent(record) == AgentEventKind::Other ? OtherKind : Recorded;
+        }
+    }
+    const std::wstring publisher = Publisher(event);
+    return _wcsicmp(publisher.c_str(), isLamina_ ? L"korvex" : L"Application Error") == 0 ? WithoutMessage : OtherKind;
+}
+
+std::wstring EventCounter::Publisher(EVT_HANDLE event) const
+{
+    DWORD used = 0;
+    DWORD count = 0;
+    Log().Render(context_, event, EvtRenderEventValues, 0, nullptr, &used, &count);
+    std::vector<EVT_VARIANT> values(used / sizeof(EVT_VARIANT) + 1);
+    const bool isRendered =
+        Log().Render(context_, event, EvtRenderEventValues, static_cast<DWORD>(values.size() * sizeof(EVT_VARIANT)),
+                     values.data(), &used, &count);
+    return isRendered && values[0].Type == EvtVarTypeString ? values[0].StringVal : L"";
+}
+
+} // namespace orvel::console

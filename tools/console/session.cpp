@@ -1,0 +1,227 @@
+#include "tools/console/session.h"
+
+#include "host/bstr.h"
+#include "tools/console/input.h"
+#include "tools/console/text.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+namespace orvel::console {
+
+namespace {
+
+constexpr DWORD kMessageSize = 1024;
+
+std::wstring ProgramFolder()
+{
+    const std::wstring path = ModulePath(nullptr);
+    return path.substr(0, path.find_last_of(L'\\') + 1);
+}
+
+std::string LastRefusal(const ReplayClient& replay)
+{
+    wchar_t message[kMessageSize] = L"";
+    replay.LastRefusal(message, kMessageSize);
+    return ToUtf8(message);
+}
+
+template <typename Duration>
+auto ToClock(Duration duration)
+{
+    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(duration);
+}
+
+} // namespace
+
+ReplayClient LoadReplayLog()
+{
+    const std::wstring standIn = ProgramFolder() + L"replay\\wevtapi.dll";
+    try {
+        return ReplayClient(standIn);
+    } catch (const std::runtime_error& error) {
+        throw Failure(ExitCode::Export, ToUtf8(standIn) + ": " + error.what());
+    }
+}
+
+void LoadExport(const ReplayClient& replay, const std::wstring& path)
+{
+    const std::string name = InputName(path);
+    const std::string bytes = ReadInput(path, ExitCode::Export);
+    wchar_t message[kMessageSize] = L"";
+    if (replay.LoadBytes(bytes.data(), bytes.size(), message, kMessageSize) != ERROR_SUCCESS) {
+        throw Failure(ExitCode::Export, name + ": " + ToUtf8(message));
+    }
+    if (replay.Count() == 0) {
+        throw Failure(ExitCode::Export, name + ": there is no event in it; is the log empty, or is that of another "
+                                               "channel wanted? wevtutil qe LOG /f:RenderedXml /e:Events prints LOG");
+    }
+}
+
+Session::Session(const Options& options, const ReplayClient* replay, OnCollection onCollection)
+    : options_(options), replay_(replay), onCollection_(std::move(onCollection)), logger_(options.logMask),
+      module_(options.module, ProgramFolder())
+{
+}
+
+void Session::Run(const std::vector<MetricConfiguration>& metrics)
+{
+    std::exception_ptr failure;
+    try {
+        if (FAILED(module_.Provider().SetHost(&logger_, &host_))) {
+            throw Failure(ExitCode::Module, "the provider does not accept a host");
+        }
+        for (const MetricConfiguration& metric : metrics) {
+            Subscribe(metric);
+        }
+        WaitForEvents();
+        CollectAll();
+        if (hasFailedCollection_) {
+            throw Failure(ExitCode::Collection, "not every collection succeeded");
+        }
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    End(failure);
+}
+
+void Session::Subscribe(const MetricConfiguration& metric)
+{
+    const UniqueBstr name = MakeCountedBstr(metric.name);
+    const HRESULT hr = module_.Provider().SubscribeMetric(name.get(), metric.element.Get());
+    if (FAILED(hr)) {
+        throw Failure(ExitCode::Subscription,
+                      metric.place + ": '" + ToUtf8(metric.name) + "' cannot be subscribed: " + Describe(hr));
+    }
+    tallies_.push_back({metric, &EventCounter::Start(metric)});
+    if (const DWORD refusal = tallies_.back().counter->Refusal()) {
+        // A subscription that the Event Log refuses is no failure of the provider; it would just stay silent.
+        Say("warning", metric.place + ": no event will come: " +
+                           (replay_ != nullptr ? LastRefusal(*replay_) : Describe(HRESULT_FROM_WIN32(refusal))));
+    }
+}
+
+void Session::WaitForEvents()
+{
+    started_ = Clock::now();
+    nextCollection_ = started_ + ToClock(std::chrono::duration<double>(options_.interval));
+    if (replay_ == nullptr) {
+        constexpr DWORD kPollMilliseconds = 50;
+        while (!IsStopped(kPollMilliseconds)) {
+            CollectWhenDue();
+        }
+        return;
+    }
+    firstTime_ = replay_->EntryTime(0);
+    const DWORD error = replay_->Play(&Session::OnProgress, this);
+    progress_.Finish();
+    if (playFailure_) {
+        std::rethrow_exception(playFailure_);
+    }
+    if (error != ERROR_SUCCESS && error != ERROR_CANCELLED) {
+        throw Failure(ExitCode::Export,
+                      "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)) + " " + LastRefusal(*replay_));
+    }
+}
+
+BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
+{
+    Session& self = *static_cast<Session*>(context);
+    try {
+        self.progress_.Show(done, total);
+        self.CollectWhenDue();
+        if (std::exchange(self.played_, done) != done) { // not while an action waits
+            const auto& after = self.options_.collectAfter;
+            if (std::find(after.begin(), after.end(), done) != after.end()) {
+                self.CollectAll();
+            }
+            self.Pace(done, total);
+        }
+        return !IsStopped();
+    } catch (...) {
+        self.playFailure_ = std::current_exception(); // must not pass through the replay log
+        return FALSE;
+    }
+}
+
+// Waits until the next entry is due. One that is older than those before it is due at once.
+void Session::Pace(DWORD done, DWORD total)
+{
+    const ULONGLONG time = done < total && options_.speed > 0 ? replay_->EntryTime(done) : 0;
+    firstTime_ = firstTime_ == 0 ? time : firstTime_;
+    if (time <= firstTime_) {
+        return;
+    }
+    using FileTimeUnits = std::chrono::duration<double, std::ratio<1, 10'000'000>>;
+    const auto due = started_ + ToClock(FileTimeUnits(static_cast<double>(time - firstTime_) / options_.speed));
+    constexpr auto kSlice = std::chrono::milliseconds(100);
+    for (auto rest = due - Clock::now(); rest > rest.zero(); rest = due - Clock::now()) {
+        const auto slice = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(rest, kSlice));
+        if (IsStopped(static_cast<DWORD>(slice.count()))) {
+            return;
+        }
+        progress_.ShowWait(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
+        CollectWhenDue();
+    }
+}
+
+void Session::CollectWhenDue()
+{
+    if (options_.interval > 0 && Clock::now() >= nextCollection_) {
+        CollectAll();
+        nextCollection_ = Clock::now() + ToClock(std::chrono::duration<double>(options_.interval));
+    }
+}
+
+void Session::CollectAll()
+{
+    ++collections_;
+    for (MetricTally& tally : tallies_) {
+        const UniqueBstr name = MakeCountedBstr(tally.metric.name);
+        const unsigned long long refusedBefore = sink_.Refused();
+        logger_.StartKeeping();
+        const HRESULT hr = module_.Provider().QueryMetric(name.get(), 0, &sink_);
+        const Collection collection = {collections_, tally.metric.name, sink_.Take(), logger_.StopKeeping()};
+        tally.values += collection.values.size();
+        tally.refused += sink_.Refused() - refusedBefore;
+        tally.crashes += static_cast<unsigned long long>(
+            std::count_if(collection.values.begin(), collection.values.end(),
+                          [](const MetricValue& value) { return value.key == L"appcrash|crash_details|*"; }));
+        tally.dropped += static_cast<unsigned long long>(
+            std::count_if(collection.infoLines.begin(), collection.infoLines.end(), [](const std::wstring& line) {
+                return line.starts_with(L"Collecting metric has exceeded max failure times.");
+            }));
+        onCollection_(collection);
+        if (FAILED(hr)) {
+            hasFailedCollection_ = true;
+            Say("error", "collection " + std::to_string(collections_) + " of '" + ToUtf8(tally.metric.name) +
+                             "' failed: " + Describe(hr));
+        }
+    }
+}
+
+// What failed first is what the run ends with; an unclean end is only told then.
+void Session::End(const std::exception_ptr& failure)
+{
+    try {
+        module_.Provider().UnsubscribeAll();
+        for (const MetricTally& tally : tallies_) {
+            tally.counter->Stop();
+        }
+        module_.Unload();
+        if (logger_.References() + host_.References() + sink_.References() != 0) {
+            throw Failure(ExitCode::Unclean, "the module is gone but still holds references on the host's objects");
+        }
+    } catch (const Failure& unclean) {
+        if (!failure) {
+            throw;
+        }
+        Say("warning", unclean.what());
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+} // namespace orvel::console

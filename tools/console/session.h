@@ -1,0 +1,80 @@
+#pragma once
+
+#include "tools/console/configuration.h"
+#include "tools/console/event_counter.h"
+#include "tools/console/host_objects.h"
+#include "tools/console/options.h"
+#include "tools/console/progress.h"
+#include "tools/console/provider_module.h"
+#include "tools/console/writers.h"
+#include "tools/replay/replay_client.h"
+
+#include <chrono>
+#include <functional>
+#include <list>
+
+namespace orvel::console {
+
+/// Loads the replay log that lies beside the program. Throws Failure.
+ReplayClient LoadReplayLog();
+
+/// Makes the export that the options name the replay log's future. Throws Failure, also for one without any entry.
+void LoadExport(const ReplayClient& replay, const std::wstring& path);
+
+/// What became of one metric's events and values. The counter sees the events; the sink, whose every refusal it counts,
+/// sees the values; that a record was given up the module tells in its log.
+struct MetricTally {
+    MetricConfiguration metric;
+    EventCounter* counter = nullptr;
+    unsigned long long values = 0;  ///< written to the sink
+    unsigned long long crashes = 0; ///< of these, records of crashes
+    unsigned long long refused = 0;
+    unsigned long long dropped = 0; ///< records given up after repeated refusals
+};
+
+/// One run of the provider, from its creation to its end, over the live Event Log or a replayed export.
+class Session {
+public:
+    using OnCollection = std::function<void(const Collection&)>;
+
+    /// `replay` may be null. COM must be initialised. Throws Failure.
+    Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
+
+    /// Subscribes, lets the events come until they or the user end it, collects and takes everything down again.
+    /// Throws Failure.
+    void Run(const std::vector<MetricConfiguration>& metrics);
+
+    const std::list<MetricTally>& Tallies() const { return tallies_; }
+    unsigned Collections() const { return collections_; }
+    DWORD Played() const { return played_; } ///< entries of the export
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Subscribe(const MetricConfiguration& metric);
+    void WaitForEvents();
+    static BOOL CALLBACK OnProgress(void* context, DWORD done, DWORD total);
+    void Pace(DWORD done, DWORD total);
+    void CollectWhenDue();
+    void CollectAll();
+    void End(const std::exception_ptr& failure);
+
+    const Options& options_;
+    const ReplayClient* const replay_;
+    const OnCollection onCollection_;
+    Logger logger_;
+    Host host_;
+    Sink sink_;
+    ProviderModule module_;
+    std::list<MetricTally> tallies_;
+    Progress progress_;
+    Clock::time_point started_;
+    Clock::time_point nextCollection_;
+    ULONGLONG firstTime_ = 0; // of the export's entries
+    DWORD played_ = 0;
+    std::exception_ptr playFailure_;
+    unsigned collections_ = 0;
+    bool hasFailedCollection_ = false;
+};
+
+} // namespace orvel::console

@@ -1,0 +1,123 @@
+#include "tools/console/terminal.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+namespace orvel::console {
+
+namespace {
+
+struct Range {
+    uint32_t first, last;
+};
+
+// The scripts and symbols of Unicode's East Asian Wide and Fullwidth, and the blocks of combining characters.
+constexpr Range kWide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E},   {0x3041, 0xA4CF},   {0xA960, 0xA97F},
+                           {0xAC00, 0xD7A3},  {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},   {0xFF01, 0xFF60},
+                           {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF},
+                           {0x20000, 0x3FFFD}};
+constexpr Range kCombining[] = {
+    {0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x0610, 0x061A}, {0x064B, 0x065F}, {0x0900, 0x0902},
+    {0x093C, 0x093C}, {0x0941, 0x0948}, {0x0E31, 0x0E31}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E}, {0x1AB0, 0x1AFF},
+    {0x1DC0, 0x1DFF}, {0x200B, 0x200F}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}, {0xE0100, 0xE01EF}};
+
+template <size_t Count>
+bool IsIn(const Range (&ranges)[Count], uint32_t character)
+{
+    return std::any_of(std::begin(ranges), std::end(ranges),
+                       [&](const Range& range) { return character >= range.first && character <= range.last; });
+}
+
+/// The columns of the character at `at`, which is moved to the next one.
+size_t TakeWidth(std::wstring_view text, size_t& at)
+{
+    uint32_t character = text[at++];
+    if (IS_HIGH_SURROGATE(character) && at < text.size() && IS_LOW_SURROGATE(text[at])) {
+        character = 0x10000 + ((character - 0xD800) << 10) + (static_cast<uint32_t>(text[at++]) - 0xDC00);
+    }
+    return character <= kBad || IsIn(kCombining, character) ? 0 : IsIn(kWide, character) ? 2 : 1;
+}
+
+} // namespace
+
+std::wstring Marked(wchar_t mark, std::wstring_view text)
+{
+    return mark + std::wstring(text) + kPlain;
+}
+
+size_t TerminalWidth()
+{
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) {
+        return static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+    }
+    wchar_t columns[8] = L"";
+    GetEnvironmentVariableW(L"COLUMNS", columns, ARRAYSIZE(columns));
+    return std::wcstoul(columns, nullptr, 10);
+}
+
+size_t Width(std::wstring_view text)
+{
+    size_t width = 0;
+    for (size_t at = 0; at < text.size();) {
+        width += TakeWidth(text, at);
+    }
+    return width;
+}
+
+std::wstring Padded(const std::wstring& text, size_t width)
+{
+    const size_t own = Width(text);
+    return text + std::wstring(own < width ? width - own : 0, L' ');
+}
+
+std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
+{
+    std::wstring result;
+    size_t column = 0;
+    size_t blank = 0; // where the current line may be broken; 0: nowhere
+    for (size_t at = 0; at < text.size();) {
+        const size_t start = at;
+        const size_t columns = TakeWidth(text, at);
+        if (width != 0 && text[start] != L'\n' && column + columns > width) {
+            const size_t end = text[start] == L' ' || blank == 0 ? result.size() : blank;
+            const std::wstring rest = result.substr(end);
+            result.erase(end);
+            result.append(1, L'\n').append(indent, L' ').append(rest);
+            column = Width(rest);
+            blank = 0;
+            if (text[start] == L' ') {
+                continue;
+            }
+        }
+        result += text.substr(start, at - start);
+        column += columns;
+        if (text[start] == L'\n') {
+            result.append(indent, L' ');
+            column = blank = 0;
+        } else if (text[start] == L' ') {
+            blank = result.size();
+        }
+    }
+    return result;
+}
+
+std::wstring Printable(std::wstring text)
+{
+    for (const std::wstring_view lineBreak : {L"<br />", L"\r\n"}) {
+        for (size_t at = text.find(lineBreak); at != text.npos; at = text.find(lineBreak, at)) {
+            text.replace(at, lineBreak.size(), L"\n");
+        }
+    }
+    for (wchar_t& unit : text) {
+        if (unit != L'\n' && (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))) {
+            unit = 0xFFFD;
+        }
+    }
+    return text;
+}
+
+} // namespace orvel::console

@@ -115,10 +115,11 @@ std::wstring ShowLeftOut(const Finding& finding, const Options& options)
 {
     std::wstring text = Line(L"left out", Events(finding.events - finding.selected) +
                                               (options.explain == 0 ? L"; --explain tells why" : L", because"));
+    const std::wstring file = ToWide(InputName(options.replay));
     unsigned long long told = 0;
     for (const Reason& reason : Frequent(finding, options.explain)) {
-        text += Line(L"", Events(reason.events) + L": " + reason.text +
-                              FormatString(L"; first at line %lu, column %lu", reason.line, reason.column));
+        const std::wstring place = FormatString(L":%lu:%lu", reason.line, reason.column);
+        text += Line(L"", Events(reason.events) + L": " + reason.text + L"; first " + file + place);
         told += reason.events;
     }
     const unsigned long long rest = finding.events - finding.selected - told;
@@ -225,21 +226,24 @@ ExitCode Check(const Options& options)
         }
     }
     const ExitCode code = good.size() == metrics.size() ? ExitCode::Ok : ExitCode::Problem;
-    if (options.replay.empty()) {
+    if (options.replay.empty() || good.empty()) {
         return code;
     }
 
     std::string written;
     replay.SetMode(ReplayOnCallingThread); // nobody waits meanwhile, and it is several times faster
-    Session(options, &replay, [&](const Collection& collection) {
+    Session session(options, &replay, [&](const Collection& collection) {
         const std::string lines = ToJsonLines(collection);
         WriteData(isTable ? Shortened(collection) : lines);
         written += lines;
-    }).Run(good);
-    const std::string difference = options.expect.empty() ? "" : Difference(expected, written);
+    });
+    session.Run(good);
+    WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
+    std::string difference = options.expect.empty() ? "" : Difference(expected, written);
     if (difference.empty()) {
         return code;
     }
+    difference.pop_back(); // the last line break
     WriteLine(InputName(options.expect) + " (-) and what would be written (+) differ:\n" + difference);
     return code == ExitCode::Ok ? ExitCode::Differs : code;
 }

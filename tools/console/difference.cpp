@@ -25,13 +25,12 @@ Lines Split(std::string_view text)
     return lines;
 }
 
-/// The characters around a place, not cut within one.
-std::string Around(std::string_view line, size_t place)
+/// The bytes around a place, not cut within a character.
+std::string Around(std::string_view line, size_t place, size_t around)
 {
-    constexpr size_t kAround = 24;
     const auto isInside = [&](size_t at) { return at < line.size() && (line[at] & 0xC0) == 0x80; };
-    size_t start = place > kAround ? place - kAround : 0;
-    size_t end = std::min(place + kAround, line.size());
+    size_t start = place > around ? place - around : 0;
+    size_t end = std::min(place + around, line.size());
     for (; isInside(start); --start) {
     }
     for (; isInside(end); ++end) {
@@ -43,6 +42,8 @@ std::string Around(std::string_view line, size_t place)
 std::string Show(const Lines& expected, size_t from, size_t to, const Lines& actual, size_t start, size_t end)
 {
     constexpr size_t kMost = 20;
+    constexpr size_t kAround = 24;
+    constexpr size_t kBeginning = 130;
     std::string text;
     for (size_t shown = 0; from < to || start < end; ++shown, ++from, ++start) {
         if (shown == kMost) {
@@ -50,14 +51,18 @@ std::string Show(const Lines& expected, size_t from, size_t to, const Lines& act
                    std::to_string(end - std::min(start, end)) + " more written\n";
         }
         const bool isBoth = from < to && start < end;
-        text += from < to ? "- " + std::string(expected[from]) + "\n" : "";
-        text += start < end ? "+ " + std::string(actual[start]) + "\n" : "";
+        // Of two that stand for each other, their beginnings tell which they are.
+        const auto shorten = [&](std::string_view line) {
+            return isBoth ? Around(line, 0, kBeginning) : std::string(line);
+        };
+        text += from < to ? "- " + shorten(expected[from]) + "\n" : "";
+        text += start < end ? "+ " + shorten(actual[start]) + "\n" : "";
         if (isBoth) {
             const auto& [left, right] = std::pair(expected[from], actual[start]);
             const auto place = static_cast<size_t>(
                 std::mismatch(left.begin(), left.end(), right.begin(), right.end()).first - left.begin());
-            text += "  they part at character " + std::to_string(place + 1) + ":\n    expected " + Around(left, place) +
-                    "\n    written  " + Around(right, place) + "\n";
+            text += "  they part at character " + std::to_string(place + 1) + ":\n    expected " +
+                    Around(left, place, kAround) + "\n    written  " + Around(right, place, kAround) + "\n";
         }
     }
     return text;

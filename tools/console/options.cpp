@@ -110,7 +110,7 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
                                ->add_option("--explain", options.explain,
                                             "Tell why events are left out: the N most frequent reasons (default: 10)")
                                ->expected(0, 1)
-                               ->check(CLI::PositiveNumber)
+                               ->check(CLI::Range(1U, 1'000'000U))
                                ->needs("--replay")
                                ->type_name("[N]");
     check->add_option("--expect", expect, "Compare what would be written with these lines of run --format jsonl")

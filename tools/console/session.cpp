@@ -1,7 +1,9 @@
 #include "tools/console/session.h"
 
 #include "host/bstr.h"
+#include "host/format.h"
 #include "tools/console/input.h"
+#include "tools/console/terminal.h"
 #include "tools/console/text.h"
 
 #include <algorithm>
@@ -25,6 +27,32 @@ std::string LastRefusal(const ReplayClient& replay)
     wchar_t message[kMessageSize] = L"";
     replay.LastRefusal(message, kMessageSize);
     return ToUtf8(message);
+}
+
+// Each line is a sum. Delivered and its parts come from the counter, values and dropped records from what the module
+// wrote and said. What is pending cannot be asked for: it is the rest, and nothing but events that came after the last
+// collection. A logon's values stand for its latest events, so its events and its values make no sum.
+std::wstring Account(const MetricTally& tally)
+{
+    const EventCounter& counter = *tally.counter;
+    const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
+    const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
+    const unsigned long long otherKinds = counter.Counted(EventCounter::OtherKind);
+    const unsigned long long done = tally.crashes + tally.dropped;
+    std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
+    if (counter.Refusal() != ERROR_SUCCESS) {
+        lines += L"    nothing delivered, for the Event Log refuses the subscription\n";
+    } else {
+        lines += FormatString(L"    %llu delivered = %llu recorded + %llu without a message + %llu of other kinds\n",
+                              recorded + withoutMessage + otherKinds, recorded, withoutMessage, otherKinds);
+    }
+    if (counter.Refusal() == ERROR_SUCCESS && tally.metric.Is(kCrashMetric)) {
+        lines +=
+            FormatString(L"    %llu recorded = %llu written + %llu dropped + ", recorded, tally.crashes, tally.dropped);
+        lines += done <= recorded ? FormatString(L"%llu still pending\n", recorded - done)
+                                  : L"unknown pending, for the counting began after the first event\n";
+    }
+    return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
 }
 
 template <typename Duration>
@@ -54,8 +82,8 @@ void LoadExport(const ReplayClient& replay, const std::wstring& path)
         throw Failure(ExitCode::Export, name + ": " + ToUtf8(message));
     }
     if (replay.Count() == 0) {
-        throw Failure(ExitCode::Export, name + ": there is no event in it; is the log empty, or is that of another "
-                                               "channel wanted? wevtutil qe LOG /f:RenderedXml /e:Events prints LOG");
+        throw Failure(ExitCode::Export, name + ": the export has no event; export a channel that has some with: "
+                                               "wevtutil qe LOG /f:RenderedXml /e:Events");
     }
 }
 
@@ -84,6 +112,20 @@ void Session::Run(const std::vector<MetricConfiguration>& metrics)
         failure = std::current_exception();
     }
     End(failure);
+}
+
+std::wstring Session::Summary() const
+{
+    std::wstring text = IsStopped() ? L"Stopped by Ctrl+C: " : L"Done: ";
+    if (replay_ != nullptr) {
+        text += FormatString(L"%lu of %lu entries played, ", played_, replay_->Count());
+    }
+    text += FormatString(collections_ == 1 ? L"%u collection" : L"%u collections", collections_);
+    text = Marked(kHeading, text);
+    for (const MetricTally& tally : tallies_) {
+        text += Account(tally);
+    }
+    return text;
 }
 
 void Session::Subscribe(const MetricConfiguration& metric)

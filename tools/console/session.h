@@ -11,7 +11,7 @@
 
 #include <chrono>
 #include <functional>
-#include <list>
+#include <vector>
 
 namespace orvel::console {
 
@@ -44,9 +44,8 @@ public:
     /// Throws Failure.
     void Run(const std::vector<MetricConfiguration>& metrics);
 
-    const std::list<MetricTally>& Tallies() const { return tallies_; }
-    unsigned Collections() const { return collections_; }
-    DWORD Played() const { return played_; } ///< entries of the export
+    /// What became of the events, as sums, for people.
+    std::wstring Summary() const;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -66,7 +65,7 @@ private:
     Host host_;
     Sink sink_;
     ProviderModule module_;
-    std::list<MetricTally> tallies_;
+    std::vector<MetricTally> tallies_;
     Progress progress_;
     Clock::time_point started_;
     Clock::time_point nextCollection_;

@@ -18,7 +18,8 @@ std::wstring Reasons(const Collection& collection)
 
 std::string ToTable(const Collection& collection, size_t width)
 {
-    constexpr size_t kNarrowest = 30; // of a column of values; with less room they stand below their keys
+    constexpr size_t kNarrowest = 40;     // of a column of values that are broken to fit
+    constexpr size_t kShortInstance = 20; // what the column of instances has at most where that is not to be had
     using Row = std::array<std::wstring, 3>;
     std::vector<Row> rows = {{L"KEY", L"INSTANCE", L"VALUE"}};
     for (const MetricValue& value : collection.values) {
@@ -37,14 +38,17 @@ std::string ToTable(const Collection& collection, size_t width)
     if (collection.values.empty()) {
         return ToUtf8(table + L"  nothing written\n" + Reasons(collection) + L"\n");
     }
-    size_t indent = 2 + keyWidth + 2 + instanceWidth + 2;
-    const bool isStacked = width != 0 && width < indent + kNarrowest;
-    indent = isStacked ? 6 : indent;
+    constexpr size_t kBelow = 6;
+    const bool isNarrow = width != 0 && width < 2 + keyWidth + 2 + instanceWidth + 2 + kNarrowest;
+    instanceWidth = isNarrow ? std::min(instanceWidth, kShortInstance) : instanceWidth;
+    const size_t column = 2 + keyWidth + 2 + instanceWidth + 2;
     for (const Row& row : rows) {
-        table += L"  " + Padded(row[0], isStacked ? 0 : keyWidth) + L"  " +
-                 Padded(row[1], isStacked ? 0 : instanceWidth) +
-                 (isStacked ? L"\n" + std::wstring(indent, L' ') : L"  ") +
-                 Wrapped(row[2], width > indent ? width - indent : 0, indent) + L"\n";
+        // A value without a place beside its key stands below it.
+        const bool isBelow = isNarrow && (Width(row[1]) > instanceWidth || column + LongestLine(row[2]) > width);
+        const size_t indent = isBelow ? kBelow : column;
+        table += L"  " + Padded(row[0], keyWidth) + L"  ";
+        table += isBelow ? row[1] + L"\n" + std::wstring(kBelow, L' ') : Padded(row[1], instanceWidth) + L"  ";
+        table += Wrapped(row[2], width > indent ? width - indent : 0, indent) + L"\n";
     }
     return ToUtf8(table + DrawTimeline(collection, width) + L"\n");
 }

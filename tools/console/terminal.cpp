@@ -85,7 +85,7 @@ std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
         if (width != 0 && text[start] != L'\n' && column + columns > width) {
             const size_t end = text[start] == L' ' || blank == 0 ? result.size() : blank;
             const std::wstring rest = result.substr(end);
-            result.erase(end);
+            result.erase(end - (blank == end ? 1 : 0));
             result.append(1, L'\n').append(indent, L' ').append(rest);
             column = Width(rest);
             blank = 0;
@@ -96,13 +96,24 @@ std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
         result += text.substr(start, at - start);
         column += columns;
         if (text[start] == L'\n') {
-            result.append(indent, L' ');
+            result.append(at < text.size() && text[at] != L'\n' ? indent : 0, L' ');
             column = blank = 0;
         } else if (text[start] == L' ') {
             blank = result.size();
         }
     }
     return result;
+}
+
+size_t LongestLine(std::wstring_view text)
+{
+    size_t longest = 0;
+    while (!text.empty()) {
+        const size_t end = std::min(text.find(L'\n'), text.size());
+        longest = std::max(longest, Width(text.substr(0, end)));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return longest;
 }
 
 std::wstring Printable(std::wstring text)
@@ -113,7 +124,9 @@ std::wstring Printable(std::wstring text)
         }
     }
     for (wchar_t& unit : text) {
-        if (unit != L'\n' && (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))) {
+        if (unit == L'\t') {
+            unit = L' ';
+        } else if (unit != L'\n' && (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))) {
             unit = 0xFFFD;
         }
     }

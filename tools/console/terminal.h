@@ -21,6 +21,9 @@ size_t TerminalWidth();
 /// Columns that a text without line breaks takes: none for marks and combining characters, two for wide ones.
 size_t Width(std::wstring_view text);
 
+/// The width of the widest line of a text.
+size_t LongestLine(std::wstring_view text);
+
 /// A text with blanks up to a width.
 std::wstring Padded(const std::wstring& text, size_t width);
 
@@ -28,7 +31,8 @@ std::wstring Padded(const std::wstring& text, size_t width);
 /// first line is indented.
 std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent);
 
-/// A text for a terminal: line breaks of all kinds become "\n", other control characters a mark.
+/// A text for a terminal: line breaks of all kinds become "\n", a tab a
+/// blank, other control characters a mark.
 std::wstring Printable(std::wstring text);
 
 } // namespace orvel::console

@@ -28,21 +28,36 @@ WORD Attribute(char mark, WORD plain)
     }
 }
 
-// Gives whether all of it was written. The console's own call for colours is one that every version of it knows.
+// To a console in pieces that it takes, as wide text, which it understands whatever its code page is.
+bool WriteToConsole(HANDLE console, std::wstring_view text)
+{
+    constexpr size_t kPiece = 8000;
+    DWORD written = 0;
+    bool isWritten = true;
+    while (!text.empty() && isWritten) {
+        const bool isSplit = text.size() > kPiece && IS_HIGH_SURROGATE(text[kPiece - 1]);
+        const size_t size = std::min(text.size(), isSplit ? kPiece - 1 : kPiece);
+        isWritten = WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr) != FALSE;
+        text.remove_prefix(size);
+    }
+    return isWritten;
+}
+
+// Gives whether all of it was written. Colours are set by the call that every version of the console knows.
 bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 {
     static std::mutex lock;
     const std::lock_guard guard(lock);
     const HANDLE console = GetStdHandle(stream);
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    const bool isColoured = GetConsoleScreenBufferInfo(console, &info) &&
-                            GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1; // 1: it is there, but empty
-    bool isWritten = true;
+    const bool isConsole = GetConsoleScreenBufferInfo(console, &info) != FALSE;
+    const bool isColoured = isConsole && GetEnvironmentVariableW(L"NO_COLOR", nullptr, 0) <= 1; // 1: empty
+    bool isWritten = std::fflush(file) == 0;
     while (!text.empty()) {
         const size_t end = std::min(text.find_first_of("\1\2\3\4"), text.size());
-        isWritten &= std::fwrite(text.data(), 1, end, file) == end;
+        isWritten &= isConsole ? WriteToConsole(console, ToWide(text.substr(0, end)))
+                               : std::fwrite(text.data(), 1, end, file) == end;
         if (end < text.size() && isColoured) {
-            isWritten &= std::fflush(file) == 0;
             SetConsoleTextAttribute(console, Attribute(text[end], info.wAttributes));
         }
         text.remove_prefix(std::min(end + 1, text.size()));

@@ -66,7 +66,8 @@ std::wstring DrawTimeline(const Collection& collection, size_t width)
             }
         }
         if (value.key == L"lamina|instances|*") {
-            plinths += L"    " + Printable(value.instance) + L"  " + Printable(value.text) + L"\n";
+            const std::wstring plinth = Printable(value.instance) + L"  " + Printable(value.text);
+            plinths += L"    " + Wrapped(plinth, width > 20 ? width - 4 : 0, 6) + L"\n";
         }
     }
     if (!isLamina) {

@@ -1,0 +1,73 @@
+#!/bin/bash
+# Runs what a page shows: each indented block that begins with "$ " is a dialogue whose commands must print what stands
+# below them. A "$ cat FILE" of a file that is not there yet makes it of what stands below.
+#   tests/golden/screens.sh CONSOLE.exe PAGE.md
+# The commands run in a folder of their own that holds the samples, 100 columns wide, for the computer "DESKTOP-7Q1".
+# With --write the page is brought up to date instead of compared.
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+wine=$here/../../cmake/wine.sh
+console=$(realpath "$1")
+page=$(realpath "$2")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp "$here"/../../samples/*.xml "$here"/../../samples/*.jsonl "$work"
+cd "$work"
+export COLUMNS=100 NO_COLOR=1
+host=$("$wine" reg query 'HKLM\System\CurrentControlSet\Control\ComputerName\ActiveComputerName' /v ComputerName |
+    tr -d '\r' | sed -n 's/.*REG_SZ *//p')
+eventlog_console() {
+    local command=$1
+    shift
+    if [ "$command" = --help ]; then
+        "$wine" "$console" --help
+    else
+        "$wine" "$console" "$command" --module "$(dirname "$console")/Orvel_eventlog.dll" "$@"
+    fi
+}
+
+actual=$work/.page
+block=() # the lines of a dialogue, without their indentation
+play() {
+    local file i=0 line status=0
+    while [ $i -lt ${#block[@]} ]; do
+        line=${block[i]} file=${line#\$ cat }
+        [ $i -eq 0 ] || [ -n "${block[i - 1]}" ] || echo
+        printf '    %s\n' "$line"
+        local shown=() # what the page has below the command
+        while i=$((i + 1)) && [ $i -lt ${#block[@]} ] && [[ ${block[i]} != '$ '* ]]; do
+            shown+=("${block[i]}")
+        done
+        if [ "$line" = "\$ cat $file" ] && [ ! -e "$file" ]; then
+            printf '%s\n' "$(printf '%s\n' "${shown[@]}")" >"$file"
+        fi
+        eval "(exit $status); ${line#\$ }" >.output 2>&1 && status=0 || status=$?
+        [ ! -s .output ] ||
+            printf '%s\n' "$(sed "s/$host/DESKTOP-7Q1/g; s/^/    /; s/[[:space:]]*\$//" .output)" # no blank lines at the end
+    done
+}
+emit() {
+    [ ${#block[@]} -eq 0 ] || play
+    block=()
+}
+blank=0
+while IFS= read -r line || { emit && false; }; do
+    if [[ $line == '    $ '* || (${#block[@]} -gt 0 && $line == '    '*) ]]; then
+        for (( ; blank > 0; --blank)); do
+            [ ${#block[@]} -gt 0 ] && block+=('') || echo
+        done
+        block+=("${line:4}")
+    elif [[ -z $line && ${#block[@]} -gt 0 ]]; then
+        blank=$((blank + 1))
+    else
+        emit
+        for (( ; blank > 0; --blank)); do echo; done
+        printf '%s\n' "$line"
+    fi
+done <"$page" >"$actual"
+
+if [ "${3-}" = --write ]; then
+    cat "$actual" >"$page"
+else
+    diff -u --label "$page" --label "what is printed" "$page" "$actual"
+fi

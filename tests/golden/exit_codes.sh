@@ -35,6 +35,15 @@ config structured.xml '  <metric name="a"><query><QueryList/></query></metric>'
 config empty.xml ''
 config no-query.xml '<metric name="eventlog|eventlog_appcrash"><channel>Application</channel></metric>'
 printf '<Events>\n<Event></Wrong>' >broken.export.xml
+config no-channel.xml '<metric name="eventlog|eventlog_appcrash"><query>*</query></metric>'
+config no-such-channel.xml '<metric name="eventlog|eventlog_appcrash"><channel>Lost</channel><query>*</query></metric>'
+config wrong-query.xml '<metric name="eventlog|eventlog_appcrash"><channel>Setup</channel><query>*[a</query></metric>'
+config select.xml '<metric name="eventlog|eventlog_appcrash"><channel/><query><![CDATA[<QueryList><Query Path="a">
+<Select>*[System[Level=x]]</Select></Query></QueryList>]]></query></metric>'
+: >empty.export.xml
+printf '<Events/>' >root.export.xml
+printf '\211PNG\r\n\0\0' >binary.export.xml
+printf 'ElfFile\0' >binary.evtx
 
 expect 0 'Exit codes:' --help
 expect 0 '--interval SECONDS' run --help
@@ -56,4 +65,39 @@ expect 5 'is not a COM server' run --config good.xml --replay "$export" --module
 expect 6 'no-query.xml:2:' run --config no-query.xml --replay "$export" --module "$dll"
 expect 0 'appcrash|contained' run --config näme-日本.xml --replay "$export" --module "$dll"
 expect 0 "no metric 'eventlog|other'" run --config twice.xml --replay "$export" --module "$dll"
+
+# What a person is most likely to do wrong, with both commands.
+for command in run check; do
+    # several FILE TEXT: one line that tells what is wrong, and the code of a bad export
+    several() {
+        expect 4 "$2" $command --config good.xml --replay "$1" --module "$dll"
+        [ "$(wc -l <output)" -eq 1 ] || { echo "more than one line from $command with $1:"; cat output; failed=1; }
+    }
+    several empty.export.xml 'empty.export.xml: line 1, column 1: the export is empty'
+    several root.export.xml 'root.export.xml: the export has no event'
+    several binary.export.xml 'this is a binary file'
+    several binary.evtx 'turn it into an export with: wevtutil qe FILE.evtx'
+done
+expect 6 'no-channel.xml:2:2: ' run --config no-channel.xml --replay "$export" --module "$dll"
+expect 9 "has no <channel>; add one" check --config no-channel.xml
+expect 9 "has no <query>; add one" check --config no-query.xml
+expect 9 'is already subscribed' check --config twice.xml
+expect 9 'at character 4)' check --config wrong-query.xml
+expect 0 'no event will come' run --config wrong-query.xml --replay "$export" --module "$dll"
+expect 9 '            *[System[Level=x]]' check --config select.xml
+expect 0 'of which the export has no event; it has' check --config no-such-channel.xml --replay "$export" --module "$dll"
+expect 0 'complete, and the query is understood' check --config - <good.xml
+expect 0 ' of the export' check --config good.xml --replay - --module "$dll" <"$export"
+expect 0 'entries played' run --config - --replay "$export" --speed 1000000000x --module "$dll" <good.xml
+expect 2 'only one input' check --config - --replay -
+expect 2 '--speed' run --config good.xml --replay "$export" --speed fast
+expect 2 '--replay' check --config good.xml --explain
+expect 4 'missing.jsonl' check --config good.xml --replay "$export" --expect missing.jsonl
+"$here/../../cmake/wine.sh" "$console" run --config good.xml --replay "$export" --module "$dll" --format jsonl \
+    >expected.jsonl 2>/dev/null
+expect 0 '"selected":' check --config good.xml --replay "$export" --module "$dll" --expect expected.jsonl --format jsonl
+sed 1d expected.jsonl >less.jsonl
+expect 10 '+ {"collection":1' check --config good.xml --replay "$export" --module "$dll" --expect less.jsonl
+{ cat expected.jsonl && echo '{"more":1}'; } >more.jsonl
+expect 10 '- {"more":1}' check --config good.xml --replay "$export" --module "$dll" --expect more.jsonl
 exit $failed

@@ -10,7 +10,11 @@ wine=$here/../../cmake/wine.sh
 console=$(realpath "$1")
 page=$(realpath "$2")
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+# What the samples of a logon leave behind.
+clean() {
+    "$wine" cmd /c 'reg delete HKLM\System\CurrentControlSet\Services\korvex /f & rd /s /q C:\Korvex' >/dev/null 2>&1 || :
+}
+trap 'clean; rm -rf "$work"' EXIT
 cp "$here"/../../samples/*.xml "$here"/../../samples/*.jsonl "$work"
 cd "$work"
 export COLUMNS=100 NO_COLOR=1

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <map>
+#include <tuple>
 
 namespace orvel::console {
 
@@ -53,15 +54,16 @@ Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
     return finding;
 }
 
-/// The most frequent reasons, up to a number.
+/// The most frequent reasons, up to a number; of equals the one that comes first in the export.
 std::vector<Reason> Frequent(const Finding& finding, size_t most)
 {
     std::vector<Reason> reasons;
     for (const auto& [text, reason] : finding.reasons) {
         reasons.push_back(reason);
     }
-    std::stable_sort(reasons.begin(), reasons.end(),
-                     [](const Reason& a, const Reason& b) { return a.events > b.events; });
+    std::sort(reasons.begin(), reasons.end(), [](const Reason& a, const Reason& b) {
+        return std::tie(b.events, a.line, a.column, a.text) < std::tie(a.events, b.line, b.column, b.text);
+    });
     reasons.resize(std::min(most, reasons.size()));
     return reasons;
 }

@@ -1,0 +1,68 @@
+#!/bin/bash
+# Ctrl+C while the console waits: it ends at once, in order, and the sums of its summary are right.
+#   tests/golden/interrupt.sh CONSOLE.exe
+set -u
+here=$(cd "$(dirname "$0")" && pwd)
+console=$(realpath "$1")
+cd "$(mktemp -d)" || exit 1
+trap 'rm -rf "$PWD"' EXIT
+cat >config.xml <<'EOF'
+<metrics><metric name="eventlog|eventlog_appcrash"><channel>Application</channel><query>*</query></metric></metrics>
+EOF
+# event MINUTE PUBLISHER RENDERING
+event() {
+    echo "<Event><System><Provider Name='$2'/><TimeCreated SystemTime='2026-03-01T10:$1:00Z'/>" \
+        "<Channel>Application</Channel></System>$3</Event>"
+}
+text='<RenderingInfo><Message>crash</Message></RenderingInfo>'
+{
+    echo "<Events xmlns:replay='urn:orvel:replay'>"
+    event 00 'Application Error' "$text"
+    event 00 'Application Error' ''
+    event 00 'Other' "$text"
+    event 00 'Application Error' "$text"
+} >head
+{ cat head; event 59 'Application Error' "$text"; echo '</Events>'; } >paced.xml
+{ cat head; echo "<replay:wait milliseconds='600000'/></Events>"; } >waiting.xml
+
+failed=0
+# interrupt CODE TEXT INPUT OPTION...: a second after it has subscribed, if it does; TEXT is what standard error must hold
+interrupt() {
+    local code=$1 text=$2 input=$3 actual=0 started
+    shift 3
+    "$here/../../cmake/wine.sh" "$console" run --config config.xml --module "$(dirname "$console")/Orvel_eventlog.dll" "$@" \
+        --log info <"$input" >output 2>log &
+    for ((tries = 0; tries < 30; ++tries)); do
+        grep -q '^info: Subscribed' log && break
+        sleep 0.1
+    done
+    sleep 1
+    started=$SECONDS
+    kill -INT $!
+    wait $! || actual=$?
+    if [ $actual -ne "$code" ] || ! grep -qF -- "$text" log || [ $((SECONDS - started)) -gt 5 ]; then
+        echo "expected exit code $code and '$text' at once, got $actual after $((SECONDS - started)) s from: $*"
+        cat log
+        failed=1
+    fi
+}
+sums='    4 delivered = 2 recorded + 1 without a message + 1 of other kinds
+    2 recorded = 2 written + 0 dropped + 0 still pending
+    3 values written, 0 refused'
+# check_sums PLAYED
+check_sums() {
+    if ! diff <(printf 'Stopped by Ctrl+C: %s, 1 collection\n  eventlog|eventlog_appcrash\n%s\n' "$1" "$sums") <(sed -n '/^Stopped/,$p' log); then
+        echo "the summary is wrong"
+        failed=1
+    fi
+}
+interrupt 0 Stopped /dev/null --replay paced.xml --speed 1x
+check_sums '4 of 5 entries played'
+interrupt 0 Stopped paced.xml --replay - --speed 60x
+check_sums '4 of 5 entries played'
+interrupt 0 Stopped /dev/null --replay waiting.xml
+check_sums '4 of 5 entries played'
+mkfifo pipe
+exec 3<>pipe # nobody ever writes to it
+interrupt 4 'stdin: stopped by Ctrl+C' pipe --replay -
+exit $failed

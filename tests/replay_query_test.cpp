@@ -51,6 +51,28 @@ TEST(ReplayQuery, SelectsAsTheEventLogDoes)
     }
 }
 
+TEST(ReplayQuery, TellsTheFirstConditionThatFailedAndWhatItMet)
+{
+    const std::pair<const wchar_t*, const wchar_t*> kCases[] = {
+        {L"*[System[Level=2 and EventID=1001 and Level=9]]", L"EventID is 1000, the query wants 1001"},
+        {L"*[System[EventID=1 or EventID>1000]]", L"EventID is 1000, the query wants 1 or more than 1000"},
+        {L"*[System[EventID=1 or Level!=2]]",
+         L"EventID is 1000, the query wants 1; Level is 2, the query wants another than 2"},
+        {L"*[System[Provider[@Name='x']]]", L"Provider/@Name is 'Application Error', the query wants 'x'"},
+        {L"*[System/Channel]", L"System has no Channel"},
+        {L"*[UserData[a=1]]", L"Event has no UserData"},
+        {L"*[EventData/Data[@Name='App']='b.exe']", L"Data is 'a.exe' (one of 3 Data), the query wants 'b.exe'"},
+        {L"*[EventData/Data[@Name='Path']]", L"Data/@Name is 'App' (one of 3 Data), the query wants 'Path'"},
+        {L"*[System[band(Keywords,1)]]", L"Keywords is 0x80000000000000, the query wants a bit of 1"},
+        {L"*[System/Level[2]]", L"Level is number 1, the query wants 2"},
+        {L"*[System/TimeCreated[timediff(@SystemTime) > 5]]", L"timediff() is 0, the query wants more than 5"},
+        {L"*", L""},
+    };
+    for (const auto& [text, expected] : kCases) {
+        EXPECT_EQ(Query::Parse(text).Explain(SampleEvent()), expected) << testing::Message() << text;
+    }
+}
+
 TEST(ReplayQuery, RefusesWhatItDoesNotUnderstandAndSaysWhere)
 {
     std::wstring many = L"*[a=1";

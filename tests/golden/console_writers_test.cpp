@@ -1,5 +1,6 @@
 // What no event can bring into a golden case: texts that are not Unicode, and the picture of a logon at its edges.
 
+#include "tools/console/terminal.h"
 #include "tools/console/text.h"
 #include "tools/console/writers.h"
 
@@ -60,6 +61,15 @@ TEST(Timeline, BearsAnyNumbers)
     EXPECT_EQ(Picture({}, L"C:\\p"), L"\n  no timeline\n    Not got time stamps for lamina event.\n"
                                      L"  plinths\n    7  C:\\p\n");
     EXPECT_EQ(Picture({}, L""), L"");
+}
+
+TEST(Terminal, BreaksLinesWhereTheyAreFullAndNotWithinACharacter)
+{
+    EXPECT_EQ(Wrapped(L"ab cd ef", 5, 2), L"ab cd\n  ef");
+    EXPECT_EQ(Wrapped(L"abcdefg\n\nh", 3, 1), L"abc\n def\n g\n\n h");
+    EXPECT_EQ(Wrapped(L"日本語", 5, 0), L"日本\n語");
+    EXPECT_EQ(Wrapped(L"e\u0301e\u0301\xd83d\xde00", 2, 0), L"e\u0301e\u0301\n\xd83d\xde00");
+    EXPECT_EQ(Wrapped(L"日本", 1, 0), L"日\n本");
 }
 
 } // namespace

@@ -21,9 +21,9 @@ text='<RenderingInfo><Message>crash</Message></RenderingInfo>'
     event 00 'Application Error' ''
     event 00 'Other' "$text"
     event 00 'Application Error' "$text"
-} >head
-{ cat head; event 59 'Application Error' "$text"; echo '</Events>'; } >paced.xml
-{ cat head; echo "<replay:wait milliseconds='600000'/></Events>"; } >waiting.xml
+} >start.xml
+{ cat start.xml; event 59 'Application Error' "$text"; echo '</Events>'; } >paced.xml
+{ cat start.xml; echo "<replay:wait milliseconds='600000'/></Events>"; } >waiting.xml
 
 failed=0
 # interrupt CODE TEXT INPUT OPTION...: a second after it has subscribed, if it does; TEXT is what standard error must hold

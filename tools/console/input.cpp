@@ -32,11 +32,12 @@ struct Reading {
 Reading ReadAll(HANDLE file)
 {
     constexpr DWORD kPiece = 1 << 20;
+    constexpr size_t kLargest = size_t{1} << 30;
     Reading reading;
     DWORD count = 0;
     do {
         const size_t size = reading.bytes.size();
-        if (size > reading.bytes.max_size() / 2 || size > size_t{1} << 30) {
+        if (size > kLargest) {
             return {{}, ERROR_FILE_TOO_LARGE};
         }
         reading.bytes.resize(size + kPiece);

@@ -52,11 +52,12 @@ size_t TerminalWidth()
 {
     CONSOLE_SCREEN_BUFFER_INFO info{};
     if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) {
-        return static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
+        const int columns = info.srWindow.Right - info.srWindow.Left + 1;
+        return static_cast<size_t>(columns);
     }
-    wchar_t columns[8] = L"";
-    GetEnvironmentVariableW(L"COLUMNS", columns, ARRAYSIZE(columns));
-    return std::wcstoul(columns, nullptr, 10);
+    wchar_t wanted[8] = L"";
+    GetEnvironmentVariableW(L"COLUMNS", wanted, ARRAYSIZE(wanted));
+    return std::wcstoul(wanted, nullptr, 10);
 }
 
 size_t Width(std::wstring_view text)
@@ -82,10 +83,10 @@ std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
     for (size_t at = 0; at < text.size();) {
         const size_t start = at;
         const size_t columns = TakeWidth(text, at);
-        if (width != 0 && text[start] != L'\n' && column + columns > width) {
+        if (width != 0 && column != 0 && text[start] != L'\n' && column + columns > width) {
             const size_t end = text[start] == L' ' || blank == 0 ? result.size() : blank;
             const std::wstring rest = result.substr(end);
-            result.erase(end - (blank == end ? 1 : 0));
+            result.erase(end == blank ? end - 1 : end);
             result.append(1, L'\n').append(indent, L' ').append(rest);
             column = Width(rest);
             blank = 0;

@@ -41,6 +41,8 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     const auto selection = Try(text, select);
     assert(text.empty() ||
            (selection.has_value() == query.has_value() && (!query || selection->Matches(event) == matches)));
+    // Whatever is left out is explained, and nothing else.
+    assert(!query || query->Explain(event.xml).empty() == matches);
     // The path of a value is a query, too, and its plain form leads to a value whenever it does itself.
     if (const auto path = Try(text, &Query::ParseValuePath)) {
         const auto plain = Query::ParseValuePath(path->PlainPath());

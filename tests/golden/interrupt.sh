@@ -30,6 +30,7 @@ failed=0
 interrupt() {
     local code=$1 text=$2 input=$3 actual=0 started
     shift 3
+    : >log
     "$here/../../cmake/wine.sh" "$console" run --config config.xml --module "$(dirname "$console")/Orvel_eventlog.dll" "$@" \
         --log info <"$input" >output 2>log &
     for ((tries = 0; tries < 30; ++tries)); do

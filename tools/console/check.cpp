@@ -1,6 +1,5 @@
-#include "tools/console/check.h"
-
 #include "host/format.h"
+#include "tools/console/commands.h"
 #include "tools/console/difference.h"
 #include "tools/console/input.h"
 #include "tools/console/session.h"

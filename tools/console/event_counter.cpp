@@ -41,10 +41,6 @@ const EventLog& Log()
 EventCounter& EventCounter::Start(const MetricConfiguration& metric)
 {
     auto& counter = *new EventCounter(metric.Is(kLaminaMetric));
-    const wchar_t* paths[] = {L"Event/System/Provider/@Name"};
-    counter.context_ = Log().CreateContext(ARRAYSIZE(paths), paths, EvtRenderContextValues);
-    counter.metadata_ =
-        Log().OpenMetadata(nullptr, counter.isLamina_ ? L"korvex" : L"Application Error", nullptr, 0, 0);
     counter.subscription_ = Log().Subscribe(nullptr, nullptr, metric.channel.c_str(), metric.query.c_str(), nullptr,
                                             &counter, &OnNotification, EvtSubscribeToFutureEvents);
     counter.refusal_ = counter.subscription_ != nullptr ? ERROR_SUCCESS : GetLastError();
@@ -67,8 +63,12 @@ DWORD WINAPI EventCounter::OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, vo
     return ERROR_SUCCESS;
 }
 
-EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event) const
+EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event)
 {
+    const wchar_t* const ownPublisher = isLamina_ ? L"korvex" : L"Application Error";
+    if (metadata_ == nullptr) {
+        metadata_ = Log().OpenMetadata(nullptr, ownPublisher, nullptr, 0, 0);
+    }
     // The sizing call has room for one character: without any, Windows faults at an empty message.
     AgentEventRecord record;
     record.message.resize(1);
@@ -85,11 +85,15 @@ EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event) const
         }
     }
     const std::wstring publisher = Publisher(event);
-    return _wcsicmp(publisher.c_str(), isLamina_ ? L"korvex" : L"Application Error") == 0 ? WithoutMessage : OtherKind;
+    return _wcsicmp(publisher.c_str(), ownPublisher) == 0 ? WithoutMessage : OtherKind;
 }
 
-std::wstring EventCounter::Publisher(EVT_HANDLE event) const
+std::wstring EventCounter::Publisher(EVT_HANDLE event)
 {
+    if (context_ == nullptr) {
+        const wchar_t* path = L"Event/System/Provider/@Name";
+        context_ = Log().CreateContext(1, &path, EvtRenderContextValues);
+    }
     DWORD used = 0;
     DWORD count = 0;
     Log().Render(context_, event, EvtRenderEventValues, 0, nullptr, &used, &count);

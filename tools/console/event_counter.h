@@ -28,12 +28,12 @@ public:
 private:
     explicit EventCounter(bool isLamina) : isLamina_(isLamina) {}
     static DWORD WINAPI OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_HANDLE event);
-    Kind KindOf(EVT_HANDLE event) const;
-    std::wstring Publisher(EVT_HANDLE event) const;
+    Kind KindOf(EVT_HANDLE event);
+    std::wstring Publisher(EVT_HANDLE event);
 
     const bool isLamina_;
     EVT_HANDLE subscription_ = nullptr;
-    EVT_HANDLE metadata_ = nullptr;
+    EVT_HANDLE metadata_ = nullptr; // this and the context are made at the first event: callbacks come one at a time
     EVT_HANDLE context_ = nullptr;
     DWORD refusal_ = ERROR_SUCCESS;
     std::atomic<unsigned long long> counted_[KindCount] = {};

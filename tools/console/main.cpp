@@ -1,8 +1,5 @@
-#include "tools/console/check.h"
-#include "tools/console/failure.h"
+#include "tools/console/commands.h"
 #include "tools/console/input.h"
-#include "tools/console/options.h"
-#include "tools/console/run.h"
 #include "tools/console/text.h"
 
 #include <windows.h>

@@ -10,10 +10,8 @@ namespace orvel::console {
 class Progress {
 public:
     Progress();
-    /// Called often; writes at most a few times a second.
-    void Show(DWORD done, DWORD total);
-    /// As Show, while the next entry is waited for; on a terminal only.
-    void ShowWait(DWORD done, DWORD total, std::chrono::seconds rest);
+    /// Called often; writes at most a few times a second. `wait`: until the next entry, which only a terminal shows.
+    void Show(DWORD done, DWORD total, std::chrono::seconds wait = {});
     /// Ends the line that is being rewritten, if there is one.
     void Finish();
 

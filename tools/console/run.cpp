@@ -1,5 +1,4 @@
-#include "tools/console/run.h"
-
+#include "tools/console/commands.h"
 #include "tools/console/input.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"

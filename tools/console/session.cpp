@@ -203,7 +203,7 @@ void Session::Pace(DWORD done, DWORD total)
         if (IsStopped(static_cast<DWORD>(slice.count()))) {
             return;
         }
-        progress_.ShowWait(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
+        progress_.Show(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
         CollectWhenDue();
     }
 }

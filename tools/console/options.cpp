@@ -39,7 +39,7 @@ Exit codes:
   0 done                                  6 a subscription failed
   2 wrong command line                    7 a collection failed or the output cannot be written
   3 bad configuration file                8 the module did not let go of everything at the end
-  4 bad export or no replay log           9 check: there are problems
+  4 bad export, lines or replay log       9 check: there are problems
   5 the module or its provider           10 check: what would be written differs from --expect
     cannot be created)";
 

@@ -5,6 +5,7 @@
 #include "tools/replay/refusal.h"
 #include "tools/replay/rendering.h"
 #include "tools/replay/subscriber.h"
+#include "tools/replay/unattended.h"
 
 #include <algorithm>
 #include <cstring>
@@ -156,6 +157,9 @@ EVT_HANDLE WINAPI EvtSubscribe(EVT_HANDLE session, HANDLE signalEvent, LPCWSTR c
     try {
         if (call.Is(ReplayFail)) {
             throw Refusal{code, L"a failure was injected"};
+        }
+        if (const DWORD error = StartUnattended(); error != ERROR_SUCCESS) {
+            throw Refusal{error, L"the export that ORVEL_REPLAY names cannot be read"};
         }
         handle = Subscribe(session, signalEvent, channelPath, query, bookmark, context, callback, flags);
         code = ERROR_SUCCESS;

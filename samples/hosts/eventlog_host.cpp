@@ -1,0 +1,233 @@
+// A small host agent, to be copied: it creates the Orvel event-log provider, subscribes the metrics of a configuration
+// file, collects them once a second and ends in order. docs/hosting.md explains what it keeps to.
+//
+//   eventlog_host CONFIG.xml SECONDS [MODULE.dll]     MODULE.dll: instead of the registered provider
+//
+// OrvelAgent.h is made from OrvelAgent.idl; with Visual C++:
+//   midl OrvelAgent.idl
+//   cl /std:c++20 /EHsc /W4 eventlog_host.cpp ole32.lib oleaut32.lib
+// and with mingw-w64:
+//   widl -h -o OrvelAgent.h OrvelAgent.idl
+//   x86_64-w64-mingw32-g++-posix -std=c++20 -municode -static eventlog_host.cpp -lole32 -loleaut32 -luuid
+
+#include <windows.h>
+#include <OrvelAgent.h>
+#include <comdef.h>
+#include <msxml2.h>
+#include <wrl/client.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+// Throws on failure, so that every object is given back on the way out.
+void Check(HRESULT hr)
+{
+    if (FAILED(hr)) {
+        throw _com_error(hr);
+    }
+}
+
+// One line of UTF-8, written at once: lines come from several threads.
+void Print(std::wstring line)
+{
+    line += L'\n';
+    const int size =
+        WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), nullptr, 0, nullptr, nullptr);
+    std::string text(static_cast<size_t>(size), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), text.data(), size, nullptr, nullptr);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+std::wstring Text(BSTR text)
+{
+    return {text != nullptr ? text : L"", SysStringLen(text)}; // an empty text may be a null BSTR
+}
+
+// One of the host's COM objects. The provider calls it through the interface's slots, never by name.
+template <typename Interface>
+class HostObject : public Interface {
+public:
+    virtual ~HostObject() = default;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        const bool isKnown =
+            IsEqualIID(iid, __uuidof(Interface)) || IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, IID_IUnknown);
+        *out = isKnown ? static_cast<Interface*>(this) : nullptr;
+        return isKnown ? (AddRef(), S_OK) : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++count_; }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const ULONG left = --count_;
+        if (left == 0) {
+            delete this;
+        }
+        return left;
+    }
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
+    {
+        return E_NOTIMPL;
+    }
+
+private:
+    std::atomic<ULONG> count_ = 0;
+};
+
+class Host final : public HostObject<IAgentHost> {};
+
+// Called from the host's threads and from the Event Log's. Takes no lock that is held while the provider is called.
+class Logger final : public HostObject<IAgentLogger> {
+public:
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR, LONG* levels) override
+    {
+        *levels = 1 | 2; // errors and warnings; 4 more for information
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Write(L"error: ", text); }
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override { return Write(L"warning: ", text); }
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Write(L"info: ", text); }
+
+private:
+    static HRESULT Write(const wchar_t* level, BSTR text)
+    {
+        std::wstring line = level + Text(text);
+        line.erase(line.find_last_not_of(L"\r\n") + 1); // the system's error texts bring a line break
+        Print(line);
+        return S_OK;
+    }
+};
+
+// Says S_OK only to what it has kept: the provider keeps a crash that was refused, and offers it again.
+class Sink final : public HostObject<IMetricSink> {
+public:
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Reserved8() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Reserved9() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override
+    {
+        // The strings and the value belong to the caller: what is to stay is copied.
+        if (value.vt == VT_BSTR) {
+            Print(Text(key) + L" [" + Text(instance) + L"] = " + Text(value.bstrVal));
+        } else if (value.vt == VT_UI8) {
+            Print(Text(key) + L" [" + Text(instance) + L"] = " + std::to_wstring(value.ullVal));
+        } else {
+            return DISP_E_BADVARTYPE;
+        }
+        return S_OK;
+    }
+};
+
+ComPtr<IDataProviderEx> CreateProvider(const wchar_t* module)
+{
+    ComPtr<IDataProviderEx> provider;
+    if (module == nullptr) {
+        CLSID id{};
+        Check(CLSIDFromProgID(L"OrvelAgent.EventLogProvider", &id));
+        Check(CoCreateInstance(id, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IDataProviderEx),
+                               reinterpret_cast<void**>(provider.GetAddressOf())));
+        return provider;
+    }
+    CLSID id{};
+    Check(CLSIDFromString(L"{DAF69464-F4E2-40C0-BCC3-A30E819975F0}", &id));
+    const HMODULE loaded = CoLoadLibrary(const_cast<wchar_t*>(module), TRUE); // COM frees it at CoUninitialize
+    if (loaded == nullptr) {
+        throw _com_error(HRESULT_FROM_WIN32(GetLastError()));
+    }
+    const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
+        reinterpret_cast<void*>(GetProcAddress(loaded, "DllGetClassObject")));
+    if (getClassObject == nullptr) {
+        throw _com_error(HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND));
+    }
+    ComPtr<IClassFactory> factory;
+    Check(getClassObject(id, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())));
+    Check(
+        factory->CreateInstance(nullptr, __uuidof(IDataProviderEx), reinterpret_cast<void**>(provider.GetAddressOf())));
+    return provider;
+}
+
+// <metrics> with one <metric name='...'> each: its element is the configuration of that metric.
+std::vector<ComPtr<IXMLDOMElement>> ReadMetrics(const wchar_t* path)
+{
+    CLSID id{};
+    ComPtr<IXMLDOMDocument> document;
+    Check(CLSIDFromProgID(L"Msxml2.DOMDocument.6.0", &id));
+    Check(CoCreateInstance(id, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument,
+                           reinterpret_cast<void**>(document.GetAddressOf())));
+    VARIANT_BOOL isGood = VARIANT_FALSE;
+    Check(document->put_async(VARIANT_FALSE));
+    Check(document->load(_variant_t(path), &isGood));
+    ComPtr<IXMLDOMNodeList> nodes;
+    Check(document->selectNodes(_bstr_t(L"/metrics/metric"), nodes.GetAddressOf()));
+    std::vector<ComPtr<IXMLDOMElement>> metrics;
+    for (ComPtr<IXMLDOMNode> node; nodes->nextNode(node.ReleaseAndGetAddressOf()) == S_OK;) {
+        ComPtr<IXMLDOMElement> element;
+        Check(node->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(element.GetAddressOf())));
+        metrics.push_back(element);
+    }
+    if (metrics.empty()) {
+        throw _com_error(HRESULT_FROM_WIN32(ERROR_INVALID_DATA)); // broken, or without metrics
+    }
+    return metrics;
+}
+
+void Run(const wchar_t* configuration, int seconds, const wchar_t* module)
+{
+    const std::vector<ComPtr<IXMLDOMElement>> metrics = ReadMetrics(configuration);
+    const ComPtr<IAgentLogger> logger(new Logger);
+    const ComPtr<IAgentHost> host(new Host);
+    const ComPtr<IMetricSink> sink(new Sink);
+    const ComPtr<IDataProviderEx> provider = CreateProvider(module);
+
+    Check(provider->SetHost(logger.Get(), host.Get())); // first: a metric keeps the logger it was created with
+    std::vector<_bstr_t> names;
+    for (const auto& metric : metrics) {
+        _variant_t name;
+        Check(metric->getAttribute(_bstr_t(L"name"), &name));
+        Check(provider->SubscribeMetric(_bstr_t(name), metric.Get()));
+        names.emplace_back(name);
+    }
+    for (int second = 0; second < seconds; ++second) {
+        Sleep(1000);
+        for (const _bstr_t& name : names) {
+            const HRESULT hr = provider->QueryMetricEx(name, 0, sink.Get());
+            if (FAILED(hr)) {
+                Print(L"collecting " + std::wstring(name) + L" gave " + _com_error(hr).ErrorMessage());
+            }
+        }
+    }
+    Check(provider->UnsubscribeAll()); // no event comes in any more; then the provider goes, then the host's objects
+}
+
+} // namespace
+
+int wmain(int count, wchar_t** arguments)
+{
+    if (count < 3) {
+        Print(L"usage: eventlog_host CONFIG.xml SECONDS [MODULE.dll]");
+        return 2;
+    }
+    SetConsoleOutputCP(CP_UTF8);
+    int code = 0;
+    try {
+        Check(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        Run(arguments[1], _wtoi(arguments[2]), count > 3 ? arguments[3] : nullptr);
+    } catch (const _com_error& error) {
+        Print(std::wstring(L"failed: ") + error.ErrorMessage());
+        code = 1;
+    }
+    CoUninitialize(); // unloads the module
+    return code;
+}

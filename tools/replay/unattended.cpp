@@ -1,0 +1,53 @@
+#include "tools/replay/unattended.h"
+
+#include "tools/replay/replay_control.h"
+
+#include <cstdio>
+#include <string>
+
+namespace orvel::replay {
+
+namespace {
+
+constexpr DWORD kTimeToSubscribe = 1000;
+
+DWORD WINAPI Play(void* /*parameter*/)
+{
+    Sleep(kTimeToSubscribe);
+    const DWORD error = ReplayPlay(nullptr, nullptr);
+    if (error != ERROR_SUCCESS) {
+        std::fprintf(stderr, "replay log: the replay stopped with error %lu\n", error);
+    }
+    return error;
+}
+
+DWORD Start()
+{
+    wchar_t path[MAX_PATH] = L"";
+    const DWORD length = GetEnvironmentVariableW(L"ORVEL_REPLAY", path, MAX_PATH);
+    if (length == 0) {
+        return ERROR_SUCCESS;
+    }
+    wchar_t message[MAX_PATH] = L"the name is too long";
+    const DWORD error = length < MAX_PATH ? ReplayLoad(path, message, MAX_PATH) : ERROR_FILENAME_EXCED_RANGE;
+    // The thread outlives whoever loaded this DLL: it stays.
+    HMODULE self = nullptr;
+    if (error == ERROR_SUCCESS &&
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                           reinterpret_cast<const wchar_t*>(&Play), &self)) {
+        CloseHandle(CreateThread(nullptr, 0, &Play, nullptr, 0, nullptr));
+    } else {
+        std::fprintf(stderr, "replay log: ORVEL_REPLAY: %ls\n", message);
+    }
+    return error;
+}
+
+} // namespace
+
+DWORD StartUnattended()
+{
+    static const DWORD error = Start();
+    return error;
+}
+
+} // namespace orvel::replay

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Runs a Windows program under Wine in the project's own prefix, which is made on first use.
-#   cmake/wine.sh PROGRAM.exe [ARGUMENT...]     cmake/wine.sh --start     cmake/wine.sh --stop
+#   cmake/wine.sh PROGRAM.exe [ARGUMENT...]     cmake/wine.sh --start | --stop | --running
 # --start makes the prefix ready and leaves Wine's server running, which is done by itself before a program, too; --stop
-# ends the server. WINEPREFIX chooses another prefix; it must be an absolute path.
+# ends the server; --running tells by its code whether there is one. WINEPREFIX chooses another prefix; it must be an
+# absolute path.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
@@ -30,6 +31,9 @@ start_server() (
 case "${1:-}" in
 --start)
     start_server || { echo "Wine cannot make its prefix in $WINEPREFIX; 'wine wineboot' there shows why" >&2; exit 1; }
+    ;;
+--running)
+    [ -d "$WINEPREFIX" ] && wineserver -k0 >/dev/null 2>&1
     ;;
 --stop)
     wineserver -k >/dev/null 2>&1 || exit 0

@@ -1,0 +1,101 @@
+#!/bin/bash
+# Runs the commands that the documentation gives, each once: those in blocks marked sh from the root of the sources,
+# then those in blocks marked bat from the folder of the unpacked package, by Wine's cmd. The lines of a block marked text
+# must be in what the command before it printed, up to "..." where they have that. Fails for a command that fails, and for
+# one that is neither run nor listed in not-run.txt, also where it stands in a line of text.
+#   commands.sh BUILD-FOLDER
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=$(realpath "$1")
+cd "$here/../.."
+work=$(mktemp -d)
+# As an administrator registers it: with the system's own wevtapi.dll, of which Wine has a stub.
+export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe=d'
+bat() { (cd "$work/package" && "$here/../../cmake/wine.sh" cmd /c "$1"); }
+clean() {
+    bat 'regsvr32 /s /u Orvel_eventlog.dll & regsvr32 /s /u /n /i:user Orvel_eventlog.dll' || true
+    rm -rf "$work"
+}
+trap 'clean >/dev/null 2>&1' EXIT
+mkdir "$work/package"
+
+# Lines of KIND, PLACE and COMMAND: sh and bat from marked blocks, without comments and with continued lines joined; out
+# for a line of output; text for what stands in a line and begins as a command does.
+extract() {
+    awk -v OFS='\t' '
+        function begins(text) {
+            return text ~ /^(\.\/(check|demo|bench|fuzz)|cmake|ctest|cpack|regsvr32|eventlog_console|cscript|wevtutil|cl|midl|widl)( |$)/ ||
+                   text ~ /^(cmake\/|build\/)[a-z0-9_\/]+\.(sh|exe) /
+        }
+        FNR == 1 { block = "" }
+        /^```/ { block = block == "" ? substr($0, 4) : ""; if (block == "") next; if (block !~ /./) block = "none"; next }
+        block == "sh" || block == "bat" {
+            sub(block == "sh" ? / *(  |^)#.*/ : / *(  |^)rem .*/, "")
+            joined = joined $0
+            if (sub(/ *\\$/, " ", joined)) next
+            if (joined != "") print block, FILENAME ":" FNR, joined
+            joined = ""
+            next
+        }
+        block == "text" { print "out", FILENAME ":" FNR, $0 }
+        block != "" { next }
+        /^    / { text = $0; sub(/^ +/, "", text); sub(/  +#.*/, "", text); if (begins(text)) print "text", FILENAME ":" FNR, text }
+        { n = split($0, spans, "`"); for (i = 2; i <= n; i += 2) if (begins(spans[i])) print "text", FILENAME ":" FNR, spans[i] }
+    ' README.md CONTRIBUTING.md docs/*.md
+}
+extract >"$work/commands"
+
+declare -A known=() used=()
+failed=0
+fail() {
+    echo "$1: $2: $3"
+    failed=1
+}
+mapfile -t exceptions < <(grep -v '^#' "$here/not-run.txt")
+listed() {
+    local exception
+    for exception in "${exceptions[@]}"; do
+        # shellcheck disable=SC2053 # a pattern
+        if [[ $1 == ${exception%% -- *} ]]; then
+            used[$exception]=1
+            return 0
+        fi
+    done
+    return 1
+}
+run() { # KIND
+    local kind place command log=$work/log page=
+    while IFS=$'\t' read -r kind place command; do
+        # The output that a block shows is that of the last command of its page, if that was run just now.
+        if [ "$kind" = out ] && [ "$page" = "${place%:*}" ]; then
+            command=${command%%...*}
+            [ -z "${command// /}" ] || grep -qF -- "$command" "$log" || fail "$place" "is not printed" "$command"
+        elif [ "$kind" = sh ] || [ "$kind" = bat ]; then
+            page=
+            [ "$kind" = "$1" ] && [ -z "${known[$command]-}" ] || continue
+            known[$command]=1
+            ! listed "$command" || continue
+            page=${place%:*}
+            local start=${EPOCHREALTIME/./}
+            if [ "$kind" = bat ]; then bat "$command"; else bash -ec "$command"; fi >"$log" 2>&1 </dev/null || {
+                fail "$place" "ends with $?" "$command"
+                cat "$log"
+            }
+            printf '%6d ms  %s\n' $(((${EPOCHREALTIME/./} - start) / 1000)) "$command"
+        fi
+    done <"$work/commands"
+}
+
+run sh
+cmake --build "$build" --target package >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+(cd "$work/package" && cmake -E tar xf "$build"/OrvelEventLog-*.zip)
+run bat
+while IFS=$'\t' read -r kind place command; do
+    [ "$kind" != text ] || [ -n "${known[$command]-}" ] || listed "$command" ||
+        fail "$place" "neither run nor listed in tests/docs/not-run.txt" "$command"
+done <"$work/commands"
+for exception in "${exceptions[@]}"; do
+    [ -n "${used[$exception]-}" ] || fail tests/docs/not-run.txt "no page has this command any more" "$exception"
+done
+[ ${#known[@]} -gt 0 ] || fail README.md "no command was found" ""
+exit $failed

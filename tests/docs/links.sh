@@ -1,0 +1,53 @@
+#!/bin/bash
+# The pages against what they speak of: links lead to files and headings that are there, every page is linked, and every
+# line and value that the code can write is explained.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+failed=0
+fail() {
+    echo "$*"
+    failed=1
+}
+pages=(README.md CONTRIBUTING.md CHANGELOG.md docs/*.md)
+# The anchors of a page's headings, as they are made on the usual sites.
+anchors() { sed -n '/^```/,/^```/d; s/^##* //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
+
+linked=README.md
+for page in "${pages[@]}"; do
+    while read -r link; do
+        file=${link%%#*} anchor=${link#"${link%%#*}"}
+        target=$(realpath -m --relative-to=. "$(dirname "$page")/$file")
+        [ -n "$file" ] || target=$page
+        if [ ! -e "$target" ]; then
+            fail "$page: there is no $link"
+        elif [ -n "$anchor" ] && ! anchors "$target" | grep -qxF -- "${anchor#\#}"; then
+            fail "$page: $target has no heading for $anchor"
+        fi
+        linked+=$'\n'$target
+    done < <(grep -o '](\(\.\.\/\|#\|[A-Za-z]\)[^):]*)' "$page" | sed 's/^](//; s/)$//')
+    # Files of the repository that are named in the text.
+    while read -r file; do
+        compgen -G "$file*" >/dev/null || fail "$page: there is no $file"
+    done < <(grep -o '`\(host\|metric\|appcrash\|lamina\|provider\|module\|tools\|tests\|samples\|cmake\|docs\)/[a-z0-9_./-]*`' "$page" | tr -d '`')
+done
+for page in "${pages[@]}"; do
+    grep -qxF "$page" <<<"$linked" || fail "$page: no page leads here"
+done
+
+# explained PAGE: reads texts, each of which the page must hold. A table's page has its bars escaped.
+explained() {
+    local text count=0 page
+    page=$(sed 's/\\|/|/g' "$1")
+    while read -r text; do
+        count=$((count + 1))
+        [[ $page == *"$text"* ]] || fail "$1: does not explain: $text"
+    done
+    [ $count -gt 10 ] || fail "$1: only $count texts were found in the sources"
+}
+sources=(host/property.cpp provider/provider.cpp appcrash/app_crash_metric.cpp lamina/lamina_metric.cpp lamina/lamina_log_collector.cpp)
+# Texts of several words, or of one with a capital letter alone in its call; not paths, names and markers.
+grep -hoP '(Log|LogInfo|LogError|LogFailure)\((.*, )?L"\K[^"]+|^ *L"\K[A-Z][^"|\\]* [^"]+' "${sources[@]}" |
+    explained docs/operations.md
+grep -hoP 'L"\K(appcrash|lamina)\|[^"]+' "${sources[@]}" | sort -u | cat - <(sed -n 's/.*L"\(eventlog|[^"]*\)".*/\1/p' provider/metric_factory.cpp) \
+    <(grep -oP '^    \{L"\K[^"]+' lamina/agent_event.cpp) | explained docs/metrics.md
+exit $failed

@@ -3,7 +3,7 @@
 # then those in blocks marked bat from the folder of the unpacked package, by Wine's cmd. The lines of a block marked text
 # must be in what the command before it printed, up to "..." where they have that. Fails for a command that fails, and for
 # one that is neither run nor listed in not-run.txt, also where it stands in a line of text.
-#   commands.sh BUILD-FOLDER
+#   commands.sh BUILD-FOLDER [--list]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "$1")
@@ -11,26 +11,25 @@ cd "$here/../.."
 work=$(mktemp -d)
 # As an administrator registers it: with the system's own wevtapi.dll, of which Wine has a stub.
 export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe=d'
-bat() { (cd "$work/package" && "$here/../../cmake/wine.sh" cmd /c "$1"); }
+bat() { (cd "$work"/OrvelEventLog-* && "$here/../../cmake/wine.sh" cmd /c "$1"); }
 clean() {
     bat 'regsvr32 /s /u Orvel_eventlog.dll & regsvr32 /s /u /n /i:user Orvel_eventlog.dll' || true
     rm -rf "$work"
 }
 trap 'clean >/dev/null 2>&1' EXIT
-mkdir "$work/package"
 
 # Lines of KIND, PLACE and COMMAND: sh and bat from marked blocks, without comments and with continued lines joined; out
 # for a line of output; text for what stands in a line and begins as a command does.
 extract() {
     awk -v OFS='\t' '
         function begins(text) {
-            return text ~ /^(\.\/(check|demo|bench|fuzz)|cmake|ctest|cpack|regsvr32|eventlog_console|cscript|wevtutil|cl|midl|widl)( |$)/ ||
-                   text ~ /^(cmake\/|build\/)[a-z0-9_\/]+\.(sh|exe) /
+            return text ~ /^\.\/(check|demo|bench|fuzz)( |$)/ || text ~ /^(cmake|build)\/[a-z0-9_\/]+\.(sh|exe) / ||
+                   text ~ /^(cmake|ctest|cpack|regsvr32|eventlog_console|cscript|wevtutil) /
         }
         FNR == 1 { block = "" }
         /^```/ { block = block == "" ? substr($0, 4) : ""; if (block == "") next; if (block !~ /./) block = "none"; next }
         block == "sh" || block == "bat" {
-            sub(block == "sh" ? / *(  |^)#.*/ : / *(  |^)rem .*/, "")
+            sub(/ *(  |^)(#|rem ).*/, "")
             joined = joined $0
             if (sub(/ *\\$/, " ", joined)) next
             if (joined != "") print block, FILENAME ":" FNR, joined
@@ -44,6 +43,10 @@ extract() {
     ' README.md CONTRIBUTING.md docs/*.md
 }
 extract >"$work/commands"
+if [ "${2-}" = --list ]; then
+    cat "$work/commands"
+    exit
+fi
 
 declare -A known=() used=()
 failed=0
@@ -72,7 +75,9 @@ run() { # KIND
             [ -z "${command// /}" ] || grep -qF -- "$command" "$log" || fail "$place" "is not printed" "$command"
         elif [ "$kind" = sh ] || [ "$kind" = bat ]; then
             page=
-            [ "$kind" = "$1" ] && [ -z "${known[$command]-}" ] || continue
+            [ "$kind" = "$1" ] || continue
+            # What is done in the package's folder may be undone by the next line, and is to be done again.
+            [ "$kind" = bat ] || [ -z "${known[$command]-}" ] || continue
             known[$command]=1
             ! listed "$command" || continue
             page=${place%:*}
@@ -81,6 +86,7 @@ run() { # KIND
                 fail "$place" "ends with $?" "$command"
                 cat "$log"
             }
+            ! grep -qE '^\[=+\] 0 tests ' "$log" || fail "$place" "there is no such test" "$command"
             printf '%6d ms  %s\n' $(((${EPOCHREALTIME/./} - start) / 1000)) "$command"
         fi
     done <"$work/commands"
@@ -88,7 +94,7 @@ run() { # KIND
 
 run sh
 cmake --build "$build" --target package >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-(cd "$work/package" && cmake -E tar xf "$build"/OrvelEventLog-*.zip)
+(cd "$work" && cmake -E tar xf "$build"/OrvelEventLog-*.zip)
 run bat
 while IFS=$'\t' read -r kind place command; do
     [ "$kind" != text ] || [ -n "${known[$command]-}" ] || listed "$command" ||

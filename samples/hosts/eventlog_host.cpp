@@ -1,14 +1,14 @@
 // A small host agent, to be copied: it creates the Orvel event-log provider, subscribes the metrics of a configuration
 // file, collects them once a second and ends in order. docs/hosting.md explains what it keeps to.
 //
-//   eventlog_host CONFIG.xml SECONDS [MODULE.dll]     MODULE.dll: instead of the registered provider
+//   eventlog_host CONFIG.xml SECONDS [MODULE.dll]     MODULE.dll: its full path, instead of the registered provider
 //
 // OrvelAgent.h is made from OrvelAgent.idl; with Visual C++:
 //   midl OrvelAgent.idl
-//   cl /std:c++20 /EHsc /W4 eventlog_host.cpp ole32.lib oleaut32.lib
+//   cl /std:c++20 /EHsc /W4 /DUNICODE eventlog_host.cpp ole32.lib oleaut32.lib
 // and with mingw-w64:
 //   widl -h -o OrvelAgent.h OrvelAgent.idl
-//   x86_64-w64-mingw32-g++-posix -std=c++20 -municode -static eventlog_host.cpp -lole32 -loleaut32 -luuid
+//   x86_64-w64-mingw32-g++-posix -std=c++20 -DUNICODE -municode -static eventlog_host.cpp -lole32 -loleaut32 -luuid
 
 #include <windows.h>
 #include <OrvelAgent.h>

@@ -96,7 +96,8 @@ run() { # KIND
 
 run sh
 cmake --build "$build" --target package >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-(cd "$work" && cmake -E tar xf "$build"/OrvelEventLog-*.zip)
+package=$(ls -t "$build"/OrvelEventLog-*.zip)
+(cd "$work" && cmake -E tar xf "${package%%$'\n'*}")
 run bat
 while IFS=$'\t' read -r kind place command; do
     [ "$kind" != text ] || [ -n "${known[$command]-}" ] || listed "$command" ||

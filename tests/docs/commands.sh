@@ -1,8 +1,8 @@
 #!/bin/bash
-# Runs the commands that the documentation gives, each once: those in blocks marked sh from the root of the sources,
-# then those in blocks marked bat from the folder of the unpacked package, by Wine's cmd. The lines of a block marked text
-# must be in what the command before it printed, up to "..." where they have that. Fails for a command that fails, and for
-# one that is neither run nor listed in not-run.txt, also where it stands in a line of text.
+# Runs the commands that the documentation gives: those in blocks marked sh from the root of the sources, each once, then
+# those in blocks marked bat from the folder of the unpacked package, by Wine's cmd. The lines of a block marked text must
+# be in what the command before it printed, up to "..." where they have that. Fails for a command that fails, and for one
+# that is neither run nor listed in not-run.txt, also where it stands in a line of text.
 #   commands.sh BUILD-FOLDER [--list]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -26,20 +26,21 @@ extract() {
             return text ~ /^\.\/(check|demo|bench|fuzz)( |$)/ || text ~ /^(cmake|build)\/[a-z0-9_\/]+\.(sh|exe) / ||
                    text ~ /^(cmake|ctest|cpack|regsvr32|eventlog_console|cscript|wevtutil) /
         }
-        FNR == 1 { block = "" }
-        /^```/ { block = block == "" ? substr($0, 4) : ""; if (block == "") next; if (block !~ /./) block = "none"; next }
-        block == "sh" || block == "bat" {
+        function mention(text) { if (begins(text)) print "text", FILENAME ":" FNR, text }
+        FNR == 1 { block = ""; inside = 0 }
+        /^```/ { inside = !inside; block = inside ? "```" substr($0, 4) : ""; next }
+        block == "```sh" || block == "```bat" {
             sub(/ *(  |^)(#|rem ).*/, "")
             joined = joined $0
             if (sub(/ *\\$/, " ", joined)) next
-            if (joined != "") print block, FILENAME ":" FNR, joined
+            if (joined != "") print substr(block, 4), FILENAME ":" FNR, joined
             joined = ""
             next
         }
-        block == "text" { print "out", FILENAME ":" FNR, $0 }
+        block == "```text" { print "out", FILENAME ":" FNR, $0 }
         block != "" { next }
-        /^    / { text = $0; sub(/^ +/, "", text); sub(/  +#.*/, "", text); if (begins(text)) print "text", FILENAME ":" FNR, text }
-        { n = split($0, spans, "`"); for (i = 2; i <= n; i += 2) if (begins(spans[i])) print "text", FILENAME ":" FNR, spans[i] }
+        /^    / { text = $0; sub(/^ +/, "", text); sub(/  +#.*/, "", text); mention(text) }
+        { n = split($0, spans, "`"); for (i = 2; i <= n; i += 2) mention(spans[i]) }
     ' README.md CONTRIBUTING.md "${pages[@]}"
 }
 # The console's manual has a test of its own, among the golden cases, which compares every character of its screens.

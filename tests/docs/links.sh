@@ -44,10 +44,14 @@ explained() {
     done
     [ $count -gt 10 ] || fail "$1: only $count texts were found in the sources"
 }
-sources=(host/property.cpp provider/provider.cpp appcrash/app_crash_metric.cpp lamina/lamina_metric.cpp lamina/lamina_log_collector.cpp)
+sources=(host/property.cpp provider/provider.cpp appcrash/app_crash_metric.cpp
+    lamina/lamina_metric.cpp lamina/lamina_log_collector.cpp)
 # Texts of several words, or of one with a capital letter alone in its call; not paths, names and markers.
 grep -hoP '(Log|LogInfo|LogError|LogFailure)\((.*, )?L"\K[^"]+|^ *L"\K[A-Z][^"|\\]* [^"]+' "${sources[@]}" |
     explained docs/operations.md
-grep -hoP 'L"\K(appcrash|lamina)\|[^"]+' "${sources[@]}" | sort -u | cat - <(sed -n 's/.*L"\(eventlog|[^"]*\)".*/\1/p' provider/metric_factory.cpp) \
-    <(grep -oP '^    \{L"\K[^"]+' lamina/agent_event.cpp) | explained docs/metrics.md
+{
+    grep -hoP 'L"\K(appcrash|lamina)\|[^"]+' "${sources[@]}"
+    grep -oP 'L"\Keventlog\|[^"]+' provider/metric_factory.cpp
+    grep -oP '^    \{L"\K[^"]+' lamina/agent_event.cpp
+} | explained docs/metrics.md
 exit $failed

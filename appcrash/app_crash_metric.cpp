@@ -97,7 +97,6 @@ bool CAppCrashMetric::BuildHostNameLine()
         return false;
     }
     std::wstring name(static_cast<size_t>(size) + 1, L'\0');
-    SetLastError(ERROR_SUCCESS);
     if (!GetComputerNameExW(ComputerNameNetBIOS, name.data(), &size)) {
         const HRESULT hr = HresultFromWin32(GetLastError());
         LogFailure(Logger(), hr, L"Failed to query the NetBIOS name of the local machine");

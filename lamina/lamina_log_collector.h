@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/log.h"
-#include "lamina/mounted_entries.h"
 #include "host/owned_handles.h"
+#include "lamina/mounted_entries.h"
 
 #include <wrl/client.h>
 

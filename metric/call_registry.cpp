@@ -40,21 +40,32 @@ void CallRegistry::Add(const void* context, const std::weak_ptr<CMetric>& metric
     std::erase_if(entries_, [&](const Entry& e) { return surplus > 0 && e.metric.expired() && surplus-- > 0; });
 }
 
+void CallRegistry::Forget(const void* context)
+{
+    const std::lock_guard guard(lock_);
+    for (Entry& entry : entries_) {
+        entry.context = entry.context == context ? nullptr : entry.context;
+    }
+}
+
 std::shared_ptr<CMetric> CallRegistry::Find(const void* context)
 {
     const std::shared_lock guard(lock_);
     const auto entry =
         std::find_if(entries_.rbegin(), entries_.rend(), [&](const Entry& e) { return e.context == context; });
-    return entry == entries_.rend() ? nullptr : entry->metric.lock();
+    return context == nullptr || entry == entries_.rend() ? nullptr : entry->metric.lock();
 }
 
 void CallRegistry::CloseSubscription(EVT_HANDLE subscription) noexcept
 {
-    Call* const call = FindOnThisThread([](const Call&) { return true; });
-    if (call == nullptr) {
+    auto* const innermost = static_cast<Call*>(TlsGetValue(threadSlot_));
+    bool isInDelivery = false;
+    for (const Call* call = innermost; call != nullptr; call = call->outer_) {
+        isInDelivery = isInDelivery || call->isDelivery_;
+    }
+    if (innermost == nullptr) {
         EvtClose(subscription);
-    } else if (FindOnThisThread([](const Call& outer) { return outer.isDelivery_; }) != nullptr ||
-               !call->CloseAtEnd(subscription)) {
+    } else if (isInDelivery || !innermost->CloseAtEnd(subscription)) {
         CloseOnPool(subscription);
     }
 }
@@ -81,16 +92,6 @@ void CALLBACK CallRegistry::CloseOnPoolThread(PTP_CALLBACK_INSTANCE instance, vo
     --Instance().activity_;
 }
 
-template <typename Predicate>
-CallRegistry::Call* CallRegistry::FindOnThisThread(Predicate predicate) const
-{
-    auto* call = static_cast<Call*>(TlsGetValue(threadSlot_));
-    while (call != nullptr && !predicate(*call)) {
-        call = call->outer_;
-    }
-    return call;
-}
-
 CallRegistry::Call::Call(bool isDelivery) : isDelivery_(isDelivery)
 {
     ++Instance().activity_;
@@ -104,6 +105,16 @@ void CallRegistry::Call::Enter()
     if (!entered_) {
         throw std::bad_alloc(); // the system has a few places ready for each thread and makes more when they are used
     }
+}
+
+void CallRegistry::Call::Hold(std::shared_ptr<CMetric> metric)
+{
+    for (const Call* outer = outer_; outer != nullptr; outer = outer->outer_) {
+        if (metric && outer->metric_ == metric) {
+            throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+        }
+    }
+    metric_ = std::move(metric);
 }
 
 CallRegistry::Call::~Call()
@@ -136,19 +147,14 @@ bool CallRegistry::Call::CloseAtEnd(EVT_HANDLE subscription) noexcept
 
 CallRegistry::Delivery::Delivery(const void* context) : Call(true)
 {
-    metric_ = Instance().Find(context);
-    if (metric_) {
-        Enter();
-    }
+    Enter(); // first: should the metric end with this call, its subscription must not be closed in here
+    Hold(Instance().Find(context));
 }
 
 CallRegistry::Collection::Collection(std::shared_ptr<CMetric> metric) : Call(false)
 {
-    if (Instance().FindOnThisThread([&](const Call& call) { return call.metric_ == metric; })) {
-        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
-    }
-    metric_ = std::move(metric);
     Enter();
+    Hold(std::move(metric));
 }
 
 } // namespace orvel

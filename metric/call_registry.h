@@ -35,6 +35,9 @@ public:
     /// called, and its address stays out of use until many later subscriptions were made.
     void Add(const void* context, const std::weak_ptr<CMetric>& metric);
 
+    /// Lets no delivery that starts from now on reach the metric of a context.
+    void Forget(const void* context);
+
     /// Closes a subscription, waiting for its running callbacks if the platform does so. A thread that is inside a
     /// collection must not wait, since it holds a lock that such a callback may need: it closes when it has left the
     /// collection. One that is inside a delivery must not either, since the platform might wait for that very delivery:
@@ -58,6 +61,9 @@ public:
     protected:
         explicit Call(bool isDelivery);
         void Enter(); // throws std::bad_alloc
+        /// Throws std::system_error when this thread is already inside that metric, whose lock it would then wait for
+        /// for ever.
+        void Hold(std::shared_ptr<CMetric> metric);
 
         std::shared_ptr<CMetric> metric_;
 
@@ -70,14 +76,13 @@ public:
         std::vector<EVT_HANDLE> closings_; // for the end of a collection
     };
 
-    /// A delivery that the platform has started with `context`. Throws std::bad_alloc.
+    /// A delivery that the platform has started with `context`. Throws as Enter and Hold.
     class Delivery : public Call {
     public:
         explicit Delivery(const void* context);
     };
 
-    /// A collection of a metric by the host. Throws std::system_error when this thread is already inside that metric,
-    /// whose lock it would then wait for for ever, and std::bad_alloc.
+    /// A collection of a metric by the host. Throws as Enter and Hold.
     class Collection : public Call {
     public:
         explicit Collection(std::shared_ptr<CMetric> metric);
@@ -85,13 +90,9 @@ public:
 
 private:
     struct Entry {
-        const void* context;
+        const void* context; // null when forgotten; the reference still keeps the address
         std::weak_ptr<CMetric> metric;
     };
-
-    /// The innermost running call of this thread that satisfies `predicate`, or null.
-    template <typename Predicate>
-    Call* FindOnThisThread(Predicate predicate) const;
 
     /// The metric of a context; null when it is gone.
     std::shared_ptr<CMetric> Find(const void* context);

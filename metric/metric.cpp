@@ -79,6 +79,11 @@ HRESULT CMetric::Unsubscribe()
     return S_OK;
 }
 
+void CMetric::EndDeliveries()
+{
+    CallRegistry::Instance().Forget(&subscription_);
+}
+
 HRESULT CMetric::GetProperty(IXMLDOMElement* configuration, const wchar_t* property, std::wstring& value)
 {
     return orvel::GetProperty(configuration, property, logger_.Get(), value);

@@ -52,6 +52,9 @@ public:
     /// metric's own delivery or collection, the platform's handle is closed as soon as that has ended.
     virtual HRESULT Unsubscribe();
 
+    /// Lets no delivery that starts from now on reach this metric; its subscription stays open.
+    void EndDeliveries();
+
     /// Writes the metric's values to `sink`; the result is the metric's own. `context` is the host's and not read.
     /// Throws `_com_error` with E_OUTOFMEMORY.
     virtual HRESULT Collect(IMetricSink* sink, LONG_PTR context) = 0;

@@ -17,7 +17,7 @@ public:
     /// Null before start-up.
     HMODULE Handle() const noexcept { return handle_; }
 
-    /// Full path of the module's file. Throws std::bad_alloc.
+    /// Full path of the module's file; empty on failure, with the last error set. Throws std::bad_alloc.
     std::wstring Path() const;
 
     /// Whether registration works on the user's classes instead of the machine's; once chosen, it stays.

@@ -169,6 +169,9 @@ HRESULT RegisterModule() noexcept
 {
     const SystemThreadLocale locale;
     return OnClasses([](HKEY classes) {
+        if (CEventLogProviderModule::Instance().Path().empty()) {
+            return FromStatus(static_cast<LSTATUS>(GetLastError()));
+        }
         HRESULT hr = RunScript(kModuleScript, classes, RegisterScript);
         if (SUCCEEDED(hr)) {
             hr = RunScript(kClassScript, classes, RegisterScript);

@@ -38,7 +38,11 @@ void Replace(ComPtr<Interface>& held, Interface* replacement)
 
 CProvider::~CProvider()
 {
-    // A metric whose delivery is running outlives the table, its subscription must not.
+    // A metric whose delivery is running outlives the table, its subscription must not. No delivery may start any more
+    // while the others are closed, so that a metric that has none now is the table's alone.
+    for (const auto& [name, metric] : metrics_) {
+        metric->EndDeliveries();
+    }
     for (const auto& [name, metric] : metrics_) {
         if (metric.use_count() > 1) {
             metric->Unsubscribe();
@@ -62,18 +66,17 @@ HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
             return S_OK;
         }
         const ComPtr<IUnknown> self(this);
-        const ComPtr<IAgentLogger> logger = logger_;
-        std::shared_ptr<CMetric> metric = CreateMetric(key, logger.Get(), host_.Get());
+        std::shared_ptr<CMetric> metric = CreateMetric(key, logger_.Get(), host_.Get());
         if (!metric) {
             return S_OK;
         }
-        Log(logger.Get(), LogLevel::Info, L"created metric '%s'.", name);
+        Log(Logger().Get(), LogLevel::Info, L"created metric '%s'.", name);
         const HRESULT hr = metric->Subscribe(element.Get());
         if (FAILED(hr)) {
-            LogFailure(logger.Get(), hr, L"Failed to subscribe metric '%s'.", name);
+            LogFailure(Logger().Get(), hr, L"Failed to subscribe metric '%s'.", name);
             return hr;
         }
-        Log(logger.Get(), LogLevel::Info, L"Subscribed from metric '%s'.", name);
+        Log(Logger().Get(), LogLevel::Info, L"Subscribed from metric '%s'.", name);
         metrics_.insert_or_assign(std::move(key), std::move(metric));
         return S_OK;
     });
@@ -90,10 +93,9 @@ HRESULT CProvider::UnsubscribeMetric(BSTR name)
             return S_OK;
         }
         const ComPtr<IUnknown> self(this);
-        const ComPtr<IAgentLogger> logger = logger_;
         found->second->Unsubscribe();
         metrics_.extract(found); // the metric ends here, when the table no longer knows it
-        Log(logger.Get(), LogLevel::Info, L"Unsubscribed from metric '%s'.", name);
+        Log(Logger().Get(), LogLevel::Info, L"Unsubscribed from metric '%s'.", name);
         return S_OK;
     });
 }
@@ -102,12 +104,11 @@ HRESULT CProvider::UnsubscribeAll()
 {
     return EnterModule([&]() -> HRESULT {
         const ComPtr<IUnknown> self(this);
-        const ComPtr<IAgentLogger> logger = logger_;
         for (const auto& [name, metric] : metrics_) {
             metric->Unsubscribe();
         }
         std::exchange(metrics_, {}); // the metrics end here, when the table is already empty
-        Log(logger.Get(), LogLevel::Info, L"Unsubscribed all metrics.");
+        Log(Logger().Get(), LogLevel::Info, L"Unsubscribed all metrics.");
         return S_OK;
     });
 }
@@ -132,8 +133,7 @@ HRESULT CProvider::QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink)
         }
         const auto found = metrics_.find(NameOf(name));
         if (found == metrics_.end()) {
-            const ComPtr<IAgentLogger> logger = logger_;
-            Log(logger.Get(), LogLevel::Info, L"Metric '%s' should be queried from internal metric.", name);
+            Log(Logger().Get(), LogLevel::Info, L"Metric '%s' should be queried from internal metric.", name);
             return S_OK;
         }
         const CallRegistry::Collection collection(found->second);

@@ -52,6 +52,8 @@ protected:
 
 private:
     static HRESULT NotServed() { return S_OK; }
+    /// Held for the line that it takes, in which the host may set another.
+    Microsoft::WRL::ComPtr<IAgentLogger> Logger() const { return logger_; }
 
     Microsoft::WRL::ComPtr<IAgentLogger> logger_;
     Microsoft::WRL::ComPtr<IAgentHost> host_;

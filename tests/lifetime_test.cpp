@@ -102,4 +102,62 @@ TEST_P(LifetimeTest, TheSinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
 INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),
                          [](const auto& mode) { return mode.param == 0 ? "Waits" : "DoesNotWait"; });
 
+/// Stands between the module and the Event Log: subscriptions deliver when the test calls their callback.
+struct Subscribed {
+    EVT_SUBSCRIBE_CALLBACK callback;
+    void* context;
+    DWORD Deliver() const { return callback(EvtSubscribeActionDeliver, context, nullptr); }
+};
+std::vector<Subscribed> subscribed;
+std::function<void()> onClose;
+
+EVT_HANDLE WINAPI TakeSubscription(EVT_HANDLE, HANDLE, LPCWSTR, LPCWSTR, EVT_HANDLE, PVOID context,
+                                   EVT_SUBSCRIBE_CALLBACK callback, DWORD)
+{
+    subscribed.push_back({callback, context});
+    return &subscribed;
+}
+
+WINBOOL WINAPI CloseSubscription(EVT_HANDLE handle)
+{
+    if (handle != &subscribed) {
+        const FARPROC close = GetProcAddress(Replay().module, "EvtClose");
+        return reinterpret_cast<decltype(&EvtClose)>(reinterpret_cast<void*>(close))(handle);
+    }
+    if (onClose) {
+        onClose();
+    }
+    return TRUE;
+}
+
+TEST_F(ModuleTest, NoDeliveryStartsWhileTheProviderEndsNorInsideItself)
+{
+    const ImportPatch take(module, "EvtSubscribe", &TakeSubscription);
+    const ImportPatch close(module, "EvtClose", &CloseSubscription);
+    ASSERT_EQ(Subscribe() | Subscribe(L"eventlog|eventlog_lamina"), S_OK);
+    ASSERT_EQ(subscribed.size(), 2U);
+    Signal inside;
+    Signal proceed;
+    logger.Take();
+    logger.onNextLine = [&] {
+        EXPECT_THROW(subscribed[1].Deliver(), std::system_error);
+        inside.Give();
+        proceed.Await();
+    };
+    std::thread delivery([] { subscribed[1].Deliver(); });
+    inside.Await();
+    onClose = [&] {
+        const DWORD before = Replay().Calls(ReplayEvtCreateRenderContext);
+        subscribed[0].Deliver();
+        EXPECT_EQ(Replay().Calls(ReplayEvtCreateRenderContext), before) << "the crash metric took the event";
+        proceed.Give();
+        delivery.join();
+        onClose = nullptr;
+    };
+    provider.Reset();
+    EXPECT_FALSE(delivery.joinable()) << "the subscription of the running delivery was not closed";
+    EXPECT_EQ(logger.references.load() + host.references.load(), 0);
+    subscribed.clear();
+}
+
 } // namespace

@@ -15,12 +15,11 @@ using Tree = std::set<std::wstring>;
 using Strings = std::vector<std::wstring>;
 
 // All below a key, as "key", "key|name=text" and "key|name=#number" lines.
-Tree Read(HKEY root, const wchar_t* path = L"Software\\Classes", const std::wstring& shown = L"")
+void Read(HKEY root, const wchar_t* path, const std::wstring& shown, Tree& lines)
 {
     HKEY opened = nullptr;
     RegOpenKeyExW(root, path, 0, KEY_READ, &opened);
     const RegistryKey key(opened);
-    Tree lines;
     std::vector<wchar_t> found(16384), text(32768);
     for (DWORD i = 0;; ++i) {
         DWORD length = 16384, size = 65534, type = 0;
@@ -40,8 +39,14 @@ Tree Read(HKEY root, const wchar_t* path = L"Software\\Classes", const std::wstr
         }
         const std::wstring below = (shown.empty() ? L"" : shown + L"\\") + name;
         lines.insert(below);
-        lines.merge(Read(opened, name, below));
+        Read(opened, name, below, lines);
     }
+}
+
+Tree Read(HKEY root, const wchar_t* path = L"Software\\Classes")
+{
+    Tree lines;
+    Read(root, path, L"", lines);
     return lines;
 }
 

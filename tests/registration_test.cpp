@@ -104,28 +104,29 @@ Tree Change(const Tree& before, const Tree& after)
 
 TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
 {
-    for (const std::wstring commandLine : {L"uSeR", L"", L"use", L"users"}) {
-        SCOPED_TRACE(testing::PrintToString(commandLine));
-        const bool isPerUser = _wcsicmp(commandLine.c_str(), L"user") == 0;
-        HKEY own = isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
-        HKEY other = isPerUser ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
-        // What others keep in a shared key must survive, and what the branches lack is not the module's to remove.
+    // What others keep in a shared key must survive, and what the branches lack is not the module's to remove.
+    for (const HKEY branch : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE}) {
         for (const wchar_t* parent : {L"AppID", L"CLSID", L"TypeLib"}) {
             const std::wstring path = std::wstring(L"Software\\Classes\\") + parent + L"\\Neighbour";
-            ASSERT_EQ(RegSetValueW(own, path.c_str(), REG_SZ, L"", 0), ERROR_SUCCESS);
+            ASSERT_EQ(RegSetValueW(branch, path.c_str(), REG_SZ, L"", 0), ERROR_SUCCESS);
         }
+    }
+    const Tree userBefore = Read(HKEY_CURRENT_USER), machineBefore = Read(HKEY_LOCAL_MACHINE);
+    for (const std::wstring commandLine : {L"uSeR", L"", L"use", L"users"}) {
+        SCOPED_TRACE(testing::PrintToString(commandLine));
+        const bool isPerUser = commandLine == L"uSeR";
         const OddModule module;
-        const Tree before = Read(own), otherBefore = Read(other);
         ASSERT_EQ(module.Install(TRUE, commandLine.c_str()), S_OK);
-        const Tree once = Read(own);
-        EXPECT_EQ(Change(Additions(), Change(before, once)), Tree());
-        EXPECT_EQ(module.Register(), S_OK); // the choice holds for later calls
-        EXPECT_EQ(Change(once, Read(own)), Tree());
-        EXPECT_EQ(Change(otherBefore, Read(other)), Tree());
+        EXPECT_EQ(module.Register(), S_OK); // the choice holds for later calls, and twice is once
+        const Tree user = Change(userBefore, Read(HKEY_CURRENT_USER));
+        const Tree machine = Change(machineBefore, Read(HKEY_LOCAL_MACHINE));
+        EXPECT_EQ(Change(Additions(), isPerUser ? user : machine), Tree());
+        EXPECT_EQ(isPerUser ? machine : user, Tree());
         EXPECT_EQ(module.Unregister(), S_OK);
-        EXPECT_EQ(Change(before, Read(own)), Tree());
         EXPECT_EQ(module.Install(FALSE, nullptr), S_OK);
     }
+    EXPECT_EQ(Change(userBefore, Read(HKEY_CURRENT_USER)), Tree());
+    EXPECT_EQ(Change(machineBefore, Read(HKEY_LOCAL_MACHINE)), Tree());
 }
 
 int callsUntilFailure;

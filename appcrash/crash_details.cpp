@@ -25,9 +25,13 @@ wchar_t* AppendWithMarkup(wchar_t* to, std::wstring_view message)
         if (at == message.size()) {
             return to;
         }
-        const bool isBreak = message.substr(at, kLineBreak.size()) == kLineBreak;
-        to = Append(to, isBreak ? kLineBreakMarkup : kLineBreak.substr(0, 1));
-        from = at + (isBreak ? kLineBreak.size() : 1);
+        if (StartsWith(message.substr(at), kLineBreak)) {
+            to = Append(to, kLineBreakMarkup);
+            from = at + kLineBreak.size();
+        } else {
+            *to++ = message[at];
+            from = at + 1;
+        }
     }
 }
 

@@ -1,5 +1,7 @@
 #include "lamina/agent_event.h"
 
+#include "host/text_search.h"
+
 #include <string_view>
 
 namespace orvel {
@@ -32,9 +34,7 @@ AgentEventKind ClassifyAgentEvent(const AgentEventRecord& event)
 {
     const std::wstring_view message = event.message;
     for (const Rule& rule : kRules) {
-        // Most messages differ in their first character, which spares the comparison of the rest.
-        if (!message.empty() && message.front() == rule.start.front() && message.starts_with(rule.start) &&
-            message.find(rule.part) != message.npos) {
+        if (StartsWith(message, rule.start) && (rule.part.empty() || FindText(message, rule.part, 0) != message.npos)) {
             return rule.kind;
         }
     }

@@ -249,8 +249,8 @@ void RunThreadCase(Rig& rig, Report& report, const Events& events)
 void RunEventCases(Rig& rig, const std::wstring& agentFolder, Report& report)
 {
     const Events events(rig);
+    RunLaminaCases(rig, agentFolder, report, events); // before the heap has held a hundred thousand records
     RunCrashCases(rig, report, events);
-    RunLaminaCases(rig, agentFolder, report, events);
     RunCounts(rig, report, events);
     RunScaleCases(rig, report, events);
     RunThreadCase(rig, report, events);

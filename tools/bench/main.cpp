@@ -46,6 +46,9 @@ try {
         RunEventCases(rig, agent.wstring(), report);
     }
     std::filesystem::remove_all(agent);
+    if (!report.IsWithinGoals() && !isJson) {
+        std::puts("docs/performance.md tells what a line above its goal spends, and why it cannot come below.");
+    }
     return report.IsWithinGoals() ? 0 : 1;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench: %s\n", failure.what());

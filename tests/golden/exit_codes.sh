@@ -96,6 +96,14 @@ expect 4 'missing.jsonl' check --config good.xml --replay "$export" --expect mis
 "$here/../../cmake/wine.sh" "$console" run --config good.xml --replay "$export" --module "$dll" --format jsonl \
     >expected.jsonl 2>/dev/null
 expect 0 '"selected":' check --config good.xml --replay "$export" --module "$dll" --expect expected.jsonl --format jsonl
+cat >actions.export.xml <<'EOF'
+<Events xmlns:replay='urn:orvel:replay'><replay:wait milliseconds='600000'/><replay:write file='made.txt'/>
+<Event><System><Provider Name='a'/><Channel>Application</Channel></System></Event></Events>
+EOF
+expect 0 'note: 2 replay actions left out' check --config good.xml --replay actions.export.xml --module "$dll"
+[ ! -e made.txt ] || { echo "a check has written a file without being asked to"; failed=1; }
+expect 0 '3 of 3 entries played' check --config good.xml --replay actions.export.xml --module "$dll" --actions
+[ -e made.txt ] || { echo "a check with --actions has not carried them out"; failed=1; }
 sed 1d expected.jsonl >less.jsonl
 expect 10 '+ {"collection":1' check --config good.xml --replay "$export" --module "$dll" --expect less.jsonl
 { cat expected.jsonl && echo '{"more":1}'; } >more.jsonl

@@ -113,6 +113,10 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
                                ->check(CLI::Range(1U, 1'000'000U))
                                ->needs("--replay")
                                ->type_name("[N]");
+    check
+        ->add_flag("--actions", options.actions,
+                   "Carry out the export's actions on this computer's files and registry; without it they are left out")
+        ->needs("--replay");
     check->add_option("--expect", expect, "Compare what would be written with these lines of run --format jsonl")
         ->needs("--replay")
         ->type_name("FILE");

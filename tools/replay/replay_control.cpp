@@ -129,7 +129,12 @@ DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index, const GoOn&
         return Deliver({log, index, 1, ERROR_SUCCESS, nullptr});
     }
     const auto& action = std::get<Action>(log->entries[index]);
-    const DWORD code = action.kind == Action::Wait ? Wait(action, goOn) : CarryOut(action);
+    const bool isWait = action.kind == Action::Wait;
+    const Behaviour& behaviour = Behaviour::Instance();
+    if (behaviour.Has(ReplayWithoutActions) || (isWait && behaviour.Has(ReplayWithoutWaits))) {
+        return ERROR_SUCCESS;
+    }
+    const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
         Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + action.node.name +
                                          L"> in line " + std::to_wstring(action.node.line) + L": error " +

@@ -49,6 +49,8 @@ enum ReplayMode : DWORD {
     ReplayOnCallingThread = 8,    // ReplayPlay and ReplayDeliver call back on the caller's own thread
     ReplayErrorAtSizingCall = 16, // 15027 to 15031 of a message without text come at the sizing call (default: 15027
                                   // there, 15029 to 15031 at the second)
+    ReplayWithoutWaits = 32,      // ReplayPlay passes over actions that wait
+    ReplayWithoutActions = 64,    // ReplayPlay passes over all actions
 };
 
 /// Called after each entry, event or action, with how many of how many are done, and from time to time while an action

@@ -1,106 +1,103 @@
-#include "tools/console/difference.h"
+#include "tools/console/writers.h"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <string_view>
-#include <vector>
 
 namespace orvel::console {
 
 namespace {
 
-using Lines = std::vector<std::string_view>;
+struct Line {
+    std::string_view text;
+    size_t number;
+    bool operator==(const Line& other) const { return text == other.text; }
+};
 
-Lines Split(std::string_view text)
+/// The lines that are values, with their numbers among all.
+std::vector<Line> Split(std::string_view text)
 {
-    Lines lines;
-    while (!text.empty()) {
+    std::vector<Line> lines;
+    for (size_t number = 1; !text.empty(); ++number) {
         const size_t end = std::min(text.find('\n'), text.size());
         std::string_view line = text.substr(0, end);
         line.remove_suffix(line.ends_with('\r') ? 1 : 0);
-        if (!line.empty()) {
-            lines.push_back(line);
+        if (!line.empty() && !line.starts_with("{\"check\":")) {
+            lines.push_back({line, number});
         }
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return lines;
 }
 
-/// The bytes around a place, not cut within a character.
+/// Where the character begins that a byte belongs to.
+size_t Start(std::string_view line, size_t at)
+{
+    for (; at > 0 && at < line.size() && (line[at] & 0xC0) == 0x80; --at) {
+    }
+    return at;
+}
+
+/// The characters around a place.
 std::string Around(std::string_view line, size_t place, size_t around)
 {
-    const auto isInside = [&](size_t at) { return at < line.size() && (line[at] & 0xC0) == 0x80; };
-    size_t start = place > around ? place - around : 0;
-    size_t end = std::min(place + around, line.size());
-    for (; isInside(start); --start) {
-    }
-    for (; isInside(end); ++end) {
-    }
+    const size_t start = Start(line, place > around ? place - around : 0);
+    const size_t end = Start(line, std::min(place + around, line.size()));
     return (start > 0 ? "..." : "") + std::string(line.substr(start, end - start)) + (end < line.size() ? "..." : "");
 }
 
-/// Expected and actual lines in a row that have no counterpart.
-std::string Show(const Lines& expected, size_t from, size_t to, const Lines& actual, size_t start, size_t end)
+/// Two lines of which one stands for the other: their beginnings tell which they are.
+std::string ShowBoth(std::string_view expected, std::string_view actual)
 {
-    constexpr size_t kMost = 20;
     constexpr size_t kAround = 24;
     constexpr size_t kBeginning = 130;
-    std::string text;
-    for (size_t shown = 0; from < to || start < end; ++shown, ++from, ++start) {
-        if (shown == kMost) {
-            return text + "  and " + std::to_string(to - std::min(from, to)) + " more expected, " +
-                   std::to_string(end - std::min(start, end)) + " more written\n";
-        }
-        const bool isBoth = from < to && start < end;
-        // Of two that stand for each other, their beginnings tell which they are.
-        const auto shorten = [&](std::string_view line) {
-            return isBoth ? Around(line, 0, kBeginning) : std::string(line);
-        };
-        text += from < to ? "- " + shorten(expected[from]) + "\n" : "";
-        text += start < end ? "+ " + shorten(actual[start]) + "\n" : "";
-        if (isBoth) {
-            const auto& [left, right] = std::pair(expected[from], actual[start]);
-            const auto place = static_cast<size_t>(
-                std::mismatch(left.begin(), left.end(), right.begin(), right.end()).first - left.begin());
-            text += "  they part at character " + std::to_string(place + 1) + ":\n    expected " +
-                    Around(left, place, kAround) + "\n    written  " + Around(right, place, kAround) + "\n";
-        }
+    const auto parting = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end()).first;
+    const size_t place = Start(expected, static_cast<size_t>(parting - expected.begin()));
+    size_t character = 1;
+    for (size_t at = 0; at < place; ++at) {
+        character += Start(expected, at) == at ? 1 : 0;
     }
-    return text;
+    return "- " + Around(expected, 0, kBeginning) + "\n+ " + Around(actual, 0, kBeginning) +
+           "\n  they part at character " + std::to_string(character) + ":\n    expected " +
+           Around(expected, place, kAround) + "\n    written  " + Around(actual, place, kAround) + "\n";
 }
 
 } // namespace
 
 std::string Difference(const std::string& expectedText, const std::string& actualText)
 {
-    const Lines expected = Split(expectedText);
-    const Lines actual = Split(actualText);
+    constexpr size_t kMost = 20;
+    const std::vector<Line> expected = Split(expectedText);
+    const std::vector<Line> actual = Split(actualText);
+    // What is alike at both ends is left out, and the rest is compared line by line.
+    const auto [left, right] = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end());
+    const auto [leftEnd, rightEnd] = std::mismatch(expected.rbegin(), std::make_reverse_iterator(left), actual.rbegin(),
+                                                   std::make_reverse_iterator(right));
+    const std::span missing(left, leftEnd.base());
+    const std::span added(right, rightEnd.base());
     std::string text;
-    size_t left = 0;
-    size_t right = 0;
-    while (left < expected.size() || right < actual.size()) {
-        if (left < expected.size() && right < actual.size() && expected[left] == actual[right]) {
-            ++left;
-            ++right;
+    size_t shown = 0;
+    bool isGoingOn = false;
+    for (size_t i = 0; i < std::max(missing.size(), added.size()); ++i) {
+        const bool isBoth = i < missing.size() && i < added.size();
+        if (isBoth && missing[i] == added[i]) {
+            isGoingOn = false;
             continue;
         }
-        // The lines meet again where the fewest are left out; looked for within a bounded distance.
-        constexpr size_t kFarthest = 400;
-        size_t skipLeft = expected.size() - left;
-        size_t skipRight = actual.size() - right;
-        for (size_t skipped = 1; skipped < std::min(kFarthest, skipLeft + skipRight); ++skipped) {
-            for (size_t i = 0; i <= skipped; ++i) {
-                const size_t a = left + i;
-                const size_t b = right + skipped - i;
-                if (a < expected.size() && b < actual.size() && expected[a] == actual[b]) {
-                    skipLeft = i;
-                    skipRight = skipped - i;
-                }
-            }
+        if (shown++ == kMost) {
+            return text + "  and " + std::to_string(missing.size() - std::min(i, missing.size())) +
+                   " more lines expected, " + std::to_string(added.size() - std::min(i, added.size())) +
+                   " more written\n";
         }
-        text += "at line " + std::to_string(left + 1) + " of what is expected\n" +
-                Show(expected, left, left + skipLeft, actual, right, right + skipRight);
-        left += skipLeft;
-        right += skipRight;
+        if (!std::exchange(isGoingOn, true)) {
+            const size_t at = static_cast<size_t>(left - expected.begin()) + i;
+            const size_t line = at < expected.size() ? expected[at].number : expected.empty() ? 1 : expected.back().number + 1;
+            text += "at line " + std::to_string(line) + " of what is expected\n";
+        }
+        text += isBoth               ? ShowBoth(missing[i].text, added[i].text)
+                : i < missing.size() ? "- " + std::string(missing[i].text) + "\n"
+                                     : "+ " + std::string(added[i].text) + "\n";
     }
     return text;
 }

@@ -33,4 +33,9 @@ std::wstring DrawTimeline(const Collection& collection, size_t width = 0);
 /// The provider's info lines of the collection, for people.
 std::wstring Reasons(const Collection& collection);
 
+/// How two texts of lines differ, for people; empty when they do not. Lines that are blank or those of a check's report
+/// are no part of either. Lines that are in one only are marked with - and +; where one stands for another, the place
+/// where they part is shown.
+std::string Difference(const std::string& expected, const std::string& actual);
+
 } // namespace orvel::console

@@ -190,7 +190,12 @@ std::string Shortened(Collection collection)
 std::string ReadExpected(const std::wstring& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
-    const std::string text = ReadInput(path, ExitCode::Export);
+    std::string text = ReadInput(path, ExitCode::Export);
+    if (text.starts_with("\xFF\xFE") || text.find('\0') != text.npos) {
+        throw Failure(ExitCode::Export, InputName(path) + ": the lines are in UTF-16; make them UTF-8, in PowerShell " +
+                                            "with: Get-Content FILE | Set-Content -Encoding UTF8 NEWFILE");
+    }
+    text.erase(0, text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
     wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = L"";
     DWORD size = ARRAYSIZE(name);
     GetComputerNameExW(ComputerNameNetBIOS, name, &size);

@@ -40,6 +40,7 @@ config no-such-channel.xml '<metric name="eventlog|eventlog_appcrash"><channel>L
 config wrong-query.xml '<metric name="eventlog|eventlog_appcrash"><channel>Setup</channel><query>*[a</query></metric>'
 config select.xml '<metric name="eventlog|eventlog_appcrash"><channel/><query><![CDATA[<QueryList><Query Path="a">
 <Select>*[System[Level=x]]</Select></Query></QueryList>]]></query></metric>'
+config blank.xml '<metric name="eventlog|eventlog_appcrash"><channel>Application</channel><query> </query></metric>'
 : >empty.export.xml
 printf '<Events/>' >root.export.xml
 printf '\211PNG\r\n\0\0' >binary.export.xml
@@ -86,6 +87,8 @@ expect 9 'at character 4)' check --config wrong-query.xml
 expect 0 'no event will come' run --config wrong-query.xml --replay "$export" --module "$dll"
 expect 9 '            *[System[Level=x]]' check --config select.xml
 expect 0 'of which the export has no event; it has' check --config no-such-channel.xml --replay "$export" --module "$dll"
+expect 0 'empty, which selects all' check --config blank.xml
+grep -q 'channel   Application' output || { echo 'a blank query is taken for a list'; failed=1; }
 expect 0 'complete, and the query is understood' check --config - <good.xml
 expect 0 ' of the export' check --config good.xml --replay - --module "$dll" <"$export"
 expect 0 'entries played' run --config - --replay "$export" --speed 1000000000x --module "$dll" <good.xml

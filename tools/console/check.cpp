@@ -138,9 +138,11 @@ std::wstring Report(const Finding& finding, const Options& options)
     }
     const bool hasExport = !options.replay.empty();
     // With a QueryList the Event Log takes the channels from there.
-    const bool isStructured = finding.metric.query.find_first_not_of(L" \t\r\n") == finding.metric.query.find(L'<');
+    const std::wstring& query = finding.metric.query;
+    const size_t first = query.find_first_not_of(L" \t\r\n");
+    const bool isStructured = first != query.npos && query[first] == L'<';
     text += Line(L"channel", isStructured ? L"as the query list names them" : ShowChannel(finding, hasExport));
-    text += Line(L"query", finding.metric.query.empty() ? L"empty, which selects all" : finding.metric.query);
+    text += Line(L"query", first == query.npos ? L"empty, which selects all" : query);
     if (!hasExport) {
         return text + Line(Marked(kGood, L"good").c_str(), L"complete, and the query is understood") + L"\n";
     }

@@ -1,6 +1,7 @@
 #include "tools/console/host_objects.h"
 
 #include "host/log.h"
+#include "tools/console/terminal.h"
 #include "tools/console/text.h"
 
 namespace orvel::console {
@@ -56,7 +57,7 @@ HRESULT Logger::Take(LONG level, const char* name, BSTR text)
     line.erase(line.find_last_not_of(L"\r\n") + 1); // the system ends its error texts with a line break
     const std::lock_guard guard(lock_);
     if ((shown_ & level) != 0) {
-        WriteLine(name + ToUtf8(line));
+        WriteLine(name + ToUtf8(Printable(line)));
     }
     if (level == static_cast<LONG>(LogLevel::Info) && keptThread_ == GetCurrentThreadId()) {
         kept_.push_back(std::move(line));

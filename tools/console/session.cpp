@@ -157,7 +157,7 @@ void Session::WaitForEvents()
     }
     firstTime_ = replay_->EntryTime(0);
     const DWORD error = replay_->Play(&Session::OnProgress, this);
-    progress_.Finish();
+    EndProgress();
     if (playFailure_) {
         std::rethrow_exception(playFailure_);
     }
@@ -171,7 +171,7 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
 {
     Session& self = *static_cast<Session*>(context);
     try {
-        self.progress_.Show(done, total);
+        ShowProgress(done, total);
         self.CollectWhenDue();
         if (std::exchange(self.played_, done) != done) { // not while an action waits
             const auto& after = self.options_.collectAfter;
@@ -203,7 +203,7 @@ void Session::Pace(DWORD done, DWORD total)
         if (IsStopped(static_cast<DWORD>(slice.count()))) {
             return;
         }
-        progress_.Show(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
+        ShowProgress(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
         CollectWhenDue();
     }
 }

@@ -4,7 +4,6 @@
 #include "tools/console/event_counter.h"
 #include "tools/console/host_objects.h"
 #include "tools/console/options.h"
-#include "tools/console/progress.h"
 #include "tools/console/provider_module.h"
 #include "tools/console/writers.h"
 #include "tools/replay/replay_client.h"
@@ -66,7 +65,6 @@ private:
     Sink sink_;
     ProviderModule module_;
     std::vector<MetricTally> tallies_;
-    Progress progress_;
     Clock::time_point started_;
     Clock::time_point nextCollection_;
     ULONGLONG firstTime_ = 0; // of the export's entries

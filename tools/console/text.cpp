@@ -4,11 +4,16 @@
 #include "tools/console/failure.h"
 #include "tools/console/terminal.h"
 
+#include <io.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 namespace orvel::console {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -43,11 +48,22 @@ bool WriteToConsole(HANDLE console, std::wstring_view text)
     return isWritten;
 }
 
+std::mutex outputLock;
+bool isProgressShown = false; // on a terminal, whose line it has not ended
+
+void LeaveProgressLine()
+{
+    if (std::exchange(isProgressShown, false)) {
+        std::fputs("\n", stderr);
+        std::fflush(stderr);
+    }
+}
+
 // Gives whether all of it was written. Colours are set by the call that every version of the console knows.
 bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 {
-    static std::mutex lock;
-    const std::lock_guard guard(lock);
+    const std::lock_guard guard(outputLock);
+    LeaveProgressLine();
     const HANDLE console = GetStdHandle(stream);
     CONSOLE_SCREEN_BUFFER_INFO info{};
     const bool isConsole = GetConsoleScreenBufferInfo(console, &info) != FALSE;
@@ -102,6 +118,32 @@ void WriteData(std::string_view utf8)
 void WriteLine(std::string_view utf8)
 {
     WriteMarked(stderr, STD_ERROR_HANDLE, std::string(utf8) + "\n");
+}
+
+void ShowProgress(DWORD done, DWORD total, std::chrono::seconds wait)
+{
+    using std::chrono::steady_clock;
+    static const bool isTerminal = _isatty(_fileno(stderr)) != 0;
+    static steady_clock::time_point next = steady_clock::now() + 1s;
+    const std::lock_guard guard(outputLock);
+    const steady_clock::time_point now = steady_clock::now();
+    if (now < next || (wait != 0s && !isTerminal)) {
+        return;
+    }
+    // A terminal's line is rewritten; a file gets a line now and then.
+    next = now + (isTerminal ? 200ms : 2000ms);
+    isProgressShown = isTerminal;
+    const unsigned percent = static_cast<unsigned>(100ULL * done / (total == 0 ? 1 : total));
+    const std::string rest = wait == 0s ? "" : ", the next in " + std::to_string(wait.count()) + " s";
+    std::fprintf(stderr, isTerminal ? "\rreplayed %lu of %lu (%u %%)%-28s" : "replayed %lu of %lu (%u %%)%s\n", done,
+                 total, percent, rest.c_str());
+    std::fflush(stderr);
+}
+
+void EndProgress()
+{
+    const std::lock_guard guard(outputLock);
+    LeaveProgressLine();
 }
 
 void Say(const char* kind, const std::string& utf8)

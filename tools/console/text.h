@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -20,6 +21,13 @@ void WriteData(std::string_view utf8);
 
 /// Writes one line to standard error; lines of several threads do not mix.
 void WriteLine(std::string_view utf8);
+
+/// Shows on standard error how far a long replay has come; a short one shows nothing. Called often, it writes at most a
+/// few times a second. `wait`: until the next entry, which only a terminal shows. Whatever is written next begins a line.
+void ShowProgress(DWORD done, DWORD total, std::chrono::seconds wait = {});
+
+/// Ends the line that shows the progress, if there is one.
+void EndProgress();
 
 /// Writes one line of the console's own to standard error; `kind` is "error", "warning" or "note".
 void Say(const char* kind, const std::string& utf8);

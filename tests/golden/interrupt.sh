@@ -26,12 +26,13 @@ text='<RenderingInfo><Message>crash</Message></RenderingInfo>'
 { cat start.xml; echo "<replay:wait milliseconds='600000'/></Events>"; } >waiting.xml
 
 failed=0
+command=run
 # interrupt CODE TEXT INPUT OPTION...: a second after it has subscribed, if it does; TEXT is what standard error must hold
 interrupt() {
     local code=$1 text=$2 input=$3 actual=0 started
     shift 3
     : >log
-    "$here/../../cmake/wine.sh" "$console" run --config config.xml --module "$(dirname "$console")/Orvel_eventlog.dll" "$@" \
+    "$here/../../cmake/wine.sh" "$console" $command --config config.xml --module "$(dirname "$console")/Orvel_eventlog.dll" "$@" \
         --log info <"$input" >output 2>log &
     for ((tries = 0; tries < 30; ++tries)); do
         grep -q '^info: Subscribed' log && break
@@ -63,6 +64,10 @@ interrupt 0 Stopped paced.xml --replay - --speed 60x
 check_sums '4 of 5 entries played'
 interrupt 0 Stopped /dev/null --replay waiting.xml
 check_sums '4 of 5 entries played'
+{ echo '<Events>'; for ((i = 0; i < 60000; ++i)); do event 00 'Application Error' "$text"; done; echo '</Events>'; } >long.xml
+command=check
+interrupt 11 'error: stopped by Ctrl+C before' /dev/null --replay long.xml --expect config.xml
+command=run
 mkfifo pipe
 exec 3<>pipe # nobody ever writes to it
 interrupt 4 'stdin: stopped by Ctrl+C' pipe --replay -

@@ -17,6 +17,7 @@ enum class ExitCode {
     Unclean = 8,
     Problem = 9,
     Differs = 10,
+    Stopped = 11,
 };
 
 /// Ends the run with an exit code. The text, in UTF-8, says what is wrong and, where it can be known, what to do.

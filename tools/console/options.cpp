@@ -41,7 +41,7 @@ Exit codes:
   3 bad configuration file                8 the module did not let go of everything at the end
   4 bad export, lines or replay log       9 check: there are problems
   5 the module or its provider           10 check: what would be written differs from --expect
-    cannot be created)";
+    cannot be created                    11 check: stopped by Ctrl+C)";
 
 /// A speed as "60x", "60" or "0.5x"; CLI11 shows the text.
 std::string CheckSpeed(std::string& text)

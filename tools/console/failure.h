@@ -26,4 +26,7 @@ struct Failure : std::runtime_error {
     ExitCode code;
 };
 
+/// The exception that is being handled, as a Failure.
+Failure CurrentFailure();
+
 } // namespace orvel::console

@@ -3,7 +3,6 @@
 #include "tools/console/text.h"
 
 #include <windows.h>
-#include <comdef.h>
 #include <fcntl.h>
 #include <io.h>
 #include <objbase.h>
@@ -28,12 +27,6 @@ std::vector<std::string> Arguments()
     return arguments;
 }
 
-int Fail(ExitCode code, const std::string& text)
-{
-    Say("error", text);
-    return static_cast<int>(code);
-}
-
 int Main()
 {
     try {
@@ -48,12 +41,10 @@ int Main()
         }
         Run(options);
         return static_cast<int>(ExitCode::Ok);
-    } catch (const Failure& failure) {
-        return Fail(failure.code, failure.what());
-    } catch (const _com_error& error) {
-        return Fail(ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error()));
-    } catch (const std::exception& error) {
-        return Fail(ExitCode::Collection, error.what());
+    } catch (...) {
+        const Failure failure = CurrentFailure();
+        Say("error", failure.what());
+        return static_cast<int>(failure.code);
     }
 }
 

@@ -255,11 +255,11 @@ void Session::End(const std::exception_ptr& failure)
         if (logger_.References() + host_.References() + sink_.References() != 0) {
             throw Failure(ExitCode::Unclean, "the module is gone but still holds references on the host's objects");
         }
-    } catch (const Failure& unclean) {
+    } catch (...) {
         if (!failure) {
             throw;
         }
-        Say("warning", unclean.what());
+        Say("warning", CurrentFailure().what());
     }
     if (failure) {
         std::rethrow_exception(failure);

@@ -4,6 +4,7 @@
 #include "tools/console/failure.h"
 #include "tools/console/terminal.h"
 
+#include <comdef.h>
 #include <io.h>
 
 #include <algorithm>
@@ -106,6 +107,19 @@ std::string Describe(HRESULT code)
     std::wstring text = suffix.Text() == nullptr ? L"" : suffix.Text();
     text.erase(text.find_last_not_of(L"\r\n ") + 1);
     return ToUtf8(FormatString(text.empty() ? L"0x%08lx" : L"0x%08lx (%s)", code, text.c_str()));
+}
+
+Failure CurrentFailure()
+{
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const _com_error& error) {
+        return {ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error())};
+    } catch (const std::exception& error) {
+        return {ExitCode::Collection, error.what()};
+    }
 }
 
 void WriteData(std::string_view utf8)

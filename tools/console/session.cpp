@@ -196,14 +196,16 @@ void Session::Pace(DWORD done, DWORD total)
         return;
     }
     using FileTimeUnits = std::chrono::duration<double, std::ratio<1, 10'000'000>>;
-    const auto due = started_ + ToClock(FileTimeUnits(static_cast<double>(time - firstTime_) / options_.speed));
+    constexpr FileTimeUnits kLongest = std::chrono::years(100); // more would not fit the clock
+    const FileTimeUnits rest(static_cast<double>(time - firstTime_) / options_.speed);
+    const auto due = started_ + ToClock(std::min(rest, kLongest));
     constexpr auto kSlice = std::chrono::milliseconds(100);
-    for (auto rest = due - Clock::now(); rest > rest.zero(); rest = due - Clock::now()) {
-        const auto slice = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(rest, kSlice));
+    for (auto left = due - Clock::now(); left > left.zero(); left = due - Clock::now()) {
+        const auto slice = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(left, kSlice));
         if (IsStopped(static_cast<DWORD>(slice.count()))) {
             return;
         }
-        ShowProgress(done, total, std::chrono::ceil<std::chrono::seconds>(rest));
+        ShowProgress(done, total, std::chrono::ceil<std::chrono::seconds>(left));
         CollectWhenDue();
     }
 }

@@ -250,7 +250,8 @@ ExitCode Check(const Options& options)
     session.Run(good);
     WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
     if (IsStopped()) {
-        throw Failure(ExitCode::Stopped, "stopped by Ctrl+C before the whole export was played; the check says nothing");
+        throw Failure(ExitCode::Stopped,
+                      "stopped by Ctrl+C before the whole export was played; the check says nothing");
     }
     std::string difference = options.expect.empty() ? "" : Difference(expected, written);
     if (difference.empty()) {

@@ -4,6 +4,7 @@
 #include "host/property.h"
 #include "tools/console/input.h"
 #include "tools/console/text.h"
+#include "tools/function_of.h"
 
 #include <shlwapi.h>
 #include <xmllite.h>
@@ -36,12 +37,8 @@ class FormReader {
 public:
     FormReader(IStream* source, std::string file) : file_(std::move(file))
     {
-        using Create = decltype(&CreateXmlReader);
         const HMODULE library = LoadLibraryExW(L"xmllite.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-        const auto create =
-            library == nullptr
-                ? nullptr
-                : reinterpret_cast<Create>(reinterpret_cast<void*>(GetProcAddress(library, "CreateXmlReader")));
+        decltype(&CreateXmlReader) const create = FunctionOf{library, "CreateXmlReader"};
         if (create == nullptr) {
             Fail("the system's xmllite.dll is missing");
         }

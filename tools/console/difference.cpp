@@ -92,7 +92,9 @@ std::string Difference(const std::string& expectedText, const std::string& actua
         }
         if (!std::exchange(isGoingOn, true)) {
             const size_t at = static_cast<size_t>(left - expected.begin()) + i;
-            const size_t line = at < expected.size() ? expected[at].number : expected.empty() ? 1 : expected.back().number + 1;
+            const size_t line = at < expected.size() ? expected[at].number
+                                : expected.empty()   ? 1
+                                                     : expected.back().number + 1;
             text += "at line " + std::to_string(line) + " of what is expected\n";
         }
         text += isBoth               ? ShowBoth(missing[i].text, added[i].text)

@@ -1,6 +1,7 @@
 #include "tools/console/event_counter.h"
 
 #include "lamina/agent_event.h"
+#include "tools/function_of.h"
 
 #include <cwchar>
 #include <utility>
@@ -10,24 +11,15 @@ namespace orvel::console {
 
 namespace {
 
-/// A function of the Event Log that the module has loaded: the system's, or the replay log.
-struct Entry {
-    const char* name;
-    template <typename Function>
-    operator Function*() const
-    {
-        const HMODULE log = GetModuleHandleW(L"wevtapi.dll");
-        return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(log, name)));
-    }
-};
-
+/// The Event Log that the module has loaded: the system's, or the replay log.
 struct EventLog {
-    decltype(&EvtSubscribe) Subscribe = Entry{"EvtSubscribe"};
-    decltype(&EvtClose) Close = Entry{"EvtClose"};
-    decltype(&EvtCreateRenderContext) CreateContext = Entry{"EvtCreateRenderContext"};
-    decltype(&EvtRender) Render = Entry{"EvtRender"};
-    decltype(&EvtFormatMessage) Format = Entry{"EvtFormatMessage"};
-    decltype(&EvtOpenPublisherMetadata) OpenMetadata = Entry{"EvtOpenPublisherMetadata"};
+    HMODULE log = GetModuleHandleW(L"wevtapi.dll");
+    decltype(&EvtSubscribe) Subscribe = FunctionOf{log, "EvtSubscribe"};
+    decltype(&EvtClose) Close = FunctionOf{log, "EvtClose"};
+    decltype(&EvtCreateRenderContext) CreateContext = FunctionOf{log, "EvtCreateRenderContext"};
+    decltype(&EvtRender) Render = FunctionOf{log, "EvtRender"};
+    decltype(&EvtFormatMessage) Format = FunctionOf{log, "EvtFormatMessage"};
+    decltype(&EvtOpenPublisherMetadata) OpenMetadata = FunctionOf{log, "EvtOpenPublisherMetadata"};
 };
 
 const EventLog& Log()

@@ -2,6 +2,9 @@
 
 #include "tools/console/failure.h"
 #include "tools/console/text.h"
+#include "tools/function_of.h"
+
+#include <filesystem>
 
 namespace orvel::console {
 
@@ -11,19 +14,6 @@ namespace {
 
 constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
 constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
-
-template <typename Function>
-Function Find(HMODULE module, const char* name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
-
-std::wstring FullPath(const std::wstring& path)
-{
-    std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');
-    full.resize(GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
-    return full;
-}
 
 } // namespace
 
@@ -39,7 +29,7 @@ ProviderModule::ProviderModule(const std::wstring& path, const std::wstring& fol
 {
     CLSID registered{};
     if (!path.empty()) {
-        Load(FullPath(path));
+        Load(std::filesystem::absolute(path));
     } else if (SUCCEEDED(CLSIDFromProgID(kProgId, &registered))) {
         CreateRegistered(registered);
     } else {
@@ -55,14 +45,15 @@ void ProviderModule::Load(const std::wstring& path)
     module_ = LoadLibraryW(path.c_str());
     if (module_ == nullptr) {
         const DWORD error = GetLastError();
-        const bool isThere = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+        std::error_code ignored;
+        const bool isThere = std::filesystem::exists(path, ignored);
         throw Failure(ExitCode::Module, name + " cannot be loaded: " + Describe(HRESULT_FROM_WIN32(error)) +
                                             (isThere ? "; is it for this word size, and is there an Event Log here? "
                                                        "Without one give --replay"
                                                      : "; there is no such file, check --module"));
     }
     isOurs_ = true;
-    const auto getClassObject = Find<decltype(&DllGetClassObject)>(module_, "DllGetClassObject");
+    decltype(&DllGetClassObject) const getClassObject = FunctionOf{module_, "DllGetClassObject"};
     if (getClassObject == nullptr) {
         throw Failure(ExitCode::Module, name + " is not a COM server: it exports no DllGetClassObject");
     }
@@ -97,7 +88,7 @@ void ProviderModule::Unload()
 
     const std::wstring path = ModulePath(module_);
     const ULONG held = provider_.Detach()->Release();
-    const auto canUnload = Find<decltype(&DllCanUnloadNow)>(module_, "DllCanUnloadNow");
+    decltype(&DllCanUnloadNow) const canUnload = FunctionOf{module_, "DllCanUnloadNow"};
     for (int tries = 0; GetModuleHandleW(path.c_str()) == module_; ++tries) {
         if (tries == kTries) {
             throw Failure(ExitCode::Unclean,

@@ -23,7 +23,8 @@ void WriteData(std::string_view utf8);
 void WriteLine(std::string_view utf8);
 
 /// Shows on standard error how far a long replay has come; a short one shows nothing. Called often, it writes at most a
-/// few times a second. `wait`: until the next entry, which only a terminal shows. Whatever is written next begins a line.
+/// few times a second. `wait`: until the next entry, which only a terminal shows. Whatever is written next begins a
+/// line.
 void ShowProgress(DWORD done, DWORD total, std::chrono::seconds wait = {});
 
 /// Ends the line that shows the progress, if there is one.

@@ -1,64 +1,51 @@
 #pragma once
 
+#include "tools/function_of.h"
 #include "tools/replay/replay_control.h"
 
 #include <stdexcept>
 #include <string>
 
 /// The replay log's control functions, found in the loaded stand-in.
-struct ReplayClient {
+class ReplayClient {
+    struct Control {
+        HMODULE module;
+        const char* name;
+
+        template <typename Function>
+        operator Function*() const
+        {
+            if (module == nullptr) {
+                throw std::runtime_error("the replay log's wevtapi.dll cannot be loaded");
+            }
+            Function* const function = orvel::FunctionOf{module, name};
+            return function != nullptr ? function
+                                       : throw std::runtime_error(
+                                             std::string("this wevtapi.dll is not the replay log: it has no ") + name);
+        }
+    };
+
+public:
     /// Loads the stand-in by its full path. Throws std::runtime_error when it is missing or is another wevtapi.dll.
     /// It stays loaded: a subscription may live as long as the process.
-    explicit ReplayClient(const std::wstring& path) : module(LoadLibraryW(path.c_str()))
-    {
-        if (module == nullptr) {
-            throw std::runtime_error("the replay log's wevtapi.dll cannot be loaded");
-        }
-        Find(Load, "ReplayLoad");
-        Find(LoadText, "ReplayLoadText");
-        Find(LoadBytes, "ReplayLoadBytes");
-        Find(Count, "ReplayCount");
-        Find(EntryTime, "ReplayEntryTime");
-        Find(Judge, "ReplayJudge");
-        Find(Play, "ReplayPlay");
-        Find(Deliver, "ReplayDeliver");
-        Find(DeliverError, "ReplayDeliverError");
-        Find(SetMode, "ReplaySetMode");
-        Find(Inject, "ReplayInject");
-        Find(Reset, "ReplayReset");
-        Find(Calls, "ReplayCalls");
-        Find(OpenHandles, "ReplayOpenHandles");
-        Find(ClosesInsideCallback, "ReplayClosesInsideCallback");
-        Find(InvalidHandles, "ReplayInvalidHandles");
-        Find(LastRefusal, "ReplayLastRefusal");
-    }
+    explicit ReplayClient(const std::wstring& path) : module(LoadLibraryW(path.c_str())) {}
 
     HMODULE module;
-    decltype(&ReplayLoad) Load;
-    decltype(&ReplayLoadText) LoadText;
-    decltype(&ReplayLoadBytes) LoadBytes;
-    decltype(&ReplayCount) Count;
-    decltype(&ReplayEntryTime) EntryTime;
-    decltype(&ReplayJudge) Judge;
-    decltype(&ReplayPlay) Play;
-    decltype(&ReplayDeliver) Deliver;
-    decltype(&ReplayDeliverError) DeliverError;
-    decltype(&ReplaySetMode) SetMode;
-    decltype(&ReplayInject) Inject;
-    decltype(&ReplayReset) Reset;
-    decltype(&ReplayCalls) Calls;
-    decltype(&ReplayOpenHandles) OpenHandles;
-    decltype(&ReplayClosesInsideCallback) ClosesInsideCallback;
-    decltype(&ReplayInvalidHandles) InvalidHandles;
-    decltype(&ReplayLastRefusal) LastRefusal;
-
-private:
-    template <typename Function>
-    void Find(Function& function, const char* name)
-    {
-        function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-        if (function == nullptr) {
-            throw std::runtime_error(std::string("this wevtapi.dll is not the replay log: it has no ") + name);
-        }
-    }
+    decltype(&ReplayLoad) Load = Control{module, "ReplayLoad"};
+    decltype(&ReplayLoadText) LoadText = Control{module, "ReplayLoadText"};
+    decltype(&ReplayLoadBytes) LoadBytes = Control{module, "ReplayLoadBytes"};
+    decltype(&ReplayCount) Count = Control{module, "ReplayCount"};
+    decltype(&ReplayEntryTime) EntryTime = Control{module, "ReplayEntryTime"};
+    decltype(&ReplayJudge) Judge = Control{module, "ReplayJudge"};
+    decltype(&ReplayPlay) Play = Control{module, "ReplayPlay"};
+    decltype(&ReplayDeliver) Deliver = Control{module, "ReplayDeliver"};
+    decltype(&ReplayDeliverError) DeliverError = Control{module, "ReplayDeliverError"};
+    decltype(&ReplaySetMode) SetMode = Control{module, "ReplaySetMode"};
+    decltype(&ReplayInject) Inject = Control{module, "ReplayInject"};
+    decltype(&ReplayReset) Reset = Control{module, "ReplayReset"};
+    decltype(&ReplayCalls) Calls = Control{module, "ReplayCalls"};
+    decltype(&ReplayOpenHandles) OpenHandles = Control{module, "ReplayOpenHandles"};
+    decltype(&ReplayClosesInsideCallback) ClosesInsideCallback = Control{module, "ReplayClosesInsideCallback"};
+    decltype(&ReplayInvalidHandles) InvalidHandles = Control{module, "ReplayInvalidHandles"};
+    decltype(&ReplayLastRefusal) LastRefusal = Control{module, "ReplayLastRefusal"};
 };

@@ -1,6 +1,5 @@
 #include "tools/console/host_objects.h"
 
-#include "host/log.h"
 #include "tools/console/terminal.h"
 #include "tools/console/text.h"
 
@@ -36,30 +35,18 @@ HRESULT Logger::GetLogLevels(LPWSTR /*category*/, LONG* levels)
     return S_OK;
 }
 
-HRESULT Logger::LogError(BSTR /*category*/, BSTR text)
-{
-    return Take(static_cast<LONG>(LogLevel::Error), "error: ", text);
-}
-
-HRESULT Logger::LogWarning(BSTR /*category*/, BSTR text)
-{
-    return Take(static_cast<LONG>(LogLevel::Warning), "warning: ", text);
-}
-
-HRESULT Logger::LogInfo(BSTR /*category*/, BSTR text)
-{
-    return Take(static_cast<LONG>(LogLevel::Info), "info: ", text);
-}
-
-HRESULT Logger::Take(LONG level, const char* name, BSTR text)
+HRESULT Logger::Take(LogLevel level, BSTR text)
 {
     std::wstring line = FromBstr(text);
     line.erase(line.find_last_not_of(L"\r\n") + 1); // the system ends its error texts with a line break
     const std::lock_guard guard(lock_);
-    if ((shown_ & level) != 0) {
+    if ((shown_ & static_cast<LONG>(level)) != 0) {
+        const char* const name = level == LogLevel::Error     ? "error: "
+                                 : level == LogLevel::Warning ? "warning: "
+                                                              : "info: ";
         WriteLine(name + ToUtf8(Printable(line)));
     }
-    if (level == static_cast<LONG>(LogLevel::Info) && keptThread_ == GetCurrentThreadId()) {
+    if (level == LogLevel::Info && keptThread_ == GetCurrentThreadId()) {
         kept_.push_back(std::move(line));
     }
     return S_OK;

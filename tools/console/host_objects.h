@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/log.h"
+
 #include <windows.h>
 #include <OrvelAgent.h>
 
@@ -60,12 +62,12 @@ public:
 
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* levels) override;
-    HRESULT STDMETHODCALLTYPE LogError(BSTR category, BSTR text) override;
-    HRESULT STDMETHODCALLTYPE LogWarning(BSTR category, BSTR text) override;
-    HRESULT STDMETHODCALLTYPE LogInfo(BSTR category, BSTR text) override;
+    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Take(LogLevel::Error, text); }
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override { return Take(LogLevel::Warning, text); }
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Take(LogLevel::Info, text); }
 
 private:
-    HRESULT Take(LONG level, const char* name, BSTR text);
+    HRESULT Take(LogLevel level, BSTR text);
 
     const LONG shown_;
     std::mutex lock_;

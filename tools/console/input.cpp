@@ -20,10 +20,6 @@ BOOL WINAPI OnControl(DWORD event)
     return SetEvent(stopEvent);
 }
 
-struct FileDeleter {
-    void operator()(void* file) const noexcept { CloseHandle(file); }
-};
-
 struct Reading {
     std::string bytes;
     DWORD error = ERROR_SUCCESS;
@@ -76,7 +72,7 @@ std::string ReadInput(const std::wstring& path, ExitCode code)
         if (handle == INVALID_HANDLE_VALUE) {
             fail("cannot be opened: " + Describe(HRESULT_FROM_WIN32(GetLastError())) + "; check its name and rights");
         }
-        file.reset(handle, FileDeleter());
+        file.reset(handle, CloseHandle);
     }
     // On a thread of its own, which is left behind when Ctrl+C comes while a pipe or a keyboard is waited for.
     std::packaged_task<Reading()> task(

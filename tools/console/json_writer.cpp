@@ -5,20 +5,6 @@
 
 namespace orvel::console {
 
-namespace {
-
-bool IsHighSurrogate(wchar_t unit)
-{
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-
-bool IsLowSurrogate(wchar_t unit)
-{
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-} // namespace
-
 std::string Quote(const std::wstring& text)
 {
     std::wstring quoted = L"\"";
@@ -28,9 +14,9 @@ std::string Quote(const std::wstring& text)
             quoted.append({L'\\', unit});
         } else if (unit == L'\r' || unit == L'\n' || unit == L'\t') {
             quoted.append({L'\\', unit == L'\r' ? L'r' : unit == L'\n' ? L'n' : L't'});
-        } else if (IsHighSurrogate(unit) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
+        } else if (IS_HIGH_SURROGATE(unit) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1])) {
             quoted.append({unit, text[++i]});
-        } else if (unit < 0x20 || IsHighSurrogate(unit) || IsLowSurrogate(unit)) {
+        } else if (unit < 0x20 || IS_HIGH_SURROGATE(unit) || IS_LOW_SURROGATE(unit)) {
             wchar_t escape[8];
             swprintf_s(escape, 8, L"\\u%04x", static_cast<unsigned>(unit));
             quoted += escape;

@@ -20,18 +20,14 @@ namespace {
 
 WORD Attribute(char mark, WORD plain)
 {
-    constexpr WORD kForeground = 0x0F;
-    const auto coloured = [&](WORD colour) { return static_cast<WORD>((plain & ~kForeground) | colour); };
-    switch (mark) {
-    case kHeading:
-        return static_cast<WORD>(plain | FOREGROUND_INTENSITY);
-    case kGood:
-        return coloured(FOREGROUND_GREEN);
-    case kBad:
-        return coloured(FOREGROUND_RED | FOREGROUND_INTENSITY);
-    default:
-        return plain;
-    }
+    constexpr struct {
+        WORD kept, added;
+    } kColours[] = {{0xFFFF, 0},                                      // kPlain
+                    {0xFFFF, FOREGROUND_INTENSITY},                   // kHeading
+                    {0xFFF0, FOREGROUND_GREEN},                       // kGood
+                    {0xFFF0, FOREGROUND_RED | FOREGROUND_INTENSITY}}; // kBad
+    const auto& colour = kColours[mark - kPlain];
+    return static_cast<WORD>((plain & colour.kept) | colour.added);
 }
 
 // To a console in pieces that it takes, as wide text, which it understands whatever its code page is.

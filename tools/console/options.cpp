@@ -73,63 +73,48 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     app.footer(kFooter);
     CLI::App* check = app.add_subcommand("check", "Check a configuration, and what it makes of an export");
     CLI::App* run = app.add_subcommand("run", "Run the provider with a configuration");
+    const auto add = [](CLI::App* command, const char* name, auto& value, const char* type, const char* help) {
+        return command->add_option(name, value, help)->type_name(type);
+    };
     for (CLI::App* command : {check, run}) {
-        const bool isRun = command == run;
-        command
-            ->add_option("--config", config, "Configuration file with the metrics to subscribe; - for standard input")
-            ->required()
-            ->type_name("FILE");
-        command
-            ->add_option("--replay", replay,
-                         isRun ? "Play this export instead of listening to the live Event Log; - for standard input"
-                               : "Check against this export; without one the queries alone; - for standard input")
-            ->type_name("EXPORT");
-        command
-            ->add_option("--module", module,
-                         "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
-                         "Orvel_eventlog.dll beside this program)")
-            ->type_name("DLL");
-        command
-            ->add_option("--collect-after", options.collectAfter,
-                         "Collect also after these entries of the export, events and actions alike, counted from 1")
+        add(command, "--config", config, "FILE",
+            "Configuration file with the metrics to subscribe; - for standard input")
+            ->required();
+        add(command, "--replay", replay, "EXPORT",
+            command == run ? "Play this export instead of listening to the live Event Log; - for standard input"
+                           : "Check against this export; without one the queries alone; - for standard input");
+        add(command, "--module", module, "DLL",
+            "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
+            "Orvel_eventlog.dll beside this program)");
+        add(command, "--collect-after", options.collectAfter, "N,...",
+            "Collect also after these entries of the export, events and actions alike, counted from 1")
             ->delimiter(',')
-            ->needs("--replay")
-            ->type_name("N,...");
-        command->add_option("--format", format, "Output for people or for programs: table or jsonl (default: table)")
-            ->check(CLI::IsMember({"table", "jsonl"}))
-            ->type_name("FORMAT");
-        command
-            ->add_option("--log", log,
-                         "Least severe of the provider's lines to show: none, error, warning or info "
-                         "(default: warning)")
-            ->check(CLI::IsMember({"none", "error", "warning", "info"}))
-            ->type_name("LEVEL");
+            ->needs("--replay");
+        add(command, "--format", format, "FORMAT", "Output for people or for programs: table or jsonl (default: table)")
+            ->check(CLI::IsMember({"table", "jsonl"}));
+        add(command, "--log", log, "LEVEL",
+            "Least severe of the provider's lines to show: none, error, warning or info (default: warning)")
+            ->check(CLI::IsMember({"none", "error", "warning", "info"}));
     }
     constexpr unsigned kReasons = 10;
-    CLI::Option* explain = check
-                               ->add_option("--explain", options.explain,
-                                            "Tell why events are left out: the N most frequent reasons (default: 10)")
+    CLI::Option* explain = add(check, "--explain", options.explain, "[N]",
+                               "Tell why events are left out: the N most frequent reasons (default: 10)")
                                ->expected(0, 1)
                                ->check(CLI::Range(1U, 1'000'000U))
-                               ->needs("--replay")
-                               ->type_name("[N]");
+                               ->needs("--replay");
+    add(check, "--expect", expect, "FILE", "Compare what would be written with these lines of run --format jsonl")
+        ->needs("--replay");
     check
         ->add_flag("--actions", options.actions,
                    "Carry out the export's actions on this computer's files and registry; without it they are left out")
         ->needs("--replay");
-    check->add_option("--expect", expect, "Compare what would be written with these lines of run --format jsonl")
-        ->needs("--replay")
-        ->type_name("FILE");
-    run->add_option("--interval", options.interval,
-                    "Collect each time so many seconds have passed, and at the end (default: only at the end)")
-        ->check(CLI::Range(0.1, 86400.0))
-        ->type_name("SECONDS");
-    run->add_option("--speed", speed,
-                    "Play the export so many times as fast as its events were recorded, such as 60x (default: as fast "
-                    "as possible)")
+    add(run, "--interval", options.interval, "SECONDS",
+        "Collect each time so many seconds have passed, and at the end (default: only at the end)")
+        ->check(CLI::Range(0.1, 86400.0));
+    add(run, "--speed", speed, "NUMBERx",
+        "Play the export so many times as fast as its events were recorded, such as 60x (default: as fast as possible)")
         ->check(CLI::Validator(CheckSpeed, "", "speed"))
-        ->needs("--replay")
-        ->type_name("NUMBERx");
+        ->needs("--replay");
     run->add_flag("--summary", options.summary, "Print the summary at the end with --format jsonl, too");
 
     try {

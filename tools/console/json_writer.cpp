@@ -1,7 +1,6 @@
+#include "host/format.h"
 #include "tools/console/text.h"
 #include "tools/console/writers.h"
-
-#include <cstdio>
 
 namespace orvel::console {
 
@@ -17,9 +16,7 @@ std::string Quote(const std::wstring& text)
         } else if (IS_HIGH_SURROGATE(unit) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1])) {
             quoted.append({unit, text[++i]});
         } else if (unit < 0x20 || IS_HIGH_SURROGATE(unit) || IS_LOW_SURROGATE(unit)) {
-            wchar_t escape[8];
-            swprintf_s(escape, 8, L"\\u%04x", static_cast<unsigned>(unit));
-            quoted += escape;
+            quoted += FormatString(L"\\u%04x", static_cast<unsigned>(unit));
         } else {
             quoted += unit;
         }

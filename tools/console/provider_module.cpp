@@ -4,8 +4,6 @@
 #include "tools/console/text.h"
 #include "tools/function_of.h"
 
-#include <filesystem>
-
 namespace orvel::console {
 
 using Microsoft::WRL::ComPtr;
@@ -25,7 +23,7 @@ std::wstring ModulePath(HMODULE module)
     return path;
 }
 
-ProviderModule::ProviderModule(const std::wstring& path, const std::wstring& folder)
+ProviderModule::ProviderModule(const std::wstring& path, const std::filesystem::path& folder)
 {
     CLSID registered{};
     if (!path.empty()) {
@@ -33,8 +31,8 @@ ProviderModule::ProviderModule(const std::wstring& path, const std::wstring& fol
     } else if (SUCCEEDED(CLSIDFromProgID(kProgId, &registered))) {
         CreateRegistered(registered);
     } else {
-        const std::wstring beside = folder + L"Orvel_eventlog.dll";
-        Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside));
+        const std::filesystem::path beside = folder / L"Orvel_eventlog.dll";
+        Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside.native()));
         Load(beside);
     }
 }

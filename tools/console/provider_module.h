@@ -4,6 +4,7 @@
 #include <OrvelAgent.h>
 #include <wrl/client.h>
 
+#include <filesystem>
 #include <string>
 
 namespace orvel::console {
@@ -16,7 +17,7 @@ class ProviderModule {
 public:
     /// `path`: the DLL; empty for the registered provider, else for Orvel_eventlog.dll in `folder`.
     /// Throws Failure when it cannot be loaded or gives no provider. COM must be initialised.
-    ProviderModule(const std::wstring& path, const std::wstring& folder);
+    ProviderModule(const std::wstring& path, const std::filesystem::path& folder);
     ProviderModule(const ProviderModule&) = delete;
     ProviderModule& operator=(const ProviderModule&) = delete;
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <utility>
 
 namespace orvel::console {
@@ -16,10 +17,9 @@ namespace {
 
 constexpr DWORD kMessageSize = 1024;
 
-std::wstring ProgramFolder()
+std::filesystem::path ProgramFolder()
 {
-    const std::wstring path = ModulePath(nullptr);
-    return path.substr(0, path.find_last_of(L'\\') + 1);
+    return std::filesystem::path(ModulePath(nullptr)).parent_path();
 }
 
 std::string LastRefusal(const ReplayClient& replay)
@@ -35,22 +35,22 @@ std::string LastRefusal(const ReplayClient& replay)
 std::wstring Account(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;
-    const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
-    const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
-    const unsigned long long otherKinds = counter.Counted(EventCounter::OtherKind);
-    const unsigned long long done = tally.crashes + tally.dropped;
     std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
     if (counter.Refusal() != ERROR_SUCCESS) {
         lines += L"    nothing delivered, for the Event Log refuses the subscription\n";
     } else {
+        const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
+        const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
+        const unsigned long long otherKinds = counter.Counted(EventCounter::OtherKind);
+        const unsigned long long done = tally.crashes + tally.dropped;
         lines += FormatString(L"    %llu delivered = %llu recorded + %llu without a message + %llu of other kinds\n",
                               recorded + withoutMessage + otherKinds, recorded, withoutMessage, otherKinds);
-    }
-    if (counter.Refusal() == ERROR_SUCCESS && tally.metric.Is(kCrashMetric)) {
-        lines +=
-            FormatString(L"    %llu recorded = %llu written + %llu dropped + ", recorded, tally.crashes, tally.dropped);
-        lines += done <= recorded ? FormatString(L"%llu still pending\n", recorded - done)
-                                  : L"unknown pending, for the counting began after the first event\n";
+        if (tally.metric.Is(kCrashMetric)) {
+            lines += FormatString(L"    %llu recorded = %llu written + %llu dropped + ", recorded, tally.crashes,
+                                  tally.dropped) +
+                     (done <= recorded ? FormatString(L"%llu still pending\n", recorded - done)
+                                       : L"unknown pending, for the counting began after the first event\n");
+        }
     }
     return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
 }
@@ -65,7 +65,7 @@ auto ToClock(Duration duration)
 
 ReplayClient LoadReplayLog()
 {
-    const std::wstring standIn = ProgramFolder() + L"replay\\wevtapi.dll";
+    const std::wstring standIn = ProgramFolder() / L"replay" / L"wevtapi.dll";
     try {
         return ReplayClient(standIn);
     } catch (const std::runtime_error& error) {
@@ -229,13 +229,12 @@ void Session::CollectAll()
         const Collection collection = {collections_, tally.metric.name, sink_.Take(), logger_.StopKeeping()};
         tally.values += collection.values.size();
         tally.refused += sink_.Refused() - refusedBefore;
-        tally.crashes += static_cast<unsigned long long>(
-            std::count_if(collection.values.begin(), collection.values.end(),
-                          [](const MetricValue& value) { return value.key == L"appcrash|crash_details|*"; }));
-        tally.dropped += static_cast<unsigned long long>(
-            std::count_if(collection.infoLines.begin(), collection.infoLines.end(), [](const std::wstring& line) {
-                return line.starts_with(L"Collecting metric has exceeded max failure times.");
-            }));
+        for (const MetricValue& value : collection.values) {
+            tally.crashes += value.key == L"appcrash|crash_details|*" ? 1 : 0;
+        }
+        for (const std::wstring& line : collection.infoLines) {
+            tally.dropped += line.starts_with(L"Collecting metric has exceeded max failure times.") ? 1 : 0;
+        }
         onCollection_(collection);
         if (FAILED(hr)) {
             hasFailedCollection_ = true;

@@ -1,5 +1,6 @@
+#include "tools/console/check.h"
+
 #include "host/format.h"
-#include "tools/console/commands.h"
 #include "tools/console/input.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"

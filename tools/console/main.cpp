@@ -1,5 +1,7 @@
-#include "tools/console/commands.h"
+#include "tools/console/check.h"
 #include "tools/console/input.h"
+#include "tools/console/session.h"
+#include "tools/console/terminal.h"
 #include "tools/console/text.h"
 
 #include <windows.h>
@@ -9,6 +11,7 @@
 #include <shellapi.h>
 
 #include <cstdio>
+#include <optional>
 
 namespace {
 
@@ -25,6 +28,40 @@ std::vector<std::string> Arguments()
     }
     LocalFree(all);
     return arguments;
+}
+
+/// Runs the provider over the live Event Log or an export, printing each collection and a summary at the end.
+void Run(const Options& options)
+{
+    std::vector<MetricConfiguration> metrics = ReadConfiguration(options.config);
+    for (const MetricConfiguration& metric : metrics) {
+        if (metric.isIgnored) {
+            Say("warning", metric.place + ": " + metric.problem);
+        } else if (!metric.problem.empty()) {
+            throw Failure(ExitCode::Subscription, metric.place + ": " + metric.problem);
+        }
+    }
+    std::erase_if(metrics, [](const MetricConfiguration& metric) { return metric.isIgnored; });
+
+    std::optional<ReplayClient> replay; // loaded before the module, which is to find this Event Log
+    if (!options.replay.empty()) {
+        LoadExport(replay.emplace(LoadReplayLog()), options.replay);
+    }
+    Session session(options, replay ? &*replay : nullptr, [&](const Collection& collection) {
+        WriteData(options.format == Format::Table ? ToTable(collection, TerminalWidth()) : ToJsonLines(collection));
+    });
+    std::exception_ptr failure;
+    try {
+        session.Run(metrics);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (options.format == Format::Table || options.summary) {
+        WriteLine(ToUtf8(session.Summary()));
+    }
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
 }
 
 int Main()

@@ -5,13 +5,8 @@
 
 namespace orvel::console {
 
-// COM must be initialised on the calling thread. Both throw Failure.
-
-/// Runs the provider over the live Event Log or an export, printing each collection and a summary at the end.
-void Run(const Options& options);
-
 /// Reports what is wrong with a configuration and, given an export, what the provider would make of it. Gives Ok,
-/// Problem or Differs.
+/// Problem or Differs; COM must be initialised. Throws Failure.
 ExitCode Check(const Options& options);
 
 } // namespace orvel::console

@@ -248,7 +248,9 @@ ExitCode Check(const Options& options)
         WriteData(isTable ? Shortened(collection) : lines);
         written += lines;
     });
-    session.Run(good);
+    if (const std::optional<Failure> failure = session.Run(good)) {
+        throw *failure;
+    }
     WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
     if (IsStopped()) {
         throw Failure(ExitCode::Stopped,

@@ -50,17 +50,12 @@ void Run(const Options& options)
     Session session(options, replay ? &*replay : nullptr, [&](const Collection& collection) {
         WriteData(options.format == Format::Table ? ToTable(collection, TerminalWidth()) : ToJsonLines(collection));
     });
-    std::exception_ptr failure;
-    try {
-        session.Run(metrics);
-    } catch (...) {
-        failure = std::current_exception();
-    }
+    const std::optional<Failure> failure = session.Run(metrics);
     if (options.format == Format::Table || options.summary) {
         WriteLine(ToUtf8(session.Summary()));
     }
     if (failure) {
-        std::rethrow_exception(failure);
+        throw *failure;
     }
 }
 

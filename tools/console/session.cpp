@@ -7,7 +7,6 @@
 #include "tools/console/text.h"
 
 #include <algorithm>
-#include <exception>
 #include <filesystem>
 #include <utility>
 
@@ -55,12 +54,6 @@ std::wstring Account(const MetricTally& tally)
     return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
 }
 
-template <typename Duration>
-auto ToClock(Duration duration)
-{
-    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(duration);
-}
-
 } // namespace
 
 ReplayClient LoadReplayLog()
@@ -93,10 +86,21 @@ Session::Session(const Options& options, const ReplayClient* replay, OnCollectio
 {
 }
 
-void Session::Run(const std::vector<MetricConfiguration>& metrics)
+std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metrics)
 {
-    std::exception_ptr failure;
-    try {
+    std::optional<Failure> failure;
+    const auto attempt = [&](const auto& step) {
+        try {
+            step();
+        } catch (...) {
+            if (failure) {
+                Say("warning", CurrentFailure().what());
+            } else {
+                failure = CurrentFailure();
+            }
+        }
+    };
+    attempt([&] {
         if (FAILED(module_.Provider().SetHost(&logger_, &host_))) {
             throw Failure(ExitCode::Module, "the provider does not accept a host");
         }
@@ -108,10 +112,9 @@ void Session::Run(const std::vector<MetricConfiguration>& metrics)
         if (hasFailedCollection_) {
             throw Failure(ExitCode::Collection, "not every collection succeeded");
         }
-    } catch (...) {
-        failure = std::current_exception();
-    }
-    End(failure);
+    });
+    attempt([&] { End(); });
+    return failure;
 }
 
 std::wstring Session::Summary() const
@@ -147,7 +150,7 @@ void Session::Subscribe(const MetricConfiguration& metric)
 void Session::WaitForEvents()
 {
     started_ = Clock::now();
-    nextCollection_ = started_ + ToClock(std::chrono::duration<double>(options_.interval));
+    nextCollection_ = started_ + Seconds(options_.interval);
     if (replay_ == nullptr) {
         constexpr DWORD kPollMilliseconds = 50;
         while (!IsStopped(kPollMilliseconds)) {
@@ -195,14 +198,10 @@ void Session::Pace(DWORD done, DWORD total)
     if (time <= firstTime_) {
         return;
     }
-    using FileTimeUnits = std::chrono::duration<double, std::ratio<1, 10'000'000>>;
-    constexpr FileTimeUnits kLongest = std::chrono::years(100); // more would not fit the clock
-    const FileTimeUnits rest(static_cast<double>(time - firstTime_) / options_.speed);
-    const auto due = started_ + ToClock(std::min(rest, kLongest));
-    constexpr auto kSlice = std::chrono::milliseconds(100);
-    for (auto left = due - Clock::now(); left > left.zero(); left = due - Clock::now()) {
-        const auto slice = std::chrono::ceil<std::chrono::milliseconds>(std::min<Clock::duration>(left, kSlice));
-        if (IsStopped(static_cast<DWORD>(slice.count()))) {
+    constexpr double kSlice = 100; // milliseconds
+    const Moment due = started_ + Seconds(static_cast<double>(time - firstTime_) / 1e7 / options_.speed);
+    for (Seconds left = due - Clock::now(); left > left.zero(); left = due - Clock::now()) {
+        if (IsStopped(static_cast<DWORD>(std::min(left.count() * 1000 + 1, kSlice)))) {
             return;
         }
         ShowProgress(done, total, std::chrono::ceil<std::chrono::seconds>(left));
@@ -214,7 +213,7 @@ void Session::CollectWhenDue()
 {
     if (options_.interval > 0 && Clock::now() >= nextCollection_) {
         CollectAll();
-        nextCollection_ = Clock::now() + ToClock(std::chrono::duration<double>(options_.interval));
+        nextCollection_ = Clock::now() + Seconds(options_.interval);
     }
 }
 
@@ -244,26 +243,15 @@ void Session::CollectAll()
     }
 }
 
-// What failed first is what the run ends with; an unclean end is only told then.
-void Session::End(const std::exception_ptr& failure)
+void Session::End()
 {
-    try {
-        module_.Provider().UnsubscribeAll();
-        for (const MetricTally& tally : tallies_) {
-            tally.counter->Stop();
-        }
-        module_.Unload();
-        if (logger_.References() + host_.References() + sink_.References() != 0) {
-            throw Failure(ExitCode::Unclean, "the module is gone but still holds references on the host's objects");
-        }
-    } catch (...) {
-        if (!failure) {
-            throw;
-        }
-        Say("warning", CurrentFailure().what());
+    module_.Provider().UnsubscribeAll();
+    for (const MetricTally& tally : tallies_) {
+        tally.counter->Stop();
     }
-    if (failure) {
-        std::rethrow_exception(failure);
+    module_.Unload();
+    if (logger_.References() + host_.References() + sink_.References() != 0) {
+        throw Failure(ExitCode::Unclean, "the module is gone but still holds references on the host's objects");
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/console/configuration.h"
 #include "tools/console/event_counter.h"
+#include "tools/console/failure.h"
 #include "tools/console/host_objects.h"
 #include "tools/console/options.h"
 #include "tools/console/provider_module.h"
@@ -9,7 +10,9 @@
 #include "tools/replay/replay_client.h"
 
 #include <chrono>
+#include <exception>
 #include <functional>
+#include <optional>
 #include <vector>
 
 namespace orvel::console {
@@ -40,14 +43,16 @@ public:
     Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
 
     /// Subscribes, lets the events come until they or the user end it, collects and takes everything down again.
-    /// Throws Failure.
-    void Run(const std::vector<MetricConfiguration>& metrics);
+    /// Gives what failed first, if anything did; what fails after it is told at once.
+    std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
 
     /// What became of the events, as sums, for people.
     std::wstring Summary() const;
 
 private:
     using Clock = std::chrono::steady_clock;
+    using Seconds = std::chrono::duration<double>;
+    using Moment = std::chrono::time_point<Clock, Seconds>; // however far away
 
     void Subscribe(const MetricConfiguration& metric);
     void WaitForEvents();
@@ -55,7 +60,7 @@ private:
     void Pace(DWORD done, DWORD total);
     void CollectWhenDue();
     void CollectAll();
-    void End(const std::exception_ptr& failure);
+    void End();
 
     const Options& options_;
     const ReplayClient* const replay_;
@@ -65,8 +70,8 @@ private:
     Sink sink_;
     ProviderModule module_;
     std::vector<MetricTally> tallies_;
-    Clock::time_point started_;
-    Clock::time_point nextCollection_;
+    Moment started_;
+    Moment nextCollection_;
     ULONGLONG firstTime_ = 0; // of the export's entries
     DWORD played_ = 0;
     std::exception_ptr playFailure_;

@@ -98,10 +98,10 @@ std::wstring ShowProblem(const Finding& finding)
 std::wstring ShowChannel(const Finding& finding, bool hasExport)
 {
     std::wstring text = finding.metric.channel;
-    const auto isIt = [&](const auto& channel) { return _wcsicmp(channel.first.c_str(), text.c_str()) == 0; };
-    const auto found = std::find_if(finding.channels.begin(), finding.channels.end(), isIt);
-    if (found != finding.channels.end()) {
-        return text + L", " + Events(found->second) + L" of the export";
+    for (const auto& [channel, count] : finding.channels) {
+        if (_wcsicmp(channel.c_str(), text.c_str()) == 0) {
+            return text + L", " + Events(count) + L" of the export";
+        }
     }
     if (hasExport) {
         text += L", of which the export has no event; it has ";

@@ -44,7 +44,8 @@ std::string ToTable(const Collection& collection, size_t width)
     const size_t column = 2 + keyWidth + 2 + instanceWidth + 2;
     for (const Row& row : rows) {
         // A value without a place beside its key stands below it.
-        const bool isBelow = isNarrow && (Width(row[1]) > instanceWidth || column + LongestLine(row[2]) > width);
+        const bool isBelow = isNarrow && (Width(row[1]) > instanceWidth || width <= column ||
+                                          Wrapped(row[2], width - column, 0) != row[2]);
         const size_t indent = isBelow ? kBelow : column;
         table += L"  " + Padded(row[0], keyWidth) + L"  ";
         table += isBelow ? row[1] + L"\n" + std::wstring(kBelow, L' ') : Padded(row[1], instanceWidth) + L"  ";

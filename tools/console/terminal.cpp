@@ -106,17 +106,6 @@ std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
     return result;
 }
 
-size_t LongestLine(std::wstring_view text)
-{
-    size_t longest = 0;
-    while (!text.empty()) {
-        const size_t end = std::min(text.find(L'\n'), text.size());
-        longest = std::max(longest, Width(text.substr(0, end)));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return longest;
-}
-
 std::wstring Printable(std::wstring text)
 {
     for (const std::wstring_view lineBreak : {L"<br />", L"\r\n"}) {

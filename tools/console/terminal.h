@@ -21,9 +21,6 @@ size_t TerminalWidth();
 /// Columns that a text without line breaks takes: none for marks and combining characters, two for wide ones.
 size_t Width(std::wstring_view text);
 
-/// The width of the widest line of a text.
-size_t LongestLine(std::wstring_view text);
-
 /// A text with blanks up to a width.
 std::wstring Padded(const std::wstring& text, size_t width);
 

@@ -54,10 +54,9 @@ std::string ShowBoth(std::string_view expected, std::string_view actual)
     constexpr size_t kBeginning = 130;
     const auto parting = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end()).first;
     const size_t place = Start(expected, static_cast<size_t>(parting - expected.begin()));
-    size_t character = 1;
-    for (size_t at = 0; at < place; ++at) {
-        character += Start(expected, at) == at ? 1 : 0;
-    }
+    const std::string_view before = expected.substr(0, place);
+    const auto character =
+        1 + std::count_if(before.begin(), before.end(), [](char byte) { return (byte & 0xC0) != 0x80; });
     return "- " + Around(expected, 0, kBeginning) + "\n+ " + Around(actual, 0, kBeginning) +
            "\n  they part at character " + std::to_string(character) + ":\n    expected " +
            Around(expected, place, kAround) + "\n    written  " + Around(actual, place, kAround) + "\n";

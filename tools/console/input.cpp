@@ -20,28 +20,24 @@ BOOL WINAPI OnControl(DWORD event)
     return SetEvent(stopEvent);
 }
 
-struct Reading {
-    std::string bytes;
-    DWORD error = ERROR_SUCCESS;
-};
-
-Reading ReadAll(HANDLE file)
+// Throws the Win32 code of a failure.
+std::string ReadAll(HANDLE file)
 {
     constexpr DWORD kPiece = 1 << 20;
     constexpr size_t kLargest = size_t{1} << 30;
-    Reading reading;
-    DWORD count = 0;
-    do {
-        const size_t size = reading.bytes.size();
+    std::string bytes;
+    for (DWORD count = 1; count != 0;) {
+        const size_t size = bytes.size();
         if (size > kLargest) {
-            return {{}, ERROR_FILE_TOO_LARGE};
+            throw DWORD{ERROR_FILE_TOO_LARGE};
         }
-        reading.bytes.resize(size + kPiece);
-        const BOOL isRead = ReadFile(file, reading.bytes.data() + size, kPiece, &count, nullptr);
-        reading.error = isRead || GetLastError() == ERROR_BROKEN_PIPE ? DWORD{ERROR_SUCCESS} : GetLastError();
-        reading.bytes.resize(size + (isRead ? count : 0));
-    } while (reading.error == ERROR_SUCCESS && count != 0);
-    return reading;
+        bytes.resize(size + kPiece);
+        if (!ReadFile(file, bytes.data() + size, kPiece, &count, nullptr) && GetLastError() != ERROR_BROKEN_PIPE) {
+            throw GetLastError();
+        }
+        bytes.resize(size + count); // a pipe that was closed has put 0 there
+    }
+    return bytes;
 }
 
 } // namespace
@@ -75,20 +71,20 @@ std::string ReadInput(const std::wstring& path, ExitCode code)
         file.reset(handle, CloseHandle);
     }
     // On a thread of its own, which is left behind when Ctrl+C comes while a pipe or a keyboard is waited for.
-    std::packaged_task<Reading()> task(
+    std::packaged_task<std::string()> task(
         [file] { return ReadAll(file != nullptr ? file.get() : GetStdHandle(STD_INPUT_HANDLE)); });
-    std::future<Reading> future = task.get_future();
+    std::future<std::string> future = task.get_future();
     std::thread(std::move(task)).detach();
     while (future.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
         if (IsStopped()) {
             fail("stopped by Ctrl+C before all of it was read; nothing was delivered");
         }
     }
-    Reading reading = future.get();
-    if (reading.error != ERROR_SUCCESS) {
-        fail("cannot be read: " + Describe(HRESULT_FROM_WIN32(reading.error)));
+    try {
+        return future.get();
+    } catch (DWORD error) {
+        throw Failure(code, InputName(path) + ": cannot be read: " + Describe(HRESULT_FROM_WIN32(error)));
     }
-    return std::move(reading.bytes);
 }
 
 } // namespace orvel::console

@@ -56,10 +56,9 @@ void ProviderModule::Load(const std::wstring& path)
         throw Failure(ExitCode::Module, name + " is not a COM server: it exports no DllGetClassObject");
     }
     ComPtr<IClassFactory> factory;
-    HRESULT hr = getClassObject(kProviderClass, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()));
+    HRESULT hr = getClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf()));
     if (SUCCEEDED(hr)) {
-        hr = factory->CreateInstance(nullptr, __uuidof(IOrvelDataProvider),
-                                     reinterpret_cast<void**>(provider_.GetAddressOf()));
+        hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider_.GetAddressOf()));
     }
     if (FAILED(hr)) {
         throw Failure(ExitCode::Module, name + " gives no event-log provider: " + Describe(hr));
@@ -68,8 +67,8 @@ void ProviderModule::Load(const std::wstring& path)
 
 void ProviderModule::CreateRegistered(REFCLSID providerClass)
 {
-    const HRESULT hr = CoCreateInstance(providerClass, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IOrvelDataProvider),
-                                        reinterpret_cast<void**>(provider_.GetAddressOf()));
+    const HRESULT hr =
+        CoCreateInstance(providerClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(provider_.GetAddressOf()));
     if (FAILED(hr)) {
         throw Failure(ExitCode::Module, ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
                                             "; register the module again, or name it with --module");

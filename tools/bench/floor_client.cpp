@@ -1,5 +1,7 @@
 #include "tools/bench/floor_client.h"
 
+#include "tools/function_of.h"
+
 #include <cstdlib>
 #include <cwchar>
 #include <mutex>
@@ -35,12 +37,6 @@ std::wstring TimeLine(ULONGLONG time)
     return line;
 }
 
-template <typename Function>
-void Find(const ReplayClient& replay, Function& function, const char* name)
-{
-    function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(replay.module, name)));
-}
-
 HANDLE OpenLog(const std::wstring& path)
 {
     return CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -60,12 +56,12 @@ wchar_t* ReadText(HANDLE file, DWORD bytes)
 FloorClient::FloorClient(const ReplayClient& replay, IAgentLogger& logger, std::wstring logPath)
     : logger_(logger), logPath_(std::move(logPath)), hostLine_(HostLine())
 {
-    Find(replay, subscribe_, "EvtSubscribe");
-    Find(replay, createContext_, "EvtCreateRenderContext");
-    Find(replay, render_, "EvtRender");
-    Find(replay, openPublisher_, "EvtOpenPublisherMetadata");
-    Find(replay, format_, "EvtFormatMessage");
-    Find(replay, close_, "EvtClose");
+    subscribe_ = FunctionOf{replay.module, "EvtSubscribe"};
+    createContext_ = FunctionOf{replay.module, "EvtCreateRenderContext"};
+    render_ = FunctionOf{replay.module, "EvtRender"};
+    openPublisher_ = FunctionOf{replay.module, "EvtOpenPublisherMetadata"};
+    format_ = FunctionOf{replay.module, "EvtFormatMessage"};
+    close_ = FunctionOf{replay.module, "EvtClose"};
 }
 
 FloorClient::~FloorClient()

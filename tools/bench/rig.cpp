@@ -1,5 +1,7 @@
 #include "tools/bench/rig.h"
 
+#include "tools/function_of.h"
+
 #include <comdef.h>
 #include <msxml2.h>
 
@@ -64,8 +66,7 @@ Rig::Rig(const std::wstring& folder, const std::wstring& agentLog)
       floor(replay, logger, agentLog)
 {
     Check(module != nullptr, "Orvel_eventlog.dll cannot be loaded");
-    const auto getClassObject = reinterpret_cast<decltype(&DllGetClassObject)>(
-        reinterpret_cast<void*>(GetProcAddress(module, "DllGetClassObject")));
+    decltype(&DllGetClassObject) const getClassObject = FunctionOf{module, "DllGetClassObject"};
     Check(getClassObject != nullptr && SUCCEEDED(getClassObject(kProviderClass, IID_IClassFactory, Out(factory_))),
           "Orvel_eventlog.dll gives no class factory");
     replay.SetMode(ReplayOnCallingThread);

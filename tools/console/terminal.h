@@ -28,8 +28,7 @@ std::wstring Padded(const std::wstring& text, size_t width);
 /// first line is indented.
 std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent);
 
-/// A text for a terminal: line breaks of all kinds become "\n", a tab a
-/// blank, other control characters a mark.
+/// A text for a terminal: line breaks of all kinds become "\n", a tab a blank, other control characters a mark.
 std::wstring Printable(std::wstring text);
 
 } // namespace orvel::console

@@ -81,7 +81,7 @@ void CAppCrashMetric::OnEvent(EVT_HANDLE event)
         BuildHostNameLine();
     }
     crashTimeLine_.clear();
-    RenderEventValues(context.put(), event, kPaths, [this](EVT_VARIANT*& values) { SetCrashTimeLine(values); });
+    RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { SetCrashTimeLine(values); });
     // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"Application Error");
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { AddCrashFromMessage(text); });
@@ -108,11 +108,11 @@ bool CAppCrashMetric::BuildHostNameLine()
 
 void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
 {
-    // The line stays empty for a value that is not a file time, and for one that the system cannot convert.
-    if (values == nullptr || values[0].Type != EvtVarTypeFileTime) {
+    // Whatever the value's type: events without a time render as 0.
+    const ULONGLONG time = values != nullptr ? values[0].FileTimeVal : 0;
+    if (time == 0) {
         return;
     }
-    const ULONGLONG time = values[0].FileTimeVal;
     const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
     SYSTEMTIME utc{};
     if (FileTimeToSystemTime(&fileTime, &utc)) {

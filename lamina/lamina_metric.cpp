@@ -34,7 +34,7 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 
     EventHandle context; // outlives the guard: closed when the lock is free again
     const std::lock_guard guard(lock_);
-    RenderEventValues(context.put(), event, kPaths, [this](EVT_VARIANT*& values) { StoreEventValues(values); });
+    RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { StoreEventValues(values); });
     // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"korvex");
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { lastEvent_.message = text; });
@@ -44,8 +44,8 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 void CLaminaMetric::StoreEventValues(const EVT_VARIANT* values)
 {
     if (values != nullptr) {
-        lastEvent_.eventId = values[0].Type == EvtVarTypeUInt16 ? values[0].UInt16Val : 0U;
-        lastEvent_.time = values[1].Type == EvtVarTypeFileTime ? values[1].FileTimeVal : 0U;
+        lastEvent_.eventId = values[0].UInt32Val;
+        lastEvent_.time = values[1].FileTimeVal;
     }
 }
 

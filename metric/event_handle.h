@@ -1,30 +1,13 @@
 #pragma once
 
+#include "host/unique_resource.h"
+
 #include <windows.h>
 #include <winevt.h>
 
 namespace orvel {
 
-/// Owner of one Event Log handle, closed with EvtClose when the owner ends. Empty when null.
-class EventHandle {
-public:
-    EventHandle() = default;
-    explicit EventHandle(EVT_HANDLE handle) noexcept : handle_(handle) {}
-    ~EventHandle()
-    {
-        if (handle_ != nullptr) {
-            EvtClose(handle_);
-        }
-    }
-    EventHandle(const EventHandle&) = delete;
-    EventHandle& operator=(const EventHandle&) = delete;
-
-    EVT_HANDLE get() const noexcept { return handle_; }
-    /// For functions that fill in a handle: the empty owner's place for it.
-    EVT_HANDLE& put() noexcept { return handle_; }
-
-private:
-    EVT_HANDLE handle_ = nullptr;
-};
+/// Owner of an Event Log handle: a subscription, a render context or a publisher's metadata.
+using EventHandle = std::unique_ptr<std::remove_pointer_t<EVT_HANDLE>, ReleaseWith<EvtClose>>;
 
 } // namespace orvel

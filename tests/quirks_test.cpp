@@ -11,6 +11,8 @@ constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 
 enum Outcome {
     Whole,      // everything is known
+    HalfValues, // of two values the second, the time, is missing
+    OtherTime,  // the platform returned another time
     Timeless,   // the event's own time is not known
     Cut,        // only the front of the message is
     Messageless // the message is not known
@@ -24,11 +26,11 @@ struct Quirk {
     Outcome outcome;
 };
 constexpr Quirk kQuirks[] = {
-    {ReplayEvtRender, 2, ReplayTruncated, 0, Timeless},
+    {ReplayEvtRender, 2, ReplayTruncated, 0, HalfValues},
     {ReplayEvtRender, 1, ReplayLongerNextTime, 0, Timeless},
     {ReplayEvtRender, 2, ReplayUsedTooLarge, 0, Whole},
-    {ReplayEvtRender, 2, ReplayNullValues, 0, Timeless},
-    {ReplayEvtRender, 2, ReplayOtherTypes, 0, Timeless},
+    {ReplayEvtRender, 2, ReplayNullValues, 0, OtherTime},
+    {ReplayEvtRender, 2, ReplayOtherTypes, 0, OtherTime},
     {ReplayEvtRender, 1, ReplayNoBufferNeeded, 0, Timeless},
     {ReplayEvtRender, 2, ReplayFail, ERROR_INSUFFICIENT_BUFFER, Timeless},
     {ReplayEvtFormatMessage, 2, ReplayTruncated, 0, Cut},
@@ -76,10 +78,15 @@ TEST_P(QuirksTest, ACrashIsToldAsFarAsItIsKnown)
         ASSERT_EQ(seen.size(), quirk.outcome == Messageless ? 2U : 3U);
         const std::wstring hostName = seen[1].substr(seen[1].find(L"<br />Host"));
         EXPECT_EQ(seen[1], std::wstring(L"appcrash|crash_details|* [1] = before").append(time).append(hostName));
+        std::wstring secondTime = time;
+        if (quirk.outcome == OtherTime) {
+            secondTime = L"<br />Crash Time: 2012-11-29 01:06:46";
+        } else if (quirk.outcome == Timeless) {
+            secondTime = L"";
+        }
         if (quirk.outcome != Messageless) {
             EXPECT_EQ(seen[2], std::wstring(L"appcrash|crash_details|* [2] = ") +
-                                   (quirk.outcome == Cut ? L"Faul" : L"Faulted") +
-                                   (quirk.outcome == Timeless ? L"" : time) + hostName);
+                                   (quirk.outcome == Cut ? L"Faul" : L"Faulted") + secondTime + hostName);
         }
     }
 }
@@ -95,7 +102,12 @@ TEST_P(QuirksTest, ALogonKeepsWhatItKnew)
         const std::wstring first = L"#1709622490000";
         const std::wstring second = L"#1709622492000";
         const std::wstring logon = quirk.outcome == Messageless ? second : first;
-        const std::wstring ready = quirk.outcome == Whole ? second : logon;
+        std::wstring ready = logon;
+        if (quirk.outcome == Whole) {
+            ready = second;
+        } else if (quirk.outcome == OtherTime) {
+            ready = L"#1354151206841";
+        }
         EXPECT_EQ(Play(kLamina, quirk), (Lines{L"lamina|logon_timestamp [lamina] = " + logon,
                                                L"lamina|logon_response_timestamp [lamina] = " + logon,
                                                L"lamina|volumes_ready_timestamp [lamina] = " + ready,

@@ -14,7 +14,7 @@ using namespace orvel::replay;
 
 namespace {
 
-constexpr uint64_t kJunk = 0xCDCD'CDCD'CDCD'CDCD;
+constexpr uint64_t kJunk = 0x01CD'CDCD'CDCD'CDCD; // as a FILETIME 2012-11-29 01:06:46.841 UTC
 
 void CheckChannels(const Selection& selection, bool isStructured)
 {

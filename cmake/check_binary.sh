@@ -27,7 +27,7 @@ done
 # Entries of the address table that are exported by number only would be counted here without having a name below.
 addresses=$(printf '%s\n' "$headers" | sed -n '/^Export Address Table -- /,/^$/p' | grep -c 'Export RVA' || true)
 names=$(printf '%s\n' "$headers" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/p' |
-    sed -n 's/^[[:space:]]*\[ *[0-9]*\] \(.*\)$/\1/p' | LC_ALL=C sort | xargs)
+    awk '/^[[:space:]]*\[ *[0-9]+\] / { print $NF }' | LC_ALL=C sort | xargs) # newer binutils put numbers before the name
 expected=$(printf '%s\n' "$@" | LC_ALL=C sort | xargs)
 [ "$names" = "$expected" ] || fail "exports '$names', expected '$expected'"
 [ "$addresses" -eq $# ] || fail "has $addresses exports for $# names"

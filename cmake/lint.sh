@@ -7,6 +7,13 @@ cd "$(dirname "$0")/.."
 build=build/x64
 stamps=$build/tidy
 
+. cmake/developed_with.sh
+if ! is_development_clang; then
+    echo "Skipped: the form of the sources is checked with clang-format and clang-tidy 14, here is:"
+    clang-format --version
+    exit 0
+fi
+
 mapfile -t sources < <(find . -path ./build -prune -o \( -name '*.cpp' -o -name '*.h' \) -print | LC_ALL=C sort)
 if ! clang-format --dry-run -Werror "${sources[@]}"; then
     echo "The layout differs from .clang-format. This command puts it right:" >&2

@@ -24,12 +24,13 @@ endfunction()
 function(orvel_shipped target)
   set(file $<TARGET_FILE:${target}>)
   set(check ${PROJECT_SOURCE_DIR}/cmake/check_binary.sh)
+  set(undated ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0) # else these tools write the current time into the PE header
   add_custom_command(
     TARGET ${target}
     POST_BUILD
-    COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${file} ${file}.debug
-    COMMAND ${CMAKE_STRIP} --strip-all ${file}
-    COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${file}.debug ${file}
+    COMMAND ${undated} ${CMAKE_OBJCOPY} --only-keep-debug ${file} ${file}.debug
+    COMMAND ${undated} ${CMAKE_STRIP} --strip-all ${file}
+    COMMAND ${undated} ${CMAKE_OBJCOPY} --add-gnu-debuglink=${file}.debug ${file}
     COMMAND ${check} ${CMAKE_OBJDUMP} ${file} ${ARGN}
     VERBATIM)
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${check})

@@ -22,7 +22,7 @@ constexpr size_t kLargestExport = size_t{1} << 30; // it is held in memory sever
 void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
 {
     if (buffer != nullptr && characters != 0) {
-        *std::copy_n(text.begin(), std::min<size_t>(text.size(), characters - 1), buffer) = L'\0';
+        buffer[text.copy(buffer, characters - 1)] = L'\0';
     }
 }
 

@@ -1,13 +1,43 @@
 #include "module/provider_object.h"
 
-#include "module/type_info.h"
+#include "module/provider_ids.h"
+
+#include <oleauto.h>
 
 #include <mutex>
 #include <new>
+#include <string>
 
 namespace orvel {
 
 using Microsoft::WRL::ComPtr;
+
+namespace {
+
+// From the host's type library as it is registered, else from the copy in this module, so that late binding does not
+// depend on a host.
+HRESULT LoadProviderTypeInfo(ITypeInfo** out) noexcept
+{
+    const IID& iid = __uuidof(IOrvelDataProvider);
+    ComPtr<ITypeLib> library;
+    HRESULT hr = LoadRegTypeLib(kHostLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL, library.GetAddressOf());
+    if (SUCCEEDED(hr)) {
+        hr = library->GetTypeInfoOfGuid(iid, out);
+    }
+    if (SUCCEEDED(hr)) {
+        return S_OK;
+    }
+    try {
+        // The full path, followed by the resource's number: LoadTypeLibEx registers a library that it finds by name.
+        const std::wstring path = CEventLogProviderModule::Instance().Path() + L"\\2";
+        hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.ReleaseAndGetAddressOf());
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return SUCCEEDED(hr) ? library->GetTypeInfoOfGuid(iid, out) : hr;
+}
+
+} // namespace
 
 HRESULT ProviderObject::Create(IUnknown* outer, REFIID iid, void** out) noexcept
 {
@@ -69,8 +99,8 @@ ULONG ProviderObject::Identity::Release()
 {
     const ULONG left = --count_;
     if (left == 0) {
-        const ModuleLock stillInside; // the object's own lock ends before the provider's destructor does
-        count_ = 1;                   // references taken and given back while the object ends must not end it again
+        const ModuleLock moduleLock; // the object's own is released before the destructor of its base has run
+        count_ = 1;                  // so that references taken and released during destruction do not delete it again
         delete &object_;
     }
     return left;
@@ -80,13 +110,22 @@ HRESULT ProviderObject::TypeInfo(ITypeInfo** out) noexcept
 {
     *out = nullptr;
     const std::lock_guard guard(typeInfoLock_);
-    const HRESULT hr = typeInfo_ ? S_OK : LoadProviderTypeInfo(typeInfo_.ReleaseAndGetAddressOf());
-    return SUCCEEDED(hr) ? typeInfo_.CopyTo(out) : hr;
+    if (!typeInfo_) {
+        const HRESULT hr = LoadProviderTypeInfo(typeInfo_.GetAddressOf());
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+    return typeInfo_.CopyTo(out);
 }
 
 HRESULT ProviderObject::GetTypeInfoCount(UINT* count)
 {
-    return count != nullptr ? (*count = 1, S_OK) : E_POINTER;
+    if (count == nullptr) {
+        return E_POINTER;
+    }
+    *count = 1;
+    return S_OK;
 }
 
 HRESULT ProviderObject::GetTypeInfo(UINT index, LCID, ITypeInfo** out)
@@ -116,9 +155,11 @@ HRESULT ProviderObject::Invoke(DISPID member, REFIID iid, LCID, WORD flags, DISP
     }
     ComPtr<ITypeInfo> typeInfo;
     const HRESULT hr = TypeInfo(typeInfo.GetAddressOf());
-    return SUCCEEDED(hr) ? typeInfo->Invoke(static_cast<IOrvelDataProvider*>(this), member, flags, parameters, result,
-                                            exception, badArgument)
-                         : hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    return typeInfo->Invoke(static_cast<IOrvelDataProvider*>(this), member, flags, parameters, result, exception,
+                            badArgument);
 }
 
 } // namespace orvel

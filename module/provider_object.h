@@ -10,12 +10,12 @@
 
 namespace orvel {
 
-/// The provider as a COM object: identity, counting and late binding, plain or aggregated.
+/// The provider as a COM object, plain or aggregated: identity, reference count and late binding.
 class ProviderObject final : public CProvider {
 public:
-    /// Creates one and gives its interface `iid`. With an `outer` object the new one becomes part of it, and `iid` must
-    /// be IID_IUnknown, which then stands for the part by itself.
-    /// E_POINTER for a null `out`, CLASS_E_NOAGGREGATION for an outer object and another `iid`, E_OUTOFMEMORY,
+    /// Creates a provider and queries it for `iid`. An `outer` object aggregates it and must ask for IID_IUnknown: it
+    /// receives the provider's own, non-delegating IUnknown.
+    /// Returns E_POINTER for a null `out`, CLASS_E_NOAGGREGATION for an outer object and another `iid`, E_OUTOFMEMORY,
     /// E_NOINTERFACE.
     static HRESULT Create(IUnknown* outer, REFIID iid, void** out) noexcept;
 
@@ -23,20 +23,21 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
 
-    // Late binding, from the type information of IOrvelDataProvider. Whatever a method throws is left to the platform's
-    // invocation, as it would leave the method itself.
+    // Late binding, from the type information of IOrvelDataProvider: of the host's registered type library, else of the
+    // module's own copy. These methods also return the platform's failure to load it, and E_OUTOFMEMORY. What an
+    // invoked method throws passes through ITypeInfo::Invoke.
 
-    /// Gives 1. E_POINTER.
+    /// Sets `count` to 1. Returns E_POINTER for a null `count`.
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
-    /// E_POINTER, DISP_E_BADINDEX for another index than 0; see LoadProviderTypeInfo.
+    /// Returns E_POINTER for a null `out`, DISP_E_BADINDEX for an index other than 0.
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID locale, ITypeInfo** out) override;
-    /// DISP_E_UNKNOWNINTERFACE for another `iid` than IID_NULL, here and below; the platform's codes.
+    /// Both return DISP_E_UNKNOWNINTERFACE for an `iid` other than IID_NULL, and the platform's codes.
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale, DISPID* ids) override;
     HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID iid, LCID locale, WORD flags, DISPPARAMS* parameters,
                                      VARIANT* result, EXCEPINFO* exception, UINT* badArgument) override;
 
 private:
-    // The object's own IUnknown: an outer object holds the part by it, and it counts the part's life.
+    // The non-delegating IUnknown, which counts the references and deletes the object.
     class Identity final : public IUnknown {
     public:
         explicit Identity(ProviderObject& object) : object_(object) {}
@@ -52,12 +53,12 @@ private:
     explicit ProviderObject(IUnknown* outer) : outer_(outer != nullptr ? outer : &identity_) {}
     ~ProviderObject() = default;
 
-    // The type information, loaded when it is first asked for.
+    // Loads the type information on first use.
     HRESULT TypeInfo(ITypeInfo** out) noexcept;
 
     ModuleLock lock_;
     Identity identity_{*this};
-    IUnknown* outer_; // not counted: an outer object outlives its parts
+    IUnknown* outer_; // not counted: the outer object outlives this one
     NativeLock typeInfoLock_;
     Microsoft::WRL::ComPtr<ITypeInfo> typeInfo_;
 };

@@ -6,13 +6,13 @@
 
 namespace orvel {
 
-/// Makes what a script lists; `classes` stands for its root HKCR. Stops at the first failure and gives its Win32 code,
-/// leaving what was made until then.
-LSTATUS RegisterScript(const Script& script, HKEY classes);
+/// Writes the values and keys that a script lists for `key`: HKCR for the whole script. Returns the Win32 code of the
+/// first failure, where registration stops; whatever was already written stays.
+LSTATUS RegisterContents(const ScriptKey& listed, HKEY key);
 
-/// Removes what a script lists, from its end to its beginning: named values, default values, then each key that may be
-/// removed and has no subkey left. What is not there is no failure. Goes on after a failure and gives the first one's
-/// Win32 code.
-LSTATUS UnregisterScript(const Script& script, HKEY classes);
+/// Removes the keys and values that a script lists for `key`, in reverse order. A listed key goes after its own
+/// contents, unless it is NoRemove or other subkeys are left in it. What does not exist is skipped. Continues after a
+/// failure and returns the Win32 code of the first one.
+LSTATUS UnregisterContents(const ScriptKey& listed, HKEY key);
 
 } // namespace orvel

@@ -2,7 +2,7 @@
 
 #include "host/com_failure.h"
 #include "host/native_lock.h"
-#include "host/owned_handles.h"
+#include "host/unique_resource.h"
 #include "module/module.h"
 #include "module/provider_ids.h"
 #include "module/registrar.h"
@@ -11,7 +11,6 @@
 #include <oleauto.h>
 #include <wrl/client.h>
 
-#include <cstring>
 #include <mutex>
 #include <new>
 
@@ -29,7 +28,7 @@ constexpr const wchar_t* kLibraryKey = sizeof(void*) == 8
                                            ? L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}\\1.0\\0\\win64"
                                            : L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}\\1.0\\0\\win32";
 
-// HKCR is redirected for the whole process: one registration at a time.
+// RegOverridePredefKey redirects HKCR for the whole process: one registration at a time.
 NativeLock registrationLock;
 
 class SystemThreadLocale {
@@ -58,52 +57,36 @@ HRESULT FromStatus(LSTATUS status)
     return HresultFromWin32(static_cast<DWORD>(status));
 }
 
-// Without this call the platform registers a type library machine-wide, whatever HKCR is redirected to. Old systems do
-// not have it, nor need it.
+// Without this call the platform registers type libraries machine-wide, whatever HKCR is redirected to. Windows
+// versions that lack it do not need it.
 void AllowTypeLibraryPerUser()
 {
-    if (const HMODULE automation = GetModuleHandleW(L"oleaut32.dll")) {
-        const FARPROC found = GetProcAddress(automation, "OaEnablePerUserTLibRegistration");
-        void(WINAPI * enable)() = nullptr;
-        static_assert(sizeof(enable) == sizeof(found));
-        std::memcpy(&enable, &found, sizeof(enable));
-        if (enable != nullptr) {
-            enable();
-        }
+    const HMODULE automation = GetModuleHandleW(L"oleaut32.dll");
+    const FARPROC found =
+        automation != nullptr ? GetProcAddress(automation, "OaEnablePerUserTLibRegistration") : nullptr;
+    if (found != nullptr) {
+        reinterpret_cast<void(WINAPI*)()>(reinterpret_cast<void*>(found))();
     }
-}
-
-HRESULT OpenClasses(RegistryKey& classes)
-{
-    HKEY key = nullptr;
-    const LSTATUS status = RegCreateKeyExW(
-        CEventLogProviderModule::Instance().IsPerUser() ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, L"Software\\Classes",
-        0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE, nullptr, &key, nullptr);
-    classes.reset(key);
-    return FromStatus(status);
 }
 
 std::wstring ScriptText(HMODULE module, WORD resource)
 {
-    HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(resource), L"REGISTRY");
-    HGLOBAL loaded = found != nullptr ? LoadResource(module, found) : nullptr;
+    const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(resource), L"REGISTRY");
+    const HGLOBAL loaded = found != nullptr ? LoadResource(module, found) : nullptr;
     if (loaded == nullptr) {
         return {};
     }
-    const auto* bytes = static_cast<const char*>(LockResource(loaded));
-    const auto size = static_cast<int>(SizeofResource(module, found));
-    std::wstring text(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, bytes, size, nullptr, 0)), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, bytes, size, text.data(), static_cast<int>(text.size()));
-    return text;
+    const auto* text = static_cast<const char*>(LockResource(loaded));
+    return {text, text + SizeofResource(module, found)}; // ASCII
 }
 
 // Parses the whole script before anything is changed.
-HRESULT RunScript(WORD resource, HKEY classes, LSTATUS (*run)(const Script&, HKEY))
+HRESULT RunScript(WORD resource, HKEY classes, LSTATUS (*run)(const ScriptKey&, HKEY))
 {
     const auto& module = CEventLogProviderModule::Instance();
     try {
-        const Script script =
-            ParseScript(ScriptText(module.Handle(), resource), {{L"MODULE", module.Path()}, {L"APPID", kAppId}});
+        const ScriptKey script =
+            ParseScript(ScriptText(module.Handle(), resource), {{L"%MODULE%", module.Path()}, {L"%APPID%", kAppId}});
         return FromStatus(run(script, classes));
     } catch (const ScriptError& error) {
         const std::wstring line = L"Orvel_eventlog.dll: script " + std::to_wstring(resource) + L", line " +
@@ -124,43 +107,74 @@ HRESULT RegisterTypeLibrary(HKEY classes)
     }
     const ClassesRedirection redirection(classes);
     hr = FromStatus(redirection.status);
-    if (SUCCEEDED(hr)) {
-        std::wstring folder = path.substr(0, path.rfind(L'\\'));
-        hr = RegisterTypeLib(library.Get(), path.data(), folder.data());
+    if (FAILED(hr)) {
+        return hr;
     }
-    return hr;
+    std::wstring folder = path.substr(0, path.rfind(L'\\'));
+    return RegisterTypeLib(library.Get(), path.data(), folder.data());
 }
 
 HRESULT UnregisterTypeLibrary(HKEY classes)
 {
-    // Removing what is not registered fails, and with a code that a refused access gives too: so look first.
+    // UnRegisterTypeLib returns the same code for a library that is not registered and for one that it may not remove.
     HKEY opened = nullptr;
     const LSTATUS status = RegOpenKeyExW(classes, kLibraryKey, 0, KEY_READ, &opened);
-    RegistryKey(opened).reset();
+    UniqueKey(opened).reset();
     if (status != ERROR_SUCCESS) {
         return status == ERROR_FILE_NOT_FOUND ? S_OK : FromStatus(status);
     }
     const ClassesRedirection redirection(classes);
     const HRESULT hr = FromStatus(redirection.status);
-    return SUCCEEDED(hr) ? UnRegisterTypeLib(kProviderLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL, kSystem)
-                         : hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    return UnRegisterTypeLib(kProviderLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL, kSystem);
 }
 
-// Runs `steps` on the classes of the chosen scope.
-template <typename Steps>
-HRESULT OnClasses(Steps&& steps) noexcept
+// Runs `steps` on the classes of the machine or the user.
+HRESULT OnClasses(HRESULT (*steps)(HKEY classes)) noexcept
 {
     try {
         const std::lock_guard guard(registrationLock);
-        if (CEventLogProviderModule::Instance().IsPerUser()) {
+        const bool isPerUser = CEventLogProviderModule::Instance().IsPerUser();
+        if (isPerUser) {
             AllowTypeLibraryPerUser();
         }
-        RegistryKey classes;
-        const HRESULT hr = OpenClasses(classes);
-        return SUCCEEDED(hr) ? steps(classes.get()) : hr;
+        HKEY opened = nullptr;
+        const LSTATUS status =
+            RegCreateKeyExW(isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, L"Software\\Classes", 0, nullptr,
+                            REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE, nullptr, &opened, nullptr);
+        const UniqueKey classes(opened);
+        return status == ERROR_SUCCESS ? steps(classes.get()) : FromStatus(status);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
+}
+
+HRESULT Register(HKEY classes)
+{
+    if (CEventLogProviderModule::Instance().Path().empty()) {
+        return HresultFromWin32(GetLastError());
+    }
+    for (const WORD script : {kModuleScript, kClassScript}) {
+        const HRESULT hr = RunScript(script, classes, RegisterContents);
+        if (FAILED(hr)) {
+            return hr;
+        }
+    }
+    return RegisterTypeLibrary(classes);
+}
+
+HRESULT Unregister(HKEY classes)
+{
+    HRESULT first = UnregisterTypeLibrary(classes);
+    for (const WORD script : {kClassScript, kModuleScript}) {
+        const HRESULT hr = RunScript(script, classes, UnregisterContents);
+        if (SUCCEEDED(first)) {
+            first = hr;
+        }
+    }
+    return first;
 }
 
 } // namespace
@@ -168,28 +182,12 @@ HRESULT OnClasses(Steps&& steps) noexcept
 HRESULT RegisterModule() noexcept
 {
     const SystemThreadLocale locale;
-    return OnClasses([](HKEY classes) {
-        if (CEventLogProviderModule::Instance().Path().empty()) {
-            return FromStatus(static_cast<LSTATUS>(GetLastError()));
-        }
-        HRESULT hr = RunScript(kModuleScript, classes, RegisterScript);
-        if (SUCCEEDED(hr)) {
-            hr = RunScript(kClassScript, classes, RegisterScript);
-        }
-        return SUCCEEDED(hr) ? RegisterTypeLibrary(classes) : hr;
-    });
+    return OnClasses(Register);
 }
 
 HRESULT UnregisterModule() noexcept
 {
-    return OnClasses([](HKEY classes) {
-        HRESULT first = UnregisterTypeLibrary(classes);
-        for (const WORD script : {kClassScript, kModuleScript}) {
-            const HRESULT hr = RunScript(script, classes, UnregisterScript);
-            first = FAILED(first) ? first : hr;
-        }
-        return first;
-    });
+    return OnClasses(Unregister);
 }
 
 } // namespace orvel

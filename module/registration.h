@@ -4,20 +4,19 @@
 
 namespace orvel {
 
-/// Registers the module: the module's script, then the class's script and the provider's type library. The thread's
-/// locale is the system's for that time. Gives S_OK or the first failure, after which nothing more is done and what was
-/// made stays: E_ACCESSDENIED and other registry failures as 0x8007xxxx, DISP_E_EXCEPTION for a malformed script (whose
-/// place goes to the debugger), the type library's own codes, E_OUTOFMEMORY.
+/// Registers the module's AppID, the provider's class and its type library; the thread has the system's locale during
+/// the call. Machine-wide registration writes below HKLM\Software\Classes, registration per user below
+/// HKCU\Software\Classes. For the type library the whole process sees that branch as HKCR for a moment.
 ///
-/// Machine-wide registration writes to HKLM\Software\Classes, registration per user to HKCU\Software\Classes, each only
-/// there, and never through the merged view HKCR, where a write may land in either. For the type library the whole
-/// process sees that branch as HKCR while the call lasts.
+/// Returns S_OK or the first failure. Registration stops there; whatever was already written stays. Failures are
+/// 0x8007xxxx from the registry, DISP_E_EXCEPTION for a malformed script (the debugger gets its position), the type
+/// library's own codes, and E_OUTOFMEMORY.
 ///
-/// Any thread; calls are made one after the other.
+/// Any thread; calls run one after another.
 HRESULT RegisterModule() noexcept;
 
-/// Removes what RegisterModule makes, in reverse. Goes on after a failure and gives the first one. What is not there
-/// is no failure.
+/// Removes what RegisterModule writes, in reverse. Continues after a failure and returns the first one. What does not
+/// exist is skipped.
 HRESULT UnregisterModule() noexcept;
 
 } // namespace orvel

@@ -1,4 +1,4 @@
-#include "host/owned_handles.h"
+#include "host/unique_resource.h"
 #include "module/registrar.h"
 #include "tests/support/module_under_test.h"
 
@@ -12,14 +12,13 @@ namespace {
 
 using namespace orvel;
 using Tree = std::set<std::wstring>;
-using Strings = std::vector<std::wstring>;
 
 // All below a key, as "key", "key|name=text" and "key|name=#number" lines.
 void Read(HKEY root, const wchar_t* path, const std::wstring& shown, Tree& lines)
 {
     HKEY opened = nullptr;
     RegOpenKeyExW(root, path, 0, KEY_READ, &opened);
-    const RegistryKey key(opened);
+    const UniqueKey key(opened);
     std::vector<wchar_t> found(16384), text(32768);
     for (DWORD i = 0;; ++i) {
         DWORD length = 16384, size = 65534, type = 0;
@@ -74,23 +73,16 @@ private:
     }
 };
 
-Strings Parts(const char* file, wchar_t separator)
-{
-    Strings parts;
-    std::wifstream stream(file);
-    for (std::wstring part; std::getline(stream, part, separator);) {
-        parts.push_back(part);
-    }
-    return parts;
-}
-
 // What registration adds below the classes; @ stands for the module's folder. Keys with content are implied.
 Tree Additions()
 {
     Tree lines;
-    for (const std::wstring& line : Parts("registration/added.txt", L'\n')) {
-        lines.insert(line.substr(0, line.find(L'|')));
-        lines.insert(std::regex_replace(line, std::wregex(L"@"), kOddFolder));
+    std::wifstream file("registration/added.txt");
+    for (std::wstring line; std::getline(file, line);) {
+        if (!line.starts_with(L'#')) {
+            lines.insert(line.substr(0, line.find(L'|')));
+            lines.insert(std::regex_replace(line, std::wregex(L"@"), kOddFolder));
+        }
     }
     return lines;
 }
@@ -142,6 +134,23 @@ HRESULT WINAPI RegisterOrFail(ITypeLib* library, OLECHAR* path, OLECHAR* help)
     return --callsUntilFailure == 0 ? TYPE_E_REGISTRYACCESS : RegisterTypeLib(library, path, help);
 }
 
+std::set<HKEY> deletable; // keys opened with DELETE access, which RegDeleteTreeW requires
+LSTATUS WINAPI RecordAccess(HKEY parent, const wchar_t* name, DWORD reserved, wchar_t* type, DWORD options,
+                            REGSAM access, SECURITY_ATTRIBUTES* security, HKEY* key, DWORD* disposition)
+{
+    const LSTATUS status = RegCreateKeyExW(parent, name, reserved, type, options, access, security, key, disposition);
+    deletable.erase(*key);
+    if ((access & DELETE) != 0) {
+        deletable.insert(*key);
+    }
+    return status;
+}
+
+LSTATUS WINAPI DeleteIfOpenedForIt(HKEY key, const wchar_t* subkey)
+{
+    return deletable.contains(key) ? RegDeleteTreeW(key, subkey) : ERROR_ACCESS_DENIED;
+}
+
 WINBOOL WINAPI RecordLocale(LCID locale)
 {
     locales.push_back(locale);
@@ -161,6 +170,8 @@ TEST(Registration, FailureAnywhereIsTakenBackByInstallation)
     const ImportPatch set(module, "RegSetValueExW", SetOrFail);
     const ImportPatch typeLibrary(module, "RegisterTypeLib", RegisterOrFail);
     const ImportPatch locale(module, "SetThreadLocale", RecordLocale);
+    const ImportPatch create(module, "RegCreateKeyExW", RecordAccess),
+        tree(module, "RegDeleteTreeW", DeleteIfOpenedForIt);
     const Tree before = Read(HKEY_CURRENT_USER);
     constexpr int kSteps = 14; // 13 values and the type library
     for (int step = 1; step <= kSteps + 1; ++step) {
@@ -186,48 +197,49 @@ TEST(Registration, FailureAnywhereIsTakenBackByInstallation)
     EXPECT_EQ(Change(left, Read(HKEY_CURRENT_USER)), Tree());
 }
 
-TEST(RegistrarScript, NamesThePlaceOfWhatIsWrong)
+TEST(RegistrarScript, ReportsWhereItIsMalformed)
 {
     // A # stands where the fault is reported; without one the script is good.
-    const Strings scripts = Parts("registration/scripts.txt", L';');
-    ASSERT_EQ(scripts.size(), 27U);
-    for (const std::wstring& script : scripts) {
+    for (const std::wstring script :
+         {L"#", L"#HKXX { }", L"HKCR #k", L"HKCR { } #}", L"HKCR { k = #}", L"HKCR { k = #x '1' }", L"HKCR { k = s #}",
+          L"HKCR { val #= s 'x' }", L"HKCR { val n #}", L"HKCR { k = s #'%OTHER%' }", L"HKCR { k = s #'%NAME' }",
+          L"HKCR {\n k { } #", L"HKCR {\n k = s '\n' #= }", L"HKCR\n{ #'k }",
+          L"HKCR\r\n{ NoRemove k = s '%NAME%' { val 'a b' = s '' } ForceRemove '{' }"}) {
         std::wstring text = script;
         std::erase(text, L'#');
         try {
-            ParseScript(text, {{L"NAME", L"it's {a}\\%B% = \u00e9"}, {L"EMPTY", L""}});
+            ParseScript(text, {{L"%NAME%", L"it's {a}\\%B% = \u00e9"}});
         } catch (const ScriptError& error) {
             std::size_t start = 0;
             for (std::size_t line = 1; line < error.line; ++line) {
                 start = text.find(L'\n', start) + 1;
             }
-            EXPECT_LE(start + error.column - 1, text.find(L'\n', start)) << "a column behind its line";
+            EXPECT_LE(start + error.column - 1, text.find(L'\n', start)) << "a column past its line's end";
             text.insert(start + error.column - 1, L"#");
         }
         EXPECT_EQ(text, script);
     }
 }
 
-TEST(RegistrarScript, RunsBothWays)
+TEST(RegistrarScript, RegistersAndUnregistersWhatItLists)
 {
     constexpr wchar_t kScratch[] = L"OrvelRegistrarTest";
     RegDeleteTreeW(HKEY_CURRENT_USER, kScratch);
     const auto run = [&](auto direction, const std::wstring& entries) {
         const std::wstring text = L"HKCR { NoRemove OrvelRegistrarTest { " + entries + L" } }";
-        const Script script = ParseScript(text, {{L"P", L"C:\\it's 100% {\u65e5}\\a b.dll"}});
+        const ScriptKey script = ParseScript(text, {{L"%P%", L"C:\\it's 100% {\u65e5}\\a b.dll"}});
         EXPECT_EQ(direction(script, HKEY_CURRENT_USER), ERROR_SUCCESS);
     };
-    run(RegisterScript, L"Kept { Old } Gone { Below { Deeper } } Emptied = s 'old' { Old }");
-    constexpr wchar_t kText[] = L"NoRemove Kept = s '50%%' { val V = s '%P%' New = d &H10 } Delete Gone "
-                                L"ForceRemove 'Emptied' { 'it''s' } Mine = s 'x' { val N = d 7 }";
-    run(RegisterScript, kText);
+    run(RegisterContents, L"Kept { Old } Emptied = s 'old' { val Old = s 'old' Old { Deeper } }");
+    constexpr wchar_t kText[] = L"NoRemove Kept { val V = s '%P%' New = s 'new' } "
+                                L"ForceRemove 'Emptied' { 'it is' } Mine = s 'x' { val N = s '' }";
+    run(RegisterContents, kText);
     EXPECT_EQ(Read(HKEY_CURRENT_USER, kScratch),
-              (Tree{L"Kept", L"Kept|=50%", L"Kept|V=C:\\it's 100% {\u65e5}\\a b.dll", L"Kept\\Old", L"Kept\\New",
-                    L"Kept\\New|=#16", L"Emptied", L"Emptied\\it's", L"Mine", L"Mine|=x", L"Mine|N=#7"}));
-    run(RegisterScript, L"Mine { Neighbour }");
-    run(UnregisterScript, kText);
-    EXPECT_EQ(Read(HKEY_CURRENT_USER, kScratch),
-              (Tree{L"Kept", L"Kept|=50%", L"Kept\\Old", L"Mine", L"Mine\\Neighbour"}));
+              (Tree{L"Kept", L"Kept|V=C:\\it's 100% {\u65e5}\\a b.dll", L"Kept\\Old", L"Kept\\New", L"Kept\\New|=new",
+                    L"Emptied", L"Emptied\\it is", L"Mine", L"Mine|=x", L"Mine|N="}));
+    run(RegisterContents, L"Mine { Neighbour }");
+    run(UnregisterContents, kText);
+    EXPECT_EQ(Read(HKEY_CURRENT_USER, kScratch), (Tree{L"Kept", L"Kept\\Old", L"Mine", L"Mine\\Neighbour"}));
     RegDeleteTreeW(HKEY_CURRENT_USER, kScratch);
 }
 

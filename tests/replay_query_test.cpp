@@ -1,5 +1,6 @@
 #include "tools/replay/event_time.h"
 #include "tools/replay/query.h"
+#include "tools/replay/xml_reader.h"
 
 #include <gtest/gtest.h>
 
@@ -8,23 +9,14 @@
 namespace orvel::replay {
 namespace {
 
-Node SampleEvent()
+const Node& SampleEvent()
 {
-    const Node system{L"System",
-                      {},
-                      L"",
-                      {{L"Provider", {{L"Name", L"Application Error"}}, L"", {}},
-                       {L"EventID", {}, L"1000", {}},
-                       {L"Level", {}, L"2", {}},
-                       {L"Keywords", {}, L"0x80000000000000", {}},
-                       {L"TimeCreated", {{L"SystemTime", L"2026-01-22T02:01:56.1870423Z"}}, L"", {}}}};
-    const Node data{L"EventData",
-                    {},
-                    L"",
-                    {{L"Data", {{L"Name", L"App"}}, L"a.exe", {}},
-                     {L"Data", {}, L"-7", {}},
-                     {L"Data", {}, L"2026-01-22T02:01:57.1870423Z", {}}}};
-    return {L"Event", {}, L"", {system, data}};
+    static const XmlDocument document(
+        "<Event><System><Provider Name='Application Error'/><EventID>1000</EventID><Level>2</Level>"
+        "<Keywords>0x80000000000000</Keywords><TimeCreated SystemTime='2026-01-22T02:01:56.1870423Z'/></System>"
+        "<EventData><Data Name='App'>a.exe</Data><Data>-7</Data><Data>2026-01-22T02:01:57.1870423Z</Data></EventData>"
+        "</Event>");
+    return document.Root();
 }
 
 TEST(ReplayQuery, SelectsAsTheEventLogDoes)

@@ -80,23 +80,6 @@ bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 
 } // namespace
 
-std::string ToUtf8(std::wstring_view text)
-{
-    const int units = static_cast<int>(text.size());
-    std::string utf8(
-        static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), units, nullptr, 0, nullptr, nullptr)), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), units, utf8.data(), static_cast<int>(utf8.size()), nullptr, nullptr);
-    return utf8;
-}
-
-std::wstring ToWide(std::string_view utf8)
-{
-    const int bytes = static_cast<int>(utf8.size());
-    std::wstring text(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0)), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), static_cast<int>(text.size()));
-    return text;
-}
-
 std::string Describe(HRESULT code)
 {
     const ErrorSuffix suffix(code);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/utf8.h"
+
 #include <windows.h>
 
 #include <chrono>
@@ -8,9 +10,8 @@
 
 namespace orvel::console {
 
-/// Lone surrogates become U+FFFD.
-std::string ToUtf8(std::wstring_view text);
-std::wstring ToWide(std::string_view utf8);
+using orvel::ToUtf8;
+using orvel::ToWide;
 
 /// An error code for people: "0x80070002 (File not found.)", without the brackets when the system has no text.
 std::string Describe(HRESULT code);

@@ -19,15 +19,17 @@ static auto Try(std::wstring_view text, const Parse& parse) -> std::optional<dec
 void orvel::Fuzz(std::wstring_view lines, std::string_view)
 {
     const std::wstring text(TakeUntil(lines, L'\n'));
-    Event event{{L"Event"}, L"", L"Application"};
-    event.xml.children.push_back({L"System", {}, L"", {{L"EventID", {}, std::wstring(TakeUntil(lines, L'\n'))}}});
-    const std::wstring time(TakeUntil(lines, L'\n'));
-    event.xml.children.front().children.push_back({L"TimeCreated", {{L"SystemTime", time}}});
-    event.xml.children.push_back({L"EventData"});
+    const Node id{L"EventID", {}, TakeUntil(lines, L'\n')};
+    const NodeAttribute time{L"SystemTime", TakeUntil(lines, L'\n')};
+    const Node system[] = {id, {L"TimeCreated", {&time, 1}}};
+    constexpr NodeAttribute kName{L"Name", L"Path"};
+    std::vector<Node> data;
     while (!lines.empty()) {
-        Node data{L"Data", {{L"Name", L"Path"}}, std::wstring(TakeUntil(lines, L'\n'))};
-        event.xml.children.back().children.push_back(std::move(data));
+        data.push_back({L"Data", {&kName, 1}, TakeUntil(lines, L'\n')});
     }
+    const Node children[] = {{L"System", {}, {}, {system, std::end(system)}},
+                             {L"EventData", {}, {}, {data.data(), data.data() + data.size()}}};
+    const Event event{{L"Event", {}, {}, {children, std::end(children)}}, {}, L"Application"};
 
     const auto selector = [](std::wstring_view query) { return Query::Parse(query); };
     const auto query = Try(text, selector);

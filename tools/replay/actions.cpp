@@ -1,6 +1,7 @@
 #include "tools/replay/actions.h"
 
 #include "tools/replay/export_reader.h"
+#include "tools/utf8.h"
 
 #include <cwchar>
 #include <memory>
@@ -15,8 +16,8 @@ struct FileDeleter {
 
 std::wstring Text(const Node& node, std::wstring_view attribute)
 {
-    const std::wstring* value = node.Attribute(attribute);
-    return value != nullptr ? *value : std::wstring();
+    const std::wstring_view* value = node.Attribute(attribute);
+    return std::wstring(value != nullptr ? *value : std::wstring_view());
 }
 
 /// A path of the action, its environment variables replaced.
@@ -50,10 +51,7 @@ DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
     const std::wstring text = WithCarriageReturns(node.text);
     std::string bytes;
     if (Text(node, L"encoding") == L"utf-8") {
-        const auto count = static_cast<int>(text.size());
-        const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), count, nullptr, 0, nullptr, nullptr);
-        bytes.resize(static_cast<size_t>(size));
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), count, bytes.data(), size, nullptr, nullptr);
+        bytes = ToUtf8(text);
     } else {
         bytes.assign(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
     }
@@ -69,9 +67,9 @@ DWORD SetRegistryValue(const Node& node)
 {
     const HKEY root = Text(node, L"root") == L"HKLM" ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
     const DWORD type = Text(node, L"type") == L"REG_EXPAND_SZ" ? REG_EXPAND_SZ : REG_SZ;
-    const auto size = static_cast<DWORD>((node.text.size() + 1) * sizeof(wchar_t));
-    return static_cast<DWORD>(
-        RegSetKeyValueW(root, Text(node, L"key").c_str(), Text(node, L"name").c_str(), type, node.text.c_str(), size));
+    const std::wstring value(node.text);
+    return static_cast<DWORD>(RegSetKeyValueW(root, Text(node, L"key").c_str(), Text(node, L"name").c_str(), type,
+                                              value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
 }
 
 DWORD ErrorUnless(BOOL succeeded)

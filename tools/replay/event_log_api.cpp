@@ -125,7 +125,7 @@ DWORD Format(const Call& call, const std::wstring* publisher, const Event& event
         return error;
     }
     // EvtFormatMessage page: sizes are in characters; the samples use the text with the NUL that is counted.
-    const std::wstring& text = *event.message;
+    const std::wstring_view text = *event.message;
     const size_t needed = text.size() + 1;
     const size_t room = buffer != nullptr ? size : 0;
     *used = ReportedSize(call, needed, room);

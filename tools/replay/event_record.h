@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,34 +12,69 @@
 
 namespace orvel::replay {
 
-/// An XML element. Names carry no prefix, but those of the replay's own namespace begin with kReplayPrefix. `text` is
-/// what stands directly in the element; line ends are single LFs. Line and column count from 1 and are the place where
-/// the start tag ends.
+struct Node;
+
+/// Elements that lie side by side in memory that others own.
+class NodeList {
+public:
+    NodeList() = default;
+    NodeList(const Node* begin, const Node* end) : begin_(begin), end_(end) {}
+
+    const Node* begin() const { return begin_; }
+    const Node* end() const { return end_; }
+    bool empty() const { return begin_ == end_; }
+    size_t size() const;
+
+private:
+    const Node* begin_ = nullptr;
+    const Node* end_ = nullptr;
+};
+
+struct NodeAttribute {
+    std::wstring_view name;
+    std::wstring_view value;
+};
+
+/// A place in a text: an offset in bytes, and line and column, which count from 1; columns are UTF-16 units.
+struct TextPlace {
+    size_t offset = 0;
+    uint32_t line = 1;
+    uint32_t column = 1;
+};
+
+/// An XML element, a view of memory that its reader names. Names carry no prefix, except that those of the replay's
+/// namespace begin with kReplayPrefix. `text` is the text directly inside the element; its line ends are single LFs.
 struct Node {
-    std::wstring name;
-    std::vector<std::pair<std::wstring, std::wstring>> attributes;
-    std::wstring text;
-    std::vector<Node> children;
-    size_t line = 0;
-    size_t column = 0;
+    std::wstring_view name;
+    std::span<const NodeAttribute> attributes;
+    std::wstring_view text;
+    NodeList children;
+    uint32_t line = 0; ///< where the start tag ends
+    uint32_t column = 0;
+    uint32_t nameLine = 0; ///< where the start tag's name begins
+    uint32_t nameColumn = 0;
 
     /// The first child element of that name; null when there is none.
     const Node* Child(std::wstring_view childName) const;
     /// An attribute's value; null when there is none.
-    const std::wstring* Attribute(std::wstring_view attributeName) const;
+    const std::wstring_view* Attribute(std::wstring_view attributeName) const;
 };
+
+inline size_t NodeList::size() const
+{
+    return static_cast<size_t>(end_ - begin_);
+}
 
 constexpr std::wstring_view kReplayNamespace = L"urn:orvel:replay";
 constexpr std::wstring_view kReplayPrefix = L"replay:";
 
-/// An event as it stands in the log, without its rendering, and what the tool rendered for it.
+/// An event as it stands in the log, without its rendering, and what the tool rendered for it. A view, like its node.
 struct Event {
     Node xml;
-    std::wstring publisher;
-    std::wstring channel;
-    std::optional<std::wstring> message; // line ends are CR LF, as a formatted message has them
-    unsigned messageError = 0;           // what formatting gives instead of success
-    std::vector<Node> rendering;         // the tool's RenderingInfo
+    std::wstring_view publisher;
+    std::wstring_view channel;
+    std::optional<std::wstring_view> message; ///< line ends are CR LF, as a formatted message has them
+    unsigned messageError = 0;                ///< the code that formatting returns instead of success
 };
 
 /// Something that happens between events; the node is known to have what its kind needs.

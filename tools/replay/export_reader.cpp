@@ -38,80 +38,84 @@ const AttributeValues kChoices[] = {
     {L"type", {L"REG_SZ", L"REG_EXPAND_SZ"}},
 };
 
+constexpr std::wstring_view kErrorAttribute = L"replay:error";
+
 template <typename Range>
 bool Contains(const Range& range, std::wstring_view value)
 {
     return std::find(range.begin(), range.end(), value) != range.end();
 }
 
-[[noreturn]] void Refuse(const Node& node, std::wstring reason)
+template <typename... Parts>
+[[noreturn]] void Refuse(const Node& node, const Parts&... parts)
 {
+    std::wstring reason;
+    ((reason += parts), ...);
     throw TextError{node.line, node.column, std::move(reason)};
 }
 
-Action MakeAction(Node&& node)
+Action MakeAction(const Node& node)
 {
     const auto* const form = std::find_if(std::begin(kActions), std::end(kActions),
                                           [&](const ActionForm& action) { return action.name == node.name; });
     if (form == std::end(kActions)) {
-        Refuse(node, L"<" + node.name + L"> is no replay action");
+        Refuse(node, L"<", node.name, L"> is no replay action");
     }
     for (const auto& required : form->required) {
         if (node.Attribute(required) == nullptr) {
-            Refuse(node, L"<" + node.name + L"> lacks the attribute '" + std::wstring(required) + L"'");
+            Refuse(node, L"<", node.name, L"> lacks the attribute '", required, L"'");
         }
     }
     for (const auto& [name, value] : node.attributes) {
         if (!Contains(form->required, name) && !Contains(form->optional, name)) {
-            Refuse(node, L"<" + node.name + L"> has no attribute '" + name + L"'");
+            Refuse(node, L"<", node.name, L"> has no attribute '", name, L"'");
         }
         for (const auto& choice : kChoices) {
             if (choice.attribute == name && !Contains(choice.values, value)) {
-                Refuse(node, name + L"='" + value + L"' is not possible");
+                Refuse(node, name, L"='", value, L"' is not possible");
             }
         }
         const bool isDuration = value.size() <= 6 && ParseWholeNumber(value) && !value.starts_with(L"-");
         if (name == L"milliseconds" && !isDuration) {
-            Refuse(node, L"milliseconds='" + value + L"' is not a number of up to six digits");
+            Refuse(node, L"milliseconds='", value, L"' is not a number of up to six digits");
         }
     }
-    return {form->kind, std::move(node)};
+    return {form->kind, node};
 }
 
-Event MakeEvent(Node&& node)
+Event MakeEvent(const Node& node, Arena& arena)
 {
     Event event;
     const Node* system = node.Child(L"System");
     const Node* channel = system != nullptr ? system->Child(L"Channel") : nullptr;
     if (channel == nullptr || channel->text.empty()) {
-        Refuse(node, std::wstring(L"the event has no System/Channel; ") + kHowToExport);
+        Refuse(node, L"the event has no System/Channel; ", kHowToExport);
     }
     event.channel = channel->text;
     const Node* provider = system->Child(L"Provider");
-    const std::wstring* name = provider != nullptr ? provider->Attribute(L"Name") : nullptr;
-    event.publisher = name != nullptr ? *name : std::wstring();
+    const std::wstring_view* name = provider != nullptr ? provider->Attribute(L"Name") : nullptr;
+    event.publisher = name != nullptr ? *name : std::wstring_view();
+    event.xml = node;
 
-    // The rendering is the tool's, not part of the event that a query or a render context sees. It is kept apart, not
-    // freed: as many holes as there are events would make each later allocation of Wine's heap a walk along them.
-    const auto rendering = std::stable_partition(node.children.begin(), node.children.end(),
-                                                 [](const Node& child) { return child.name != L"RenderingInfo"; });
-    for (auto child = rendering; child != node.children.end(); ++child) {
-        if (const Node* message = child->Child(L"Message")) {
-            event.message = WithCarriageReturns(message->text);
-        }
-        event.rendering.push_back(std::move(*child));
+    // The rendering and replay:error are the tool's, not part of the event that a query or a render context sees.
+    Node* const children = Allocate<Node>(arena, node.children.size());
+    event.xml.children = {children, std::copy_if(node.children.begin(), node.children.end(), children,
+                                                 [](const Node& child) { return child.name != L"RenderingInfo"; })};
+    const Node* const rendering = node.Child(L"RenderingInfo");
+    if (const Node* message = rendering != nullptr ? rendering->Child(L"Message") : nullptr) {
+        event.message = CopyTo(arena, WithCarriageReturns(message->text));
     }
-    node.children.erase(rendering, node.children.end());
-
-    if (const std::wstring* text = node.Attribute(L"replay:error")) {
+    NodeAttribute* const attributes = Allocate<NodeAttribute>(arena, node.attributes.size());
+    event.xml.attributes = {attributes,
+                            std::copy_if(node.attributes.begin(), node.attributes.end(), attributes,
+                                         [](const NodeAttribute& other) { return other.name != kErrorAttribute; })};
+    if (const std::wstring_view* text = node.Attribute(kErrorAttribute)) {
         const uint64_t error = ParseWholeNumber(*text).value_or(WholeNumber{}).magnitude;
         if (error < 15027 || error > 15033 || error == 15032) {
-            Refuse(node, L"replay:error='" + *text + L"' is not possible: 15027 to 15031 and 15033 are");
+            Refuse(node, L"replay:error='", *text, L"' is not possible: 15027 to 15031 and 15033 are");
         }
         event.messageError = static_cast<unsigned>(error);
     }
-    std::erase_if(node.attributes, [](const auto& attribute) { return attribute.first == L"replay:error"; });
-    event.xml = std::move(node);
     return event;
 }
 
@@ -124,11 +128,11 @@ const Node* Node::Child(std::wstring_view childName) const
     return child != children.end() ? &*child : nullptr;
 }
 
-const std::wstring* Node::Attribute(std::wstring_view attributeName) const
+const std::wstring_view* Node::Attribute(std::wstring_view attributeName) const
 {
     const auto found = std::find_if(attributes.begin(), attributes.end(),
-                                    [&](const auto& attribute) { return attribute.first == attributeName; });
-    return found != attributes.end() ? &found->second : nullptr;
+                                    [&](const auto& attribute) { return attribute.name == attributeName; });
+    return found != attributes.end() ? &found->value : nullptr;
 }
 
 bool EqualNames(std::wstring_view a, std::wstring_view b)
@@ -138,20 +142,16 @@ bool EqualNames(std::wstring_view a, std::wstring_view b)
     });
 }
 
-std::vector<Entry> MakeEntries(Node&& root)
+Entry ReadEntry(XmlReader& reader, Arena& arena)
 {
-    std::vector<Entry> entries;
-    entries.reserve(root.children.size());
-    for (auto& child : root.children) {
-        if (child.name == L"Event") {
-            entries.emplace_back(MakeEvent(std::move(child)));
-        } else if (child.name.starts_with(kReplayPrefix)) {
-            entries.emplace_back(MakeAction(std::move(child)));
-        } else {
-            Refuse(child, L"<" + child.name + L"> is not an event; " + kHowToExport);
-        }
+    const Node node = reader.Read(arena);
+    if (node.name == L"Event") {
+        return MakeEvent(node, arena);
     }
-    return entries;
+    if (node.name.starts_with(kReplayPrefix)) {
+        return MakeAction(node);
+    }
+    Refuse(node, L"<", node.name, L"> is not an event; ", kHowToExport);
 }
 
 std::wstring WithCarriageReturns(std::wstring_view text)

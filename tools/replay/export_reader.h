@@ -1,15 +1,15 @@
 #pragma once
 
-#include "tools/replay/event_record.h"
+#include "tools/replay/xml_reader.h"
 
 namespace orvel::replay {
 
 /// What to do about a file that is no export.
 constexpr wchar_t kHowToExport[] = L"export with: wevtutil qe LOG /f:RenderedXml /e:Events";
 
-/// Makes an export's entries of its root element, in order. Throws TextError for an element that is neither an event
-/// nor a replay action, for an event without a channel, and for an action that lacks something or has too much.
-std::vector<Entry> MakeEntries(Node&& root);
+/// Reads the event or action that the reader stands at. Throws TextError for an element that is neither, for an event
+/// without a channel, and for an action that lacks something or has too much.
+Entry ReadEntry(XmlReader& reader, Arena& arena);
 
 /// Replaces each LF that does not follow a CR by CR LF.
 std::wstring WithCarriageReturns(std::wstring_view text);

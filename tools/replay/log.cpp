@@ -45,16 +45,22 @@ void Log::AddPublisher(const std::wstring& name)
     publisher = publisher ? publisher : std::make_shared<std::wstring>(name);
 }
 
-std::shared_ptr<const Log> MakeLog(std::wstring_view xml)
+std::shared_ptr<const Log> MakeLog(std::string_view xml)
 {
     auto log = std::make_shared<Log>();
-    log->entries = MakeEntries(ReadXml(xml));
-    for (const Entry& entry : log->entries) {
-        if (const auto* event = std::get_if<Event>(&entry)) {
-            log->channels.insert(event->channel);
-            log->AddPublisher(event->publisher);
+    XmlReader reader(xml);
+    bool hasEntry = reader.NextElement();
+    // Without /e:Events, wevtutil writes one event after the other and no element around them.
+    const bool hasRoot = hasEntry && reader.Name() != "Event";
+    for (hasEntry = hasRoot ? reader.Enter() && reader.NextElement() : hasEntry; hasEntry;
+         hasEntry = reader.NextElement()) {
+        log->entries.push_back(ReadEntry(reader, log->arena));
+        if (const auto* event = std::get_if<Event>(&log->entries.back())) {
+            log->channels.emplace(event->channel);
+            log->AddPublisher(std::wstring(event->publisher));
         }
     }
+    reader.ExpectEnd();
     return log;
 }
 

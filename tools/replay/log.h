@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/replay/event_record.h"
+#include "tools/replay/xml_reader.h"
 
 #include <map>
 #include <memory>
@@ -14,6 +14,7 @@ struct NameOrder {
 
 /// A loaded export. Immutable; deliveries keep it alive when another one is loaded.
 struct Log {
+    Arena arena;
     std::vector<Entry> entries;
     std::set<std::wstring, NameOrder> channels;
     /// By name; the name is all that there is of a publisher. Those of the desktop are there without an event.
@@ -23,8 +24,8 @@ struct Log {
     void AddPublisher(const std::wstring& name);
 };
 
-/// Reads an export that is in memory. Throws TextError.
-std::shared_ptr<const Log> MakeLog(std::wstring_view xml);
+/// Reads an export in UTF-8. Throws TextError.
+std::shared_ptr<const Log> MakeLog(std::string_view xml);
 
 /// The log that is loaded; an empty one before the first.
 std::shared_ptr<const Log> CurrentLog();

@@ -64,7 +64,7 @@ public:
     explicit Farthest(const Judging& judging) : judging_(judging), best_(judging.Mark()), next_(best_) {}
 
     /// What was kept since the last call is of one candidate, which came through `depth` conditions.
-    void Take(const std::wstring& name, size_t depth)
+    void Take(std::wstring_view name, size_t depth)
     {
         if (judging_.misses == nullptr) {
             return;
@@ -86,7 +86,7 @@ public:
     {
         if (count_ > 1 && next_ > best_) {
             Miss& miss = (*judging_.misses)[best_];
-            miss.met += L" (one of " + std::to_wstring(count_) + L" " + name_ + L")";
+            miss.met += L" (one of " + std::to_wstring(count_) + L" " + std::wstring(name_) + L")";
         }
     }
 
@@ -95,7 +95,7 @@ private:
     const size_t best_;
     size_t next_;
     size_t count_ = 0;
-    std::wstring name_;
+    std::wstring_view name_;
 };
 
 /// Calls `visit` with the value of each node that the steps from `step` on lead to and its name, until it gives true;
@@ -139,7 +139,7 @@ bool Walk(const std::vector<Step>& path, size_t step, const Node& from, const Ju
     if (judging.Mark() == mark) {
         Failed(judging, [&] {
             const std::wstring name = here.name.empty() ? L"any" : here.name;
-            return std::pair(from.name + L" has no " + (here.isAttribute ? L"@" + name : name), std::wstring());
+            return std::pair(std::wstring(from.name) + L" has no " + (here.isAttribute ? L"@" + name : name), std::wstring());
         });
     }
     farthest.Finish();
@@ -232,7 +232,7 @@ std::wstring Wanted(const Expression& expression)
 bool ComparePosition(const Expression& expression, const Node& node, size_t position, const Judging& judging)
 {
     return Compare(expression.comparison, uint64_t{position}, expression.right.number) || Failed(judging, [&] {
-               return std::pair(node.name + L" is number " + std::to_wstring(position), Wanted(expression));
+               return std::pair(std::wstring(node.name) + L" is number " + std::to_wstring(position), Wanted(expression));
            });
 }
 
@@ -277,9 +277,12 @@ bool Holds(const Expression& expression, const Node& node, size_t position, cons
         return CompareTimes(expression, node, judging);
     }
     return Walk(expression.left.path, 0, node, judging,
-                [&](std::wstring_view value, const std::wstring& element, const std::wstring* attribute) {
+                [&](std::wstring_view value, std::wstring_view element, const std::wstring_view* attribute) {
                     return CheckValue(expression, value) || Failed(judging, [&] {
-                               const std::wstring what = attribute != nullptr ? element + L"/@" + *attribute : element;
+                               std::wstring what(element);
+                               if (attribute != nullptr) {
+                                   what.append(L"/@").append(*attribute);
+                               }
                                return std::pair(what + L" is " + Shown(value), Wanted(expression));
                            });
                 });
@@ -291,7 +294,7 @@ std::optional<uint64_t> CreationTime(const Node& event)
 {
     const Node* system = event.Child(L"System");
     const Node* created = system != nullptr ? system->Child(L"TimeCreated") : nullptr;
-    const std::wstring* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
+    const std::wstring_view* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
     return time != nullptr ? ParseEventTime(*time) : std::nullopt;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/replay/refusal.h"
 
 #include "tools/replay/xml_reader.h"
+#include "tools/utf8.h"
 
 #include <winevt.h>
 
@@ -20,7 +21,7 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
     isStructured = text.starts_with(L'<');
     try {
         if (isStructured) { // EvtSubscribe page: the channel is ignored with a structured query
-            return Selection::OfQueryList(ReadXml(text));
+            return Selection::OfQueryList(XmlDocument(ToUtf8(text)).Root());
         }
         if (channel == nullptr || *channel == L'\0') {
             throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"a channel is needed with an XPath query"};

@@ -7,6 +7,7 @@
 #include "tools/replay/handles.h"
 #include "tools/replay/refusal.h"
 #include "tools/replay/subscriber.h"
+#include "tools/utf8.h"
 
 #include <algorithm>
 #include <cstring>
@@ -58,15 +59,15 @@ void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
     problem.position = static_cast<DWORD>(place - start);
 }
 
-/// Decodes UTF-8 with or without a byte order mark, or UTF-16LE with one.
-std::wstring DecodeText(std::string_view bytes)
+/// Converts UTF-8 with or without a byte order mark, or UTF-16LE with one, to UTF-8 without.
+std::string DecodeText(std::string bytes)
 {
     if (bytes.starts_with("\xFF\xFE")) {
         std::wstring text(bytes.size() / 2 - 1, L'\0');
         std::memcpy(text.data(), bytes.data() + 2, text.size() * sizeof(wchar_t));
-        return text;
+        return orvel::ToUtf8(text);
     }
-    bytes.remove_prefix(bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    bytes.erase(0, bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
     if (bytes.find_first_not_of(" \t\r\n") == bytes.npos) {
         throw TextError{1, 1, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport)};
     }
@@ -80,31 +81,20 @@ std::wstring DecodeText(std::string_view bytes)
             static_cast<size_t>(std::count(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(zero), '\n')) + 1, 1,
             L"this is a binary file, or UTF-16 without a byte order mark; " + std::wstring(kHowToExport)};
     }
-    const auto convert = [&](DWORD flags, wchar_t* buffer, int size) {
-        return MultiByteToWideChar(CP_UTF8, flags, bytes.data(), static_cast<int>(bytes.size()), buffer, size);
-    };
-    std::wstring text(static_cast<size_t>(convert(0, nullptr, 0)), L'\0');
-    convert(0, text.data(), static_cast<int>(text.size()));
-    if (!bytes.empty() && convert(MB_ERR_INVALID_CHARS, nullptr, 0) == 0) {
-        const std::wstring_view valid(text.data(), std::min(text.find(L'\xFFFD'), text.size()));
-        throw TextError{static_cast<size_t>(std::count(valid.begin(), valid.end(), L'\n')) + 1,
-                        valid.size() - (valid.rfind(L'\n') + 1) + 1, // npos + 1 is 0
-                        L"this is neither UTF-8 nor UTF-16LE with a byte order mark; keep the tool's output unchanged"};
-    }
-    return text;
+    return bytes;
 }
 
-std::wstring ReadFileText(const wchar_t* path)
+std::string ReadFileText(const wchar_t* path)
 {
     if (GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES) {
         throw DWORD{GetLastError()};
     }
     std::ifstream file(path, std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    std::string bytes(std::istreambuf_iterator<char>(file), {});
     if (!file || bytes.size() > kLargestExport) {
         throw file ? DWORD{ERROR_FILE_TOO_LARGE} : DWORD{ERROR_READ_FAULT};
     }
-    return DecodeText(bytes);
+    return DecodeText(std::move(bytes));
 }
 
 /// Waits as an action says; `goOn` is asked now and then.
@@ -136,9 +126,9 @@ DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index, const GoOn&
     }
     const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
-        Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + action.node.name +
-                                         L"> in line " + std::to_wstring(action.node.line) + L": error " +
-                                         std::to_wstring(code));
+        Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" +
+                                         std::wstring(action.node.name) + L"> in line " +
+                                         std::to_wstring(action.node.line) + L": error " + std::to_wstring(code));
     }
     return code;
 }
@@ -154,12 +144,12 @@ DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageChar
 
 DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters)
 {
-    return LoadLog([&] { return std::wstring_view(xml); }, message, messageCharacters);
+    return LoadLog([&] { return orvel::ToUtf8(xml); }, message, messageCharacters);
 }
 
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
 {
-    return LoadLog([&] { return DecodeText({bytes, size}); }, message, messageCharacters);
+    return LoadLog([&] { return DecodeText(std::string(bytes, size)); }, message, messageCharacters);
 }
 
 DWORD WINAPI ReplayCount()
@@ -182,9 +172,10 @@ try {
     const auto log = CurrentLog();
     for (const Entry& entry : log->entries) {
         if (const auto* event = std::get_if<Event>(&entry)) {
+            const std::wstring name(event->channel);
             const std::wstring reason = selection.Explain(*event);
             const ReplayVerdict verdict = {static_cast<DWORD>(event->xml.line), static_cast<DWORD>(event->xml.column),
-                                           event->channel.c_str(), reason.empty() ? nullptr : reason.c_str()};
+                                           name.c_str(), reason.empty() ? nullptr : reason.c_str()};
             judged(context, &verdict);
         }
     }

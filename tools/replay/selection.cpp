@@ -8,7 +8,7 @@ namespace {
 
 std::wstring Place(const Node& element)
 {
-    return L"<" + element.name + L"> in line " + std::to_wstring(element.line);
+    return L"<" + std::wstring(element.name) + L"> in line " + std::to_wstring(element.line);
 }
 
 [[noreturn]] void Refuse(const Node& element, const wchar_t* reason)
@@ -22,7 +22,7 @@ Query ParseSelector(const Node& element)
         return Query::Parse(element.text, kMostSelectExpressions);
     } catch (QueryError& error) {
         error.reason = Place(element) + L": " + error.reason;
-        error.source = element.text;
+        error.source = std::wstring(element.text);
         throw;
     }
 }
@@ -51,12 +51,12 @@ Selection Selection::OfQueryList(const Node& queryList)
             if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
                 Refuse(element, L"a Query has Select and Suppress elements only, and they have text only");
             }
-            const std::wstring* ownPath = element.Attribute(L"Path");
-            const std::wstring* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
-            if (path == nullptr || path->empty() || path->find(L"://") != std::wstring::npos) {
+            const std::wstring_view* ownPath = element.Attribute(L"Path");
+            const std::wstring_view* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
+            if (path == nullptr || path->empty() || path->find(L"://") != path->npos) {
                 Refuse(element, L"a Path is needed, and a subscription takes channels only");
             }
-            selectors.push_back({element.name == L"Suppress", *path, ParseSelector(element), Place(element)});
+            selectors.push_back({element.name == L"Suppress", std::wstring(*path), ParseSelector(element), Place(element)});
         }
         const auto isServed = [&](const Selector& suppress) {
             return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
@@ -106,7 +106,7 @@ std::wstring Selection::Explain(const Event& event) const
             }
         }
     }
-    return !missed.empty() ? missed : L"the channel is '" + event.channel + L"', the query wants " + channels;
+    return !missed.empty() ? missed : L"the channel is '" + std::wstring(event.channel) + L"', the query wants " + channels;
 }
 
 std::vector<std::wstring> Selection::Channels() const

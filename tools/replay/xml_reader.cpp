@@ -1,213 +1,417 @@
 #include "tools/replay/xml_reader.h"
 
-#include <windows.h>
-#include <msxml2.h>
-#include <ole2.h>
-#include <oleauto.h>
-#include <wrl/client.h>
-
 #include <algorithm>
-#include <new>
-#include <thread>
+#include <charconv>
+#include <memory>
 
 namespace orvel::replay {
 
 namespace {
 
 constexpr size_t kDeepest = 64;
-// Not in mingw's import libraries.
-constexpr IID kIidReader = {0xA4F96ED0, 0xF829, 0x476E, {0x81, 0xC0, 0xCD, 0xC7, 0xBD, 0x2A, 0x08, 0x02}};
+constexpr size_t kMostAttributes = 100;
+constexpr size_t kLargestElement = size_t{16} << 20;
+constexpr std::string_view kLiteral = "<![CDATA[";
+constexpr wchar_t kWrongEncoding[] =
+    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; keep the tool's output unchanged";
 
-std::wstring_view View(const wchar_t* text, int count)
+bool IsSpace(char c)
 {
-    return {text, static_cast<size_t>(count)};
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
 
-/// Builds the tree from the parser's calls. Lives on the stack of the one who parses: counting references is idle.
-class TreeBuilder : public ISAXContentHandler, public ISAXErrorHandler {
-public:
-    Node root; // a parent of the document's element
-    TextError problem{1, 1, {}};
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override
-    {
-        *object = nullptr;
-        return E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
-    HRESULT STDMETHODCALLTYPE putDocumentLocator(ISAXLocator* locator) override
-    {
-        locator_ = locator;
-        return S_OK;
-    }
-
-    HRESULT STDMETHODCALLTYPE startElement(const wchar_t* uri, int uriCount, const wchar_t* name, int nameCount,
-                                           const wchar_t*, int, ISAXAttributes* attributes) override
-    try {
-        Node node;
-        node.name = LocalName(View(uri, uriCount), View(name, nameCount));
-        Locate(locator_, node.line, node.column);
-        if (open_.size() > kDeepest) {
-            problem = {node.line, node.column, L"elements nest too deep"};
-            return E_FAIL;
-        }
-        int count = 0;
-        attributes->getLength(&count);
-        for (int i = 0; i < count; ++i) {
-            const wchar_t *attributeUri = nullptr, *local = nullptr, *qualified = nullptr, *value = nullptr;
-            int uriSize = 0, localSize = 0, qualifiedSize = 0, valueSize = 0;
-            attributes->getName(i, &attributeUri, &uriSize, &local, &localSize, &qualified, &qualifiedSize);
-            attributes->getValue(i, &value, &valueSize);
-            if (!View(qualified, qualifiedSize).starts_with(L"xmlns")) {
-                node.attributes.emplace_back(LocalName(View(attributeUri, uriSize), View(local, localSize)),
-                                             View(value, valueSize));
-            }
-        }
-        auto& siblings = open_.back()->children;
-        siblings.push_back(std::move(node));
-        open_.push_back(&siblings.back());
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-
-    HRESULT STDMETHODCALLTYPE endElement(const wchar_t*, int, const wchar_t*, int, const wchar_t*, int) override
-    {
-        open_.pop_back();
-        return S_OK;
-    }
-
-    HRESULT STDMETHODCALLTYPE characters(const wchar_t* text, int count) override
-    try {
-        // A parser gives LF for every line end, whatever the file has; CRs written as references are told apart no
-        // more.
-        for (const wchar_t c : View(text, count)) {
-            std::wstring& all = open_.back()->text;
-            if (c == L'\n' && !all.empty() && all.back() == L'\r') {
-                all.pop_back();
-            }
-            all += c;
-        }
-        return S_OK;
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
-
-    HRESULT STDMETHODCALLTYPE fatalError(ISAXLocator* locator, const wchar_t* text, HRESULT) override
-    {
-        if (problem.reason.empty()) {
-            Locate(locator, problem.line, problem.column);
-            problem.reason = text != nullptr ? text : L"";
-            problem.reason.erase(problem.reason.find_last_not_of(L" \r\n") + 1);
-        }
-        return S_OK;
-    }
-
-    HRESULT STDMETHODCALLTYPE error(ISAXLocator*, const wchar_t*, HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE ignorableWarning(ISAXLocator*, const wchar_t*, HRESULT) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startDocument() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE endDocument() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startPrefixMapping(const wchar_t*, int, const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE endPrefixMapping(const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE ignorableWhitespace(const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE processingInstruction(const wchar_t*, int, const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE skippedEntity(const wchar_t*, int) override { return S_OK; }
-
-private:
-    static std::wstring LocalName(std::wstring_view uri, std::wstring_view name)
-    {
-        return std::wstring(uri == kReplayNamespace ? kReplayPrefix : std::wstring_view()).append(name);
-    }
-
-    static void Locate(ISAXLocator* locator, size_t& line, size_t& column)
-    {
-        int lineNumber = 0, columnNumber = 0;
-        if (locator != nullptr && SUCCEEDED(locator->getLineNumber(&lineNumber)) &&
-            SUCCEEDED(locator->getColumnNumber(&columnNumber))) {
-            line = static_cast<size_t>(std::max(lineNumber, 1));
-            column = static_cast<size_t>(std::max(columnNumber, 1));
-        }
-    }
-
-    ISAXLocator* locator_ = nullptr;
-    std::vector<Node*> open_{&root};
-};
-
-/// The text as a UTF-16 stream. Parsed as one string, Wine's MSXML gives up somewhere beyond 20 MB.
-HRESULT MakeStream(std::wstring_view text, IStream** stream)
+bool IsNameStart(char c)
 {
-    constexpr wchar_t kByteOrderMark = 0xFEFF;
-    Microsoft::WRL::ComPtr<IStream> memory;
-    HRESULT hr = CreateStreamOnHGlobal(nullptr, TRUE, memory.GetAddressOf());
-    if (SUCCEEDED(hr)) {
-        hr = memory->Write(&kByteOrderMark, sizeof(kByteOrderMark), nullptr);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = memory->Write(text.data(), static_cast<ULONG>(text.size() * sizeof(wchar_t)), nullptr);
-    }
-    if (SUCCEEDED(hr)) {
-        hr = memory->Seek({}, STREAM_SEEK_SET, nullptr);
-    }
-    *stream = memory.Detach();
-    return hr;
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == ':' || static_cast<signed char>(c) < 0;
 }
 
-void Parse(std::wstring_view text, TreeBuilder& builder)
+bool IsNameCharacter(char c)
 {
-    CLSID readerClass{};
-    Microsoft::WRL::ComPtr<ISAXXMLReader> reader;
-    HRESULT hr = CLSIDFromProgID(L"Msxml2.SAXXMLReader.3.0", &readerClass);
-    if (SUCCEEDED(hr)) {
-        hr = CoCreateInstance(readerClass, nullptr, CLSCTX_INPROC_SERVER, kIidReader,
-                              reinterpret_cast<void**>(reader.GetAddressOf()));
+    return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
+}
+
+bool IsXmlCharacter(char32_t c)
+{
+    return c >= 0x20 ? (c < 0xD800 || c > 0xDFFF) && c != 0xFFFE && c != 0xFFFF && c <= 0x10FFFF
+                     : c == '\t' || c == '\n' || c == '\r';
+}
+
+/// Moves a place forward to an offset.
+void Advance(TextPlace& place, std::string_view text, size_t offset)
+{
+    for (; place.offset < offset; ++place.offset) {
+        const auto byte = static_cast<unsigned char>(text[place.offset]);
+        place.line += byte == '\n' ? 1 : 0;
+        place.column = byte == '\n' ? 1 : place.column + ((byte & 0xC0) != 0x80 ? 1 : 0) + (byte >= 0xF0 ? 1 : 0);
     }
-    if (FAILED(hr)) {
-        builder.problem.reason = L"MSXML 3 cannot be created";
-        return;
-    }
-    Microsoft::WRL::ComPtr<IStream> source;
-    hr = MakeStream(text, source.GetAddressOf());
-    if (FAILED(hr)) {
-        builder.problem.reason = L"not enough memory";
-        return;
-    }
-    reader->putContentHandler(&builder);
-    reader->putErrorHandler(&builder);
-    VARIANT input{};
-    input.vt = VT_UNKNOWN;
-    input.punkVal = source.Get();
-    hr = reader->parse(input);
-    if (FAILED(hr) && builder.problem.reason.empty()) {
-        builder.problem.reason = hr == E_OUTOFMEMORY ? L"not enough memory" : L"the XML is not well-formed";
-    }
-    reader->putContentHandler(nullptr);
-    reader->putErrorHandler(nullptr);
+}
+
+/// A name for an error message, which needs no more than its beginning.
+std::wstring Shown(std::string_view name)
+{
+    const std::string_view front = name.substr(0, 60);
+    return {front.begin(), front.end()};
 }
 
 } // namespace
 
-Node ReadXml(std::wstring_view text)
+std::wstring_view CopyTo(Arena& arena, std::wstring_view text)
 {
-    TreeBuilder builder;
-    // The text is decoded already; a declaration would have the parser decode it once more.
-    if (text.starts_with(L"<?xml ")) {
-        text.remove_prefix(std::min(text.size(), text.find(L"?>") + 2));
-    }
-    std::thread([&] {
-        if (SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
-            Parse(text, builder);
-            CoUninitialize();
+    wchar_t* const copy = Allocate<wchar_t>(arena, text.size());
+    std::copy(text.begin(), text.end(), copy);
+    return {copy, text.size()};
+}
+
+bool XmlReader::NextElement()
+{
+    const bool isTopLevel = container_.empty();
+    for (;;) {
+        const size_t markup = std::min(text_.find('<', next_), text_.size());
+        for (; isTopLevel && next_ != markup; ++next_) {
+            if (!IsSpace(text_[next_])) {
+                Fail(next_, L"text stands outside of the root element");
+            }
         }
-    }).join();
-    if (builder.root.children.size() != 1 && builder.problem.reason.empty()) {
-        builder.problem.reason = L"there is no XML element";
+        next_ = markup;
+        if (next_ == text_.size()) {
+            if (!isTopLevel) {
+                FailAtEnd();
+            }
+            return false;
+        }
+        if (StartsWith("</") && !isTopLevel) {
+            TakeEndTag(container_, containerLine_);
+            container_ = {};
+            return false;
+        }
+        if (StartsWith(kLiteral) && !isTopLevel) {
+            next_ = FindEnd("]]>", next_);
+        } else if (!SkipMarkup("<!--", "-->") && !SkipMarkup("<?", "?>")) {
+            Advance(place_, text_, next_);
+            return true;
+        }
     }
-    if (!builder.problem.reason.empty()) {
-        throw std::move(builder.problem);
+}
+
+std::string_view XmlReader::Name() const
+{
+    const size_t begin = next_ + 1;
+    const auto end = std::find_if_not(text_.begin() + static_cast<ptrdiff_t>(begin), text_.end(), IsNameCharacter);
+    return text_.substr(begin, static_cast<size_t>(end - text_.begin()) - begin);
+}
+
+bool XmlReader::Enter()
+{
+    Arena arena;
+    begin_ = next_;
+    const bool hasContent = Open(arena);
+    container_ = hasContent ? open_.front().name : std::string_view();
+    containerLine_ = place_.line;
+    depth_ = 0;
+    return hasContent;
+}
+
+void XmlReader::ExpectEnd()
+{
+    if (NextElement()) {
+        Fail(next_, L"there is more than one root element");
     }
-    return std::move(builder.root.children.front());
+}
+
+void XmlReader::Return(const TextPlace& place)
+{
+    place_ = place;
+    next_ = place.offset;
+}
+
+Node XmlReader::Read(Arena& arena)
+{
+    begin_ = next_;
+    finished_.clear();
+    if (!Open(arena)) {
+        Close(arena);
+    }
+    while (depth_ != 0) {
+        const size_t text = next_;
+        if (CheckSize(next_); next_ == text_.size()) {
+            FailAtEnd();
+        } else if (text_[next_] != '<') {
+            next_ = std::min(text_.find('<', next_), text_.size());
+            Append(open_[depth_ - 1].text, text, next_, Characters);
+        } else if (StartsWith("</")) {
+            TakeEndTag(open_[depth_ - 1].name, open_[depth_ - 1].node.nameLine);
+            Close(arena);
+        } else if (StartsWith(kLiteral)) {
+            next_ = FindEnd("]]>", next_);
+            Append(open_[depth_ - 1].text, text + kLiteral.size(), next_ - 3, Literal);
+        } else if (!SkipMarkup("<!--", "-->") && !SkipMarkup("<?", "?>") && !Open(arena)) {
+            Close(arena);
+        }
+    }
+    return finished_.front();
+}
+
+void XmlReader::Fail(size_t offset, std::wstring reason) const
+{
+    TextPlace place;
+    Advance(place, text_, std::min(offset, text_.size()));
+    throw TextError{place.line, place.column, std::move(reason)};
+}
+
+void XmlReader::FailAtEnd() const
+{
+    const std::string_view name = depth_ != 0 ? open_[depth_ - 1].name : container_;
+    const size_t line = depth_ != 0 ? open_[depth_ - 1].node.nameLine : containerLine_;
+    Fail(text_.size(), L"the text ends inside <" + Shown(name) + L">, which begins in line " + std::to_wstring(line) +
+                           L"; was it cut off?");
+}
+
+void XmlReader::CheckSize(size_t end) const
+{
+    if (end - begin_ > kLargestElement) {
+        Fail(begin_, L"the element is larger than 16 MiB");
+    }
+}
+
+bool XmlReader::SkipMarkup(std::string_view first, std::string_view last)
+{
+    const bool isFound = StartsWith(first);
+    next_ = isFound ? FindEnd(last, next_ + first.size()) : next_;
+    return isFound;
+}
+
+size_t XmlReader::FindEnd(std::string_view last, size_t from) const
+{
+    const size_t end = text_.find(last, from);
+    if (end == text_.npos) {
+        Fail(next_, L"the markup that begins here has no end");
+    }
+    return end + last.size();
+}
+
+void XmlReader::SkipSpaces()
+{
+    while (next_ != text_.size() && IsSpace(text_[next_])) {
+        ++next_;
+    }
+}
+
+std::string_view XmlReader::TakeName()
+{
+    const size_t begin = next_;
+    while (next_ != text_.size() && IsNameCharacter(text_[next_])) {
+        ++next_;
+    }
+    if (begin == next_ || !IsNameStart(text_[begin])) {
+        Fail(begin, L"a name is missing here; write < in a text as &lt;");
+    }
+    return text_.substr(begin, next_ - begin);
+}
+
+bool XmlReader::Open(Arena& arena)
+{
+    if (depth_ == kDeepest) {
+        Fail(next_, L"elements nest more than 64 levels deep");
+    }
+    open_.resize(std::max(open_.size(), depth_ + 1));
+    OpenElement& element = open_[depth_++];
+    element.node = {};
+    element.text.clear();
+    element.firstChild = finished_.size();
+    element.firstPrefix = prefixes_.size();
+    Advance(place_, text_, ++next_);
+    element.node.nameLine = place_.line;
+    element.node.nameColumn = place_.column;
+    element.name = TakeName();
+    TakeAttributes(arena);
+    const bool isEmpty = StartsWith("/");
+    next_ += isEmpty ? 1 : 0;
+    if (!StartsWith(">")) {
+        Fail(next_, L"an attribute or the end of <" + Shown(element.name) + L"> should stand here");
+    }
+    Advance(place_, text_, ++next_);
+    element.node.line = place_.line;
+    element.node.column = place_.column;
+    element.node.name = LocalName(arena, element.name, true);
+    element.node.attributes = ResolvedAttributes(arena);
+    return !isEmpty;
+}
+
+void XmlReader::TakeAttributes(Arena& arena)
+{
+    attributes_.clear();
+    for (SkipSpaces(); next_ != text_.size() && IsNameStart(text_[next_]); SkipSpaces()) {
+        const size_t begin = next_;
+        const std::string_view name = TakeName();
+        const auto isSame = [&](const RawAttribute& other) { return other.name == name; };
+        if (!IsSpace(text_[begin - 1]) || std::any_of(attributes_.begin(), attributes_.end(), isSame)) {
+            Fail(begin, L"the attribute " + Shown(name) + L" appears twice or without a blank before it");
+        }
+        if (attributes_.size() == kMostAttributes) {
+            Fail(begin, L"the element has more than 100 attributes");
+        }
+        SkipSpaces();
+        const bool hasValue = StartsWith("=");
+        next_ += hasValue ? 1 : 0;
+        SkipSpaces();
+        if (!hasValue || !(StartsWith("'") || StartsWith("\""))) {
+            Fail(next_, L"the attribute " + Shown(name) + L" has no value in quotation marks");
+        }
+        const size_t value = next_ + 1;
+        next_ = FindEnd(text_.substr(next_, 1), value);
+        if (const size_t bracket = text_.substr(value, next_ - value).find('<'); bracket != text_.npos) {
+            Fail(value + bracket, L"an attribute's value contains <; write it as &lt;");
+        }
+        decoded_.clear();
+        Append(decoded_, value, next_ - 1, AttributeValue);
+        if (name == "xmlns" || name.starts_with("xmlns:")) {
+            prefixes_.push_back({name.substr(std::min<size_t>(name.size(), 6)), decoded_ == kReplayNamespace});
+            attributes_.push_back({name, {}});
+        } else {
+            attributes_.push_back({name, CopyTo(arena, decoded_)});
+        }
+    }
+}
+
+std::span<const NodeAttribute> XmlReader::ResolvedAttributes(Arena& arena)
+{
+    NodeAttribute* const resolved = Allocate<NodeAttribute>(arena, attributes_.size());
+    NodeAttribute* end = resolved;
+    for (const auto& [name, value] : attributes_) {
+        if (name != "xmlns" && !name.starts_with("xmlns:")) {
+            *end++ = {LocalName(arena, name, false), value};
+        }
+    }
+    return {resolved, end};
+}
+
+std::wstring_view XmlReader::LocalName(Arena& arena, std::string_view name, bool hasDefault)
+{
+    const size_t colon = std::min(name.find(':'), name.size());
+    const std::string_view prefix = colon == name.size() ? std::string_view() : name.substr(0, colon);
+    const auto found = std::find_if(prefixes_.rbegin(), prefixes_.rend(),
+                                    [&](const Prefix& declared) { return declared.name == prefix; });
+    const bool isDeclared = found != prefixes_.rend() && (hasDefault || !prefix.empty());
+    const auto offset = static_cast<size_t>(name.data() - text_.data());
+    if (!isDeclared && !prefix.empty() && prefix != "xml") {
+        Fail(offset, L"the namespace prefix " + Shown(prefix) + L" is not declared");
+    }
+    decoded_ = isDeclared && found->isReplay ? kReplayPrefix : std::wstring_view();
+    Append(decoded_, offset + (prefix.empty() ? 0 : colon + 1), offset + name.size(), Literal);
+    return CopyTo(arena, decoded_);
+}
+
+void XmlReader::TakeEndTag(std::string_view name, size_t line)
+{
+    const size_t begin = next_;
+    next_ += 2;
+    const std::string_view found = TakeName();
+    if (found != name) {
+        Fail(begin, L"</" + Shown(found) + L"> does not close <" + Shown(name) + L"> of line " + std::to_wstring(line));
+    }
+    SkipSpaces();
+    if (!StartsWith(">")) {
+        Fail(next_, L"> is missing here");
+    }
+    ++next_;
+}
+
+void XmlReader::Close(Arena& arena)
+{
+    OpenElement& element = open_[--depth_];
+    element.node.text = CopyTo(arena, element.text);
+    const auto first = finished_.begin() + static_cast<ptrdiff_t>(element.firstChild);
+    Node* const children = Allocate<Node>(arena, finished_.size() - element.firstChild);
+    element.node.children = {children, std::uninitialized_copy(first, finished_.end(), children)};
+    finished_.resize(element.firstChild);
+    finished_.push_back(element.node);
+    prefixes_.resize(element.firstPrefix);
+}
+
+void XmlReader::Append(std::wstring& text, size_t from, size_t to, TextKind kind) const
+{
+    CheckSize(to);
+    // UTF-16 never has more units than UTF-8 has bytes, and no reference stands for more units than it has bytes.
+    const size_t size = text.size();
+    text.resize(size + to - from);
+    wchar_t* end = text.data() + size;
+    for (size_t at = from; at != to;) {
+        char32_t c = static_cast<unsigned char>(text_[at]);
+        if (c == '&' && kind != Literal) {
+            at = TakeReference(at, to, c);
+        } else if (c >= 0x80) {
+            at = TakeCharacter(at, to, c);
+        } else {
+            const bool isBreak = c == '\r' || c == '\n';
+            at += text_.substr(at, to - at).starts_with("\r\n") ? 2 : 1;
+            c = isBreak ? '\n' : c;
+            c = kind == AttributeValue && (isBreak || c == '\t') ? ' ' : c;
+        }
+        if (!IsXmlCharacter(c)) {
+            Fail(at - 1, L"this character is not allowed in XML");
+        }
+        if (c >= 0x10000) {
+            *end++ = static_cast<wchar_t>(0xD7C0 + (c >> 10));
+            c = 0xDC00 + (c & 0x3FF);
+        }
+        // A CR written as a reference before a line break belongs to it.
+        end -= kind != AttributeValue && c == '\n' && end != text.data() && end[-1] == '\r' ? 1 : 0;
+        *end++ = static_cast<wchar_t>(c);
+    }
+    text.resize(static_cast<size_t>(end - text.data()));
+}
+
+size_t XmlReader::TakeReference(size_t at, size_t end, char32_t& character) const
+{
+    constexpr std::pair<std::string_view, char> kNames[] = {
+        {"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"quot", '"'}, {"apos", '\''}};
+    const std::string_view rest = text_.substr(at + 1, std::min<size_t>(end - at - 1, 12));
+    std::string_view name = rest.substr(0, rest.find(';'));
+    for (const auto& [known, meaning] : kNames) {
+        if (name == known && name.size() != rest.size()) {
+            character = static_cast<unsigned char>(meaning);
+            return at + name.size() + 2;
+        }
+    }
+    const size_t next = at + name.size() + 2;
+    const bool isHex = name.starts_with("#x");
+    const bool isNumber = name.starts_with("#") && name.size() != rest.size();
+    name.remove_prefix(std::min<size_t>(name.size(), isHex ? 2 : 1));
+    uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), number, isHex ? 16 : 10);
+    if (!isNumber || error != std::errc() || stop != name.data() + name.size() || !IsXmlCharacter(number)) {
+        Fail(at, L"this is not a character reference; write & as &amp;");
+    }
+    character = number;
+    return next;
+}
+
+size_t XmlReader::TakeCharacter(size_t at, size_t end, char32_t& character) const
+{
+    const auto byte = [&](size_t index) { return static_cast<unsigned char>(text_[index]); };
+    const unsigned lead = byte(at);
+    const size_t count = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
+    character = lead & (0x7F >> count);
+    bool isValid = lead >= 0xC0 && lead < 0xF8 && end - at >= count;
+    for (size_t i = 1; isValid && i != count; ++i) {
+        isValid = (byte(at + i) & 0xC0) == 0x80;
+        character = character << 6 | (byte(at + i) & 0x3F);
+    }
+    if (!isValid || character < kSmallest[count - 2] || character > 0x10FFFF || (character >> 11) == 0x1B) {
+        Fail(at, kWrongEncoding);
+    }
+    return at + count;
+}
+
+XmlDocument::XmlDocument(std::string_view text)
+{
+    XmlReader reader(text);
+    if (!reader.NextElement()) {
+        throw TextError{1, 1, L"there is no XML element"};
+    }
+    root_ = reader.Read(arena_);
+    reader.ExpectEnd();
 }
 
 } // namespace orvel::replay

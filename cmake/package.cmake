@@ -10,7 +10,7 @@ install(TARGETS Orvel_eventlog eventlog_console RUNTIME DESTINATION .)
 install(FILES ${CMAKE_BINARY_DIR}/bin/OrvelAgent.tlb ${CMAKE_BINARY_DIR}/bin/EventLogProviderLib.tlb DESTINATION .)
 install(TARGETS replay_log RUNTIME DESTINATION replay)
 install(CODE "execute_process(COMMAND ${PROJECT_SOURCE_DIR}/cmake/notices.sh COMMAND_ERROR_IS_FATAL ANY
-  OUTPUT_FILE \"\$ENV{DESTDIR}\\${CMAKE_INSTALL_PREFIX}/THIRD-PARTY-NOTICES\")")
+  OUTPUT_FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/THIRD-PARTY-NOTICES\")")
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md tools/verify.cmd DESTINATION .)
 install(FILES host/OrvelAgent.idl DESTINATION host)
 install(DIRECTORY docs DESTINATION .)

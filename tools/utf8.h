@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,18 @@ inline std::wstring ToWide(std::string_view utf8)
     std::wstring text(static_cast<size_t>(units), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), units);
     return text;
+}
+
+/// Converts UTF-8 with or without a byte order mark, or UTF-16LE with one, to UTF-8 without.
+inline std::string DecodeText(std::string bytes)
+{
+    if (bytes.starts_with("\xFF\xFE")) {
+        std::wstring text(bytes.size() / 2 - 1, L'\0');
+        std::memcpy(text.data(), bytes.data() + 2, text.size() * sizeof(wchar_t));
+        return ToUtf8(text);
+    }
+    bytes.erase(0, bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    return bytes;
 }
 
 } // namespace orvel

@@ -4,14 +4,12 @@
 #include "host/property.h"
 #include "tools/console/input.h"
 #include "tools/console/text.h"
-#include "tools/function_of.h"
+#include "tools/replay/xml_reader.h"
 
 #include <shlwapi.h>
-#include <xmllite.h>
 
 #include <algorithm>
 #include <span>
-#include <utility>
 
 namespace orvel::console {
 
@@ -31,85 +29,50 @@ void Check(HRESULT hr, const std::string& file, const char* what)
     }
 }
 
-// MSXML knows no places in a good document and some versions none in a bad one, so a streaming reader goes first: it
-// checks the form and notes where each metric stands.
-class FormReader {
-public:
-    FormReader(IStream* source, std::string file) : file_(std::move(file))
-    {
-        const HMODULE library = LoadLibraryExW(L"xmllite.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-        decltype(&CreateXmlReader) const create = FunctionOf{library, "CreateXmlReader"};
-        if (create == nullptr) {
-            Fail("the system's xmllite.dll is missing");
-        }
-        Check(create(__uuidof(IXmlReader), reinterpret_cast<void**>(reader_.GetAddressOf()), nullptr), file_,
-              "no XML reader");
-        Check(reader_->SetInput(source), file_, "cannot be read");
-    }
+std::string Place(const std::string& file, size_t line, size_t column)
+{
+    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
+}
 
-    std::vector<MetricConfiguration> Read()
-    {
-        XmlNodeType type = XmlNodeType_None;
-        HRESULT hr = S_OK;
-        while ((hr = reader_->Read(&type)) == S_OK) {
-            if (type == XmlNodeType_Element) {
-                const bool isEmpty = reader_->IsEmptyElement();
-                ReadElement();
-                depth_ += isEmpty ? 0 : 1;
-            } else if (type == XmlNodeType_EndElement) {
-                --depth_;
-            }
-        }
-        if (FAILED(hr)) {
-            Fail(Place() + ": the XML is broken here (" + Describe(hr) +
-                 "); close every tag, and write < and & in a query as &lt; and &amp;");
-        }
-        if (metrics_.empty()) {
-            Fail(Place() + ": no <metric> inside the root element; add one per subscription, see --help");
-        }
-        return std::move(metrics_);
+/// Reads a metric's name and place, and checks what MSXML would accept and the provider misread.
+MetricConfiguration ReadMetric(const replay::Node& element, const std::string& file)
+{
+    const std::string place = Place(file, element.nameLine, element.nameColumn);
+    const std::wstring_view* const name = element.Attribute(L"name");
+    if (element.name != L"metric" || name == nullptr || name->empty()) {
+        Fail(place + ": <" + ToUtf8(element.name) + "> is not a metric with a name; write <metric name=\"...\">");
     }
-
-private:
-    void ReadElement()
-    {
-        const wchar_t* local = nullptr;
-        reader_->GetLocalName(&local, nullptr);
-        const std::wstring tag = local;
-        const std::string place = Place();
-        if (depth_ == 1) {
-            const wchar_t* name = L"";
-            if (reader_->MoveToAttributeByName(L"name", nullptr) == S_OK) {
-                reader_->GetValue(&name, nullptr);
-            }
-            if (tag != L"metric" || *name == L'\0') {
-                Fail(place + ": <" + ToUtf8(tag) + "> is not a metric with a name; write <metric name=\"...\">");
-            }
-            metrics_.push_back({name, place});
-        } else if (depth_ == 2) {
-            property_ = tag;
-        } else if (depth_ > 2 && (property_ == L"query" || property_ == L"channel")) {
-            Fail(place + ": <" + ToUtf8(property_) +
-                 "> must hold text alone; put <![CDATA[ and ]]> around a query "
-                 "that is XML itself");
+    for (const replay::Node& property : element.children) {
+        if ((property.name == L"query" || property.name == L"channel") && !property.children.empty()) {
+            const replay::Node& child = *property.children.begin();
+            Fail(Place(file, child.nameLine, child.nameColumn) + ": <" + ToUtf8(property.name) +
+                 "> must hold text alone; put <![CDATA[ and ]]> around a query that is XML itself");
         }
     }
+    return {std::wstring(*name), place};
+}
 
-    std::string Place()
-    {
-        UINT line = 0;
-        UINT column = 0;
-        reader_->GetLineNumber(&line);
-        reader_->GetLinePosition(&column);
-        return file_ + ":" + std::to_string(std::max(line, 1U)) + ":" + std::to_string(std::max(column, 1U));
+// MSXML reports no places, so our reader checks the document first.
+std::vector<MetricConfiguration> ReadMetrics(const std::string& text, const std::string& file)
+try {
+    std::vector<MetricConfiguration> metrics;
+    replay::XmlReader reader(text);
+    if (reader.NextElement() && reader.Enter()) {
+        replay::Arena arena;
+        while (reader.NextElement()) {
+            metrics.push_back(ReadMetric(reader.Read(arena), file));
+        }
     }
-
-    std::string file_;
-    ComPtr<IXmlReader> reader_;
-    std::vector<MetricConfiguration> metrics_;
-    std::wstring property_;
-    int depth_ = 0;
-};
+    reader.ExpectEnd();
+    if (metrics.empty()) {
+        Fail(Place(file, reader.Place().line, reader.Place().column) +
+             ": no <metric> inside the root element; add one per subscription, see --help");
+    }
+    return metrics;
+} catch (const replay::TextError& error) {
+    Fail(Place(file, error.line, error.column) + ": the XML is broken here (" + ToUtf8(error.reason) +
+         "); close every tag, and write < and & in a query as &lt; and &amp;");
+}
 
 ComPtr<IXMLDOMElement> ParseRoot(IStream* stream, const std::string& file)
 {
@@ -132,7 +95,7 @@ ComPtr<IXMLDOMElement> ParseRoot(IStream* stream, const std::string& file)
     return root;
 }
 
-/// Reads what the provider will ask for, and tells what it would stumble over.
+/// Reads what the provider will ask for, and notes what it cannot use.
 void FindProblem(MetricConfiguration& metric, std::span<const MetricConfiguration> earlier)
 {
     const std::string name = std::string("'").append(ToUtf8(metric.name)).append("'");
@@ -161,11 +124,10 @@ std::vector<MetricConfiguration> ReadConfiguration(const std::wstring& path)
 {
     const std::string file = InputName(path);
     const std::string bytes = ReadInput(path, ExitCode::Configuration);
+    std::vector<MetricConfiguration> metrics = ReadMetrics(DecodeText(bytes), file);
     ComPtr<IStream> stream;
     stream.Attach(SHCreateMemStream(reinterpret_cast<const BYTE*>(bytes.data()), static_cast<UINT>(bytes.size())));
     Check(stream ? S_OK : E_OUTOFMEMORY, file, "cannot be held in memory");
-    std::vector<MetricConfiguration> metrics = FormReader(stream.Get(), file).Read();
-    Check(stream->Seek({}, STREAM_SEEK_SET, nullptr), file, "cannot be read twice");
     const ComPtr<IXMLDOMElement> root = ParseRoot(stream.Get(), file);
 
     ComPtr<IXMLDOMNodeList> elements;

@@ -30,13 +30,16 @@ const EventLog& Log()
 
 } // namespace
 
-EventCounter& EventCounter::Start(const MetricConfiguration& metric)
+EventCounter& EventCounter::Create(const MetricConfiguration& metric)
 {
-    auto& counter = *new EventCounter(metric.Is(kLaminaMetric));
-    counter.subscription_ = Log().Subscribe(nullptr, nullptr, metric.channel.c_str(), metric.query.c_str(), nullptr,
-                                            &counter, &OnNotification, EvtSubscribeToFutureEvents);
-    counter.refusal_ = counter.subscription_ != nullptr ? ERROR_SUCCESS : GetLastError();
-    return counter;
+    return *new EventCounter(metric.Is(kLaminaMetric));
+}
+
+DWORD EventCounter::Subscribe(const MetricConfiguration& metric)
+{
+    subscription_ = Log().Subscribe(nullptr, nullptr, metric.channel.c_str(), metric.query.c_str(), nullptr, this,
+                                    &OnNotification, EvtSubscribeToFutureEvents);
+    return subscription_ != nullptr ? ERROR_SUCCESS : GetLastError();
 }
 
 void EventCounter::Stop()
@@ -61,7 +64,7 @@ EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event)
     if (metadata_ == nullptr) {
         metadata_ = Log().OpenMetadata(nullptr, ownPublisher, nullptr, 0, 0);
     }
-    // The sizing call has room for one character: without any, Windows faults at an empty message.
+    // The sizing call gets a buffer for one character: without one, Windows faults at an empty message.
     AgentEventRecord record;
     record.message.resize(1);
     DWORD used = 0;

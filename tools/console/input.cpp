@@ -2,6 +2,7 @@
 
 #include "tools/console/text.h"
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <thread>
@@ -11,12 +12,14 @@ namespace orvel::console {
 namespace {
 
 HANDLE stopEvent = nullptr;
+std::atomic<bool> isStopped = false; // asking the event would cost a system call per replayed event
 
 BOOL WINAPI OnControl(DWORD event)
 {
     if (event > CTRL_BREAK_EVENT || IsStopped()) {
         return FALSE;
     }
+    isStopped = true;
     return SetEvent(stopEvent);
 }
 
@@ -50,7 +53,7 @@ void CatchControlC()
 
 bool IsStopped(DWORD milliseconds)
 {
-    return WaitForSingleObject(stopEvent, milliseconds) == WAIT_OBJECT_0;
+    return isStopped || (milliseconds != 0 && WaitForSingleObject(stopEvent, milliseconds) == WAIT_OBJECT_0);
 }
 
 std::string InputName(const std::wstring& path)

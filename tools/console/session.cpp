@@ -28,14 +28,14 @@ std::string LastRefusal(const ReplayClient& replay)
     return ToUtf8(message);
 }
 
-// Each line is a sum. Delivered and its parts come from the counter, values and dropped records from what the module
-// wrote and said. What is pending cannot be asked for: it is the rest, and nothing but events that came after the last
-// collection. A logon's values stand for its latest events, so its events and its values make no sum.
+// Each line is a sum. The counter knows what was delivered; the values and the log lines of the module tell what was
+// written and dropped. The module cannot be asked what is pending: that is the rest, events after the last collection.
+// A logon's values stand for its latest events, so its events and its values have no common sum.
 std::wstring Account(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;
     std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
-    if (counter.Refusal() != ERROR_SUCCESS) {
+    if (tally.isRefused) {
         lines += L"    nothing delivered, for the Event Log refuses the subscription\n";
     } else {
         const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
@@ -133,18 +133,28 @@ std::wstring Session::Summary() const
 
 void Session::Subscribe(const MetricConfiguration& metric)
 {
+    EventCounter& counter = EventCounter::Create(metric);
+    if (replay_ != nullptr) {
+        replay_->Observe(&EventCounter::OnNotification, &counter);
+    }
     const UniqueBstr name = MakeCountedBstr(metric.name);
     const HRESULT hr = module_.Provider().SubscribeMetric(name.get(), metric.element.Get());
     if (FAILED(hr)) {
         throw Failure(ExitCode::Subscription,
                       metric.place + ": '" + ToUtf8(metric.name) + "' cannot be subscribed: " + Describe(hr));
     }
-    tallies_.push_back({metric, &EventCounter::Start(metric)});
-    if (const DWORD refusal = tallies_.back().counter->Refusal()) {
-        // A subscription that the Event Log refuses is no failure of the provider; it would just stay silent.
-        Say("warning", metric.place + ": no event will come: " +
-                           (replay_ != nullptr ? LastRefusal(*replay_) : Describe(HRESULT_FROM_WIN32(refusal))));
+    // The provider does not report a subscription that the Event Log refuses; it just never gets an event.
+    std::string refusal;
+    if (replay_ != nullptr) {
+        replay_->Observe(nullptr, nullptr);
+        refusal = LastRefusal(*replay_);
+    } else if (const DWORD code = counter.Subscribe(metric)) {
+        refusal = Describe(HRESULT_FROM_WIN32(code));
     }
+    if (!refusal.empty()) {
+        Say("warning", metric.place + ": no event will come: " + refusal);
+    }
+    tallies_.push_back({metric, &counter, !refusal.empty()});
 }
 
 void Session::WaitForEvents()
@@ -179,6 +189,7 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
         if (std::exchange(self.played_, done) != done) { // not while an action waits
             const auto& after = self.options_.collectAfter;
             if (std::find(after.begin(), after.end(), done) != after.end()) {
+                self.replay_->WaitForDeliveries();
                 self.CollectAll();
             }
             self.Pace(done, total);

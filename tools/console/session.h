@@ -17,21 +17,22 @@
 
 namespace orvel::console {
 
-/// Loads the replay log that lies beside the program. Throws Failure.
+/// Loads the replay log from the program's directory. Throws Failure.
 ReplayClient LoadReplayLog();
 
-/// Makes the export that the options name the replay log's future. Throws Failure, also for one without any entry.
+/// Loads an export into the replay log. Throws Failure, also if the export is empty.
 void LoadExport(const ReplayClient& replay, const std::wstring& path);
 
-/// What became of one metric's events and values. The counter sees the events; the sink, whose every refusal it counts,
-/// sees the values; that a record was given up the module tells in its log.
+/// What became of one metric's events and values. The counter sees the events, the sink the values; the module logs
+/// records that it drops.
 struct MetricTally {
     MetricConfiguration metric;
     EventCounter* counter = nullptr;
+    bool isRefused = false;         ///< the Event Log refuses the subscription
     unsigned long long values = 0;  ///< written to the sink
     unsigned long long crashes = 0; ///< of these, records of crashes
     unsigned long long refused = 0;
-    unsigned long long dropped = 0; ///< records given up after repeated refusals
+    unsigned long long dropped = 0; ///< records dropped after repeated refusals
 };
 
 /// One run of the provider, from its creation to its end, over the live Event Log or a replayed export.
@@ -42,8 +43,8 @@ public:
     /// `replay` may be null. COM must be initialised. Throws Failure.
     Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
 
-    /// Subscribes, lets the events come until they or the user end it, collects and takes everything down again.
-    /// Gives what failed first, if anything did; what fails after it is told at once.
+    /// Subscribes, waits until the replay or the user ends it, collects, unsubscribes and unloads the module. Returns
+    /// the first failure; later ones are written to standard error at once.
     std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
 
     /// What became of the events, as sums, for people.

@@ -4,6 +4,7 @@
 #include "tools/replay/xml_reader.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cwctype>
 #include <mutex>
 
@@ -19,49 +20,76 @@ std::mutex currentLock;
 
 std::shared_ptr<const Log>& Current()
 {
-    static auto& log = *new std::shared_ptr<const Log>(std::make_shared<Log>());
+    static auto& log = *new std::shared_ptr<const Log>(std::make_shared<Log>(std::string()));
     return log;
 }
 
 } // namespace
 
-bool NameOrder::operator()(const std::wstring& a, const std::wstring& b) const
+bool NameOrder::operator()(std::wstring_view a, std::wstring_view b) const
 {
     return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
         return std::towlower(static_cast<std::wint_t>(x)) < std::towlower(static_cast<std::wint_t>(y));
     });
 }
 
-Log::Log()
+Log::Log(std::string utf8) : text(std::move(utf8)), root(text)
 {
     for (const wchar_t* name : kInstalledPublishers) {
         AddPublisher(name);
     }
-}
-
-void Log::AddPublisher(const std::wstring& name)
-{
-    auto& publisher = publishers[name];
-    publisher = publisher ? publisher : std::make_shared<std::wstring>(name);
-}
-
-std::shared_ptr<const Log> MakeLog(std::string_view xml)
-{
-    auto log = std::make_shared<Log>();
-    XmlReader reader(xml);
-    bool hasEntry = reader.NextElement();
-    // Without /e:Events, wevtutil writes one event after the other and no element around them.
-    const bool hasRoot = hasEntry && reader.Name() != "Event";
-    for (hasEntry = hasRoot ? reader.Enter() && reader.NextElement() : hasEntry; hasEntry;
-         hasEntry = reader.NextElement()) {
-        log->entries.push_back(ReadEntry(reader, log->arena));
-        if (const auto* event = std::get_if<Event>(&log->entries.back())) {
-            log->channels.emplace(event->channel);
-            log->AddPublisher(std::wstring(event->publisher));
-        }
+    bool hasEntry = root.NextElement();
+    // Without /e:Events, wevtutil writes the events one after the other and no element around them.
+    if (hasEntry && root.Name() != "Event") {
+        hasEntry = root.Enter();
+    }
+    XmlReader reader(root);
+    Arena arena;
+    for (hasEntry = hasEntry && reader.NextElement(); hasEntry; hasEntry = reader.NextElement()) {
+        const TextPlace place = reader.Place();
+        Take(ReadEntry(reader, arena), place);
+        arena.release();
     }
     reader.ExpectEnd();
-    return log;
+}
+
+void Log::Take(const Entry& entry, const TextPlace& place)
+{
+    const auto* const event = std::get_if<Event>(&entry);
+    entries.push_back({place, event != nullptr});
+    if (event != nullptr) {
+        if (!channels.contains(event->channel)) {
+            channels.emplace(event->channel);
+        }
+        AddPublisher(event->publisher);
+    }
+}
+
+void Log::AddPublisher(std::wstring_view name)
+{
+    if (!publishers.contains(name)) {
+        publishers.emplace(name, std::make_shared<std::wstring>(name));
+    }
+}
+
+std::shared_ptr<const Entry> LogReader::Read(size_t index)
+{
+    next_ = (next_ + 1) % slots_.size();
+    std::shared_ptr<Slot>& slot = slots_[next_];
+    if (slot == nullptr || slot.use_count() != 1) {
+        slot = std::make_shared<Slot>();
+    }
+    std::atomic_thread_fence(std::memory_order_acquire); // after the last use on another thread
+    slot->arena.release();
+    reader_.Return(log_->entries[index].text);
+    slot->entry = ReadEntry(reader_, slot->arena);
+    return {slot, &slot->entry};
+}
+
+std::shared_ptr<const Event> LogReader::ReadEvent(size_t index)
+{
+    const auto entry = Read(index);
+    return {entry, std::get_if<Event>(entry.get())};
 }
 
 std::shared_ptr<const Log> CurrentLog()
@@ -76,7 +104,7 @@ void SetCurrentLog(std::shared_ptr<const Log> log)
     Current().swap(log);
 }
 
-bool IsKnownChannel(const Log& log, const std::wstring& channel)
+bool IsKnownChannel(const Log& log, std::wstring_view channel)
 {
     return log.channels.contains(channel) ||
            std::any_of(std::begin(kClassicChannels), std::end(kClassicChannels),

@@ -38,6 +38,8 @@ public:
     decltype(&ReplayEntryTime) EntryTime = Control{module, "ReplayEntryTime"};
     decltype(&ReplayJudge) Judge = Control{module, "ReplayJudge"};
     decltype(&ReplayPlay) Play = Control{module, "ReplayPlay"};
+    decltype(&ReplayWaitForDeliveries) WaitForDeliveries = Control{module, "ReplayWaitForDeliveries"};
+    decltype(&ReplayObserve) Observe = Control{module, "ReplayObserve"};
     decltype(&ReplayDeliver) Deliver = Control{module, "ReplayDeliver"};
     decltype(&ReplayDeliverError) DeliverError = Control{module, "ReplayDeliverError"};
     decltype(&ReplaySetMode) SetMode = Control{module, "ReplaySetMode"};

@@ -10,7 +10,6 @@
 #include "tools/utf8.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -32,7 +31,7 @@ template <typename Load>
 DWORD LoadLog(const Load& load, wchar_t* message, DWORD messageCharacters)
 try {
     CopyText(L"", message, messageCharacters);
-    SetCurrentLog(MakeLog(load()));
+    SetCurrentLog(std::make_shared<Log>(load()));
     return ERROR_SUCCESS;
 } catch (const TextError& error) {
     CopyText(L"line " + std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
@@ -59,15 +58,10 @@ void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
     problem.position = static_cast<DWORD>(place - start);
 }
 
-/// Converts UTF-8 with or without a byte order mark, or UTF-16LE with one, to UTF-8 without.
-std::string DecodeText(std::string bytes)
+/// Decodes an export. Throws TextError for a file that is none.
+std::string DecodeExport(std::string bytes)
 {
-    if (bytes.starts_with("\xFF\xFE")) {
-        std::wstring text(bytes.size() / 2 - 1, L'\0');
-        std::memcpy(text.data(), bytes.data() + 2, text.size() * sizeof(wchar_t));
-        return orvel::ToUtf8(text);
-    }
-    bytes.erase(0, bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    bytes = orvel::DecodeText(std::move(bytes));
     if (bytes.find_first_not_of(" \t\r\n") == bytes.npos) {
         throw TextError{1, 1, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport)};
     }
@@ -94,7 +88,7 @@ std::string ReadFileText(const wchar_t* path)
     if (!file || bytes.size() > kLargestExport) {
         throw file ? DWORD{ERROR_FILE_TOO_LARGE} : DWORD{ERROR_READ_FAULT};
     }
-    return DecodeText(std::move(bytes));
+    return DecodeExport(std::move(bytes));
 }
 
 /// Waits as an action says; `goOn` is asked now and then.
@@ -111,19 +105,16 @@ DWORD Wait(const Action& action, const GoOn& goOn)
     return ERROR_SUCCESS;
 }
 
-/// Carries out one entry of the future.
+/// Carries out an action when all earlier deliveries have ended.
 template <typename GoOn>
-DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index, const GoOn& goOn)
+DWORD PlayAction(const Action& action, size_t index, const GoOn& goOn)
 {
-    if (std::holds_alternative<Event>(log->entries[index])) {
-        return Deliver({log, index, 1, ERROR_SUCCESS, nullptr});
-    }
-    const auto& action = std::get<Action>(log->entries[index]);
     const bool isWait = action.kind == Action::Wait;
     const Behaviour& behaviour = Behaviour::Instance();
     if (behaviour.Has(ReplayWithoutActions) || (isWait && behaviour.Has(ReplayWithoutWaits))) {
         return ERROR_SUCCESS;
     }
+    WaitForDeliveries();
     const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
         Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" +
@@ -131,6 +122,27 @@ DWORD PlayEntry(const std::shared_ptr<const Log>& log, size_t index, const GoOn&
                                          std::to_wstring(action.node.line) + L": error " + std::to_wstring(code));
     }
     return code;
+}
+
+/// Plays the entries in order.
+DWORD Play(const std::shared_ptr<const Log>& log, ReplayProgress progress, void* context)
+{
+    const auto total = static_cast<DWORD>(log->entries.size());
+    LogReader reader(log);
+    for (DWORD i = 0; i < total; ++i) {
+        const auto goOn = [&](DWORD done) { return progress == nullptr || progress(context, done, total); };
+        const auto entry = reader.Read(i);
+        const auto* const event = std::get_if<Event>(entry.get());
+        const DWORD code = event != nullptr ? Deliver({{entry, event}}, false)
+                                            : PlayAction(std::get<Action>(*entry), i, [&] { return goOn(i); });
+        if (code != ERROR_SUCCESS) {
+            return code;
+        }
+        if (!goOn(i + 1)) {
+            return ERROR_CANCELLED;
+        }
+    }
+    return ERROR_SUCCESS;
 }
 
 } // namespace
@@ -149,7 +161,7 @@ DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageC
 
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
 {
-    return LoadLog([&] { return DecodeText(std::string(bytes, size)); }, message, messageCharacters);
+    return LoadLog([&] { return DecodeExport(std::string(bytes, size)); }, message, messageCharacters);
 }
 
 DWORD WINAPI ReplayCount()
@@ -160,7 +172,10 @@ DWORD WINAPI ReplayCount()
 ULONGLONG WINAPI ReplayEntryTime(DWORD index)
 {
     const auto log = CurrentLog();
-    const auto* event = index < log->entries.size() ? std::get_if<Event>(&log->entries[index]) : nullptr;
+    if (index >= log->entries.size()) {
+        return 0;
+    }
+    const auto event = LogReader(log).ReadEvent(index);
     return event != nullptr ? CreationTime(event->xml).value_or(0) : 0;
 }
 
@@ -170,8 +185,9 @@ try {
     bool isStructured = false;
     const Selection selection = MakeSelection(channel, query, isStructured);
     const auto log = CurrentLog();
-    for (const Entry& entry : log->entries) {
-        if (const auto* event = std::get_if<Event>(&entry)) {
+    LogReader reader(log);
+    for (size_t i = 0; i < log->entries.size(); ++i) {
+        if (const auto event = reader.ReadEvent(i)) {
             const std::wstring name(event->channel);
             const std::wstring reason = selection.Explain(*event);
             const ReplayVerdict verdict = {static_cast<DWORD>(event->xml.line), static_cast<DWORD>(event->xml.column),
@@ -188,33 +204,33 @@ try {
 
 DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context)
 {
-    const auto log = CurrentLog();
-    const auto total = static_cast<DWORD>(log->entries.size());
-    for (DWORD i = 0; i < total; ++i) {
-        const auto goOn = [&](DWORD done) { return progress == nullptr || progress(context, done, total); };
-        const DWORD code = PlayEntry(log, i, [&] { return goOn(i); });
-        if (code != ERROR_SUCCESS) {
-            return code;
-        }
-        if (!goOn(i + 1)) {
-            return ERROR_CANCELLED;
-        }
-    }
-    return ERROR_SUCCESS;
+    const DWORD code = Play(CurrentLog(), progress, context);
+    WaitForDeliveries();
+    return code;
+}
+
+void WINAPI ReplayWaitForDeliveries()
+{
+    WaitForDeliveries();
 }
 
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times)
 {
-    auto log = CurrentLog();
-    if (index >= log->entries.size() || !std::holds_alternative<Event>(log->entries[index])) {
+    const auto log = CurrentLog();
+    if (index >= log->entries.size() || !log->entries[index].isEvent) {
         return ERROR_INVALID_PARAMETER;
     }
-    return Deliver({std::move(log), index, times, ERROR_SUCCESS, nullptr});
+    return Deliver({LogReader(log).ReadEvent(index), times}, true);
 }
 
 DWORD WINAPI ReplayDeliverError(DWORD code)
 {
-    return code != ERROR_SUCCESS ? Deliver({nullptr, 0, 1, code, nullptr}) : DWORD{ERROR_INVALID_PARAMETER};
+    return code != ERROR_SUCCESS ? Deliver({nullptr, 1, code}, true) : DWORD{ERROR_INVALID_PARAMETER};
+}
+
+void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context)
+{
+    SubscriberList::Instance().SetObserver({observer, context});
 }
 
 void WINAPI ReplaySetMode(DWORD modes)

@@ -8,6 +8,7 @@
 // DWORD give 0 or a Win32 code.
 
 #include <windows.h>
+#include <winevt.h>
 
 /// Calls that are counted and can be made to fail.
 enum ReplayFunction : DWORD {
@@ -95,10 +96,17 @@ ULONGLONG WINAPI ReplayEntryTime(DWORD index);
 DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
                          ReplayProblem* problem);
 
-/// Plays the whole future in order: each event is delivered to every subscription that it matches, each action is
-/// carried out when all earlier deliveries have ended. Returns when all is done, ERROR_CANCELLED (1223) when `progress`
-/// stopped it, or the code of an action that failed; see ReplayLastRefusal. `progress` may be null.
+/// Plays all entries in order: each event is queued for every subscription that selects it, each action is carried out
+/// when all earlier deliveries have ended. Returns when all deliveries have ended: 0, ERROR_CANCELLED (1223) if
+/// `progress` stopped it, or the code of an action that failed; see ReplayLastRefusal. `progress` may be null.
 DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context);
+
+/// Blocks until the callbacks of all events played so far have returned. `progress` may call it.
+void WINAPI ReplayWaitForDeliveries();
+
+/// Sets a callback that sees each event, on the same thread and with the same handle, just before a subscription does
+/// that is opened from now on. Null for none. The callback must stay valid as long as the process.
+void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context);
 
 /// Delivers one loaded event, `times` times, and returns when all deliveries have ended. May run on several threads at
 /// once; deliveries to one subscription are still one at a time. ERROR_INVALID_PARAMETER (87) when there is no such

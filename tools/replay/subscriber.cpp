@@ -10,76 +10,68 @@ namespace orvel::replay {
 
 namespace {
 
-enum Verdict : char { NotJudged, Wanted, NotWanted };
+constexpr size_t kLongestQueue = 64;
+
+bool IsInsideCallback(const SubscriberList::Snapshot& subscribers)
+{
+    return std::any_of(subscribers->begin(), subscribers->end(),
+                       [](const auto& subscriber) { return subscriber->IsRunningHere(); });
+}
 
 } // namespace
 
-void Batch::Begin()
+bool Subscriber::Wants(const Delivery& delivery) const
 {
-    const std::lock_guard guard(lock_);
-    ++running_;
+    return delivery.error != ERROR_SUCCESS || selection_.Matches(*delivery.event);
 }
 
-void Batch::End()
-{
-    const std::lock_guard guard(lock_);
-    if (--running_ == 0) {
-        ended_.notify_all();
-    }
-}
-
-void Batch::Wait()
+size_t Subscriber::Enqueue(const Delivery& delivery)
 {
     std::unique_lock guard(lock_);
-    ended_.wait(guard, [&] { return running_ == 0; });
-}
-
-bool Subscriber::Wants(const Delivery& delivery)
-{
-    if (delivery.error != ERROR_SUCCESS) {
-        return true;
-    }
-    const std::lock_guard guard(lock_);
-    if (judgedLog_.owner_before(delivery.log) || delivery.log.owner_before(judgedLog_)) {
-        judgedLog_ = delivery.log;
-        verdicts_.assign(delivery.log->entries.size(), NotJudged);
-    }
-    char& verdict = verdicts_[delivery.index];
-    if (verdict == NotJudged) {
-        verdict = selection_.Matches(std::get<Event>(delivery.log->entries[delivery.index])) ? Wanted : NotWanted;
-    }
-    return verdict == Wanted;
-}
-
-void Subscriber::Enqueue(const Delivery& delivery)
-{
-    const std::lock_guard guard(lock_);
+    queueChanged_.wait(guard, [&] { return queue_.size() < kLongestQueue || isRetired_; });
     if (isRetired_) {
-        return;
+        return 0;
     }
     if (!hasWorker_) {
         std::thread([self = shared_from_this()] { self->Work(); }).detach();
         hasWorker_ = true;
     }
     queue_.push_back(delivery);
-    delivery.batch->Begin();
-    turn_.notify_all();
+    queueChanged_.notify_all();
+    return ++enqueued_;
+}
+
+void Subscriber::Wait(size_t number)
+{
+    std::unique_lock guard(lock_);
+    ended_.wait(guard, [&] { return finished_ >= number; });
+}
+
+void Subscriber::WaitForAll()
+{
+    std::unique_lock guard(lock_);
+    ended_.wait(guard, [&, number = enqueued_] { return finished_ >= number; });
 }
 
 void Subscriber::Work()
 {
+    std::vector<Delivery> taken;
     std::unique_lock guard(lock_);
     for (;;) {
-        turn_.wait(guard, [&] { return !queue_.empty() || isRetired_; });
+        queueChanged_.wait(guard, [&] { return !queue_.empty() || isRetired_; });
         if (queue_.empty()) {
             return;
         }
-        const Delivery delivery = std::move(queue_.front());
-        queue_.pop_front();
+        taken.swap(queue_);
+        queueChanged_.notify_all();
         guard.unlock();
-        DeliverHere(delivery);
-        delivery.batch->End();
+        for (const Delivery& delivery : taken) {
+            DeliverHere(delivery);
+        }
         guard.lock();
+        finished_ += taken.size();
+        taken.clear();
+        ended_.notify_all();
     }
 }
 
@@ -93,7 +85,7 @@ bool Subscriber::RunOnce(const Delivery& delivery) noexcept // NOLINT(bugprone-e
 {
     {
         std::unique_lock guard(lock_);
-        turn_.wait(guard, [&] { return runner_ == 0; });
+        ended_.wait(guard, [&] { return runner_ == 0; });
         if (isRetired_ || (isClosed_ && !Behaviour::Instance().Has(ReplayDeliverAfterClose))) {
             return false;
         }
@@ -103,22 +95,24 @@ bool Subscriber::RunOnce(const Delivery& delivery) noexcept // NOLINT(bugprone-e
     CallBack(delivery);
     const std::lock_guard guard(lock_);
     runner_ = 0;
-    turn_.notify_all();
+    ended_.notify_all();
     return true;
 }
 
 void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bugprone-exception-escape)
 {
-    // EVT_SUBSCRIBE_CALLBACK page: with action 0 the handle is a Win32 code; what the callback gives is ignored.
+    // EVT_SUBSCRIBE_CALLBACK page: with action 0 the handle is a Win32 code; the callback's result is ignored.
     if (delivery.error != ERROR_SUCCESS) {
         callback_(EvtSubscribeActionError, context_,
                   reinterpret_cast<EVT_HANDLE>(static_cast<ULONG_PTR>(delivery.error)));
         return;
     }
     // Same page: the event's handle is valid during the callback only.
-    const auto* const event = &std::get<Event>(delivery.log->entries[delivery.index]);
     HandleTable& handles = HandleTable::Instance();
-    const EVT_HANDLE handle = handles.Open(ReplayEventHandle, std::shared_ptr<const void>(delivery.log, event));
+    const EVT_HANDLE handle = handles.Open(ReplayEventHandle, delivery.event);
+    if (observer_.callback != nullptr) {
+        observer_.callback(EvtSubscribeActionDeliver, observer_.context, handle);
+    }
     callback_(EvtSubscribeActionDeliver, context_, handle);
     ReplayHandleKind kind = ReplayEventHandle;
     handles.Close(handle, kind, true);
@@ -129,7 +123,7 @@ void Subscriber::Close(bool waits)
     std::unique_lock guard(lock_);
     isClosed_ = true;
     if (waits && !IsRunningHere()) {
-        turn_.wait(guard, [&, running = callbacks_] { return runner_ == 0 || callbacks_ != running; });
+        ended_.wait(guard, [&, running = callbacks_] { return runner_ == 0 || callbacks_ != running; });
     }
 }
 
@@ -137,7 +131,7 @@ void Subscriber::Retire()
 {
     const std::lock_guard guard(lock_);
     isRetired_ = true;
-    turn_.notify_all();
+    queueChanged_.notify_all();
 }
 
 SubscriberList& SubscriberList::Instance()
@@ -146,9 +140,16 @@ SubscriberList& SubscriberList::Instance()
     return list;
 }
 
+void SubscriberList::SetObserver(const Observer& observer)
+{
+    const std::lock_guard guard(lock_);
+    observer_ = observer;
+}
+
 void SubscriberList::Add(std::shared_ptr<Subscriber> subscriber)
 {
     const std::lock_guard guard(lock_);
+    subscriber->SetObserver(observer_);
     auto changed = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>(*subscribers_);
     changed->push_back(std::move(subscriber));
     subscribers_ = std::move(changed);
@@ -194,31 +195,42 @@ void CloseSubscription(Subscriber& subscriber)
     }
 }
 
-DWORD Deliver(Delivery delivery)
+DWORD Deliver(const Delivery& delivery, bool waits)
 {
     const auto subscribers = SubscriberList::Instance().Current();
-    if (std::any_of(subscribers->begin(), subscribers->end(),
-                    [](const auto& subscriber) { return subscriber->IsRunningHere(); })) {
+    if (IsInsideCallback(subscribers)) {
         return ERROR_POSSIBLE_DEADLOCK;
     }
     const bool isHere = Behaviour::Instance().Has(ReplayOnCallingThread);
-    if (!isHere) {
-        delivery.batch = std::make_shared<Batch>();
-    }
+    std::vector<std::pair<Subscriber*, size_t>> awaited;
     for (const auto& subscriber : *subscribers) {
         if (!subscriber->Wants(delivery)) {
             continue;
         }
         if (isHere) {
             subscriber->DeliverHere(delivery);
-        } else {
-            subscriber->Enqueue(delivery);
+            continue;
+        }
+        const size_t number = subscriber->Enqueue(delivery);
+        if (waits) {
+            awaited.emplace_back(subscriber.get(), number);
         }
     }
-    if (delivery.batch) {
-        delivery.batch->Wait();
+    for (const auto& [subscriber, number] : awaited) {
+        subscriber->Wait(number);
     }
     return ERROR_SUCCESS;
+}
+
+void WaitForDeliveries()
+{
+    const auto subscribers = SubscriberList::Instance().Current();
+    if (IsInsideCallback(subscribers)) {
+        return;
+    }
+    for (const auto& subscriber : *subscribers) {
+        subscriber->WaitForAll();
+    }
 }
 
 } // namespace orvel::replay

@@ -8,37 +8,27 @@
 #include <winevt.h>
 
 #include <atomic>
-#include <deque>
 #include <memory>
 #include <mutex>
 
 namespace orvel::replay {
 
-/// Counts what is still to be done; the one who asked waits for it.
-class Batch {
-public:
-    void Begin();
-    void End();
-    void Wait();
-
-private:
-    NativeLock lock_;
-    NativeCondition ended_;
-    size_t running_ = 0;
-};
-
-/// What a subscription is called with: an event of a log, some times over, or an error.
+/// What a subscription is called with: an event, several times, or an error.
 struct Delivery {
-    std::shared_ptr<const Log> log;
-    size_t index = 0;
+    std::shared_ptr<const Event> event;
     DWORD times = 1;
-    DWORD error = ERROR_SUCCESS; // delivered with action 0 instead of the event
-    std::shared_ptr<Batch> batch;
+    DWORD error = ERROR_SUCCESS; ///< delivered with action 0 instead of the event
 };
 
-/// One push subscription. Its callbacks come one after another, from a worker thread of its own or from the thread that
-/// delivers (EVT_SUBSCRIBE_CALLBACK page: a callback blocks other events from being delivered to it); those of two
-/// subscriptions run side by side.
+/// A callback that sees each event just before a subscription does.
+struct Observer {
+    EVT_SUBSCRIBE_CALLBACK callback = nullptr;
+    void* context = nullptr;
+};
+
+/// One push subscription. Its callbacks run one at a time, on its worker thread or on the thread that delivers
+/// (EVT_SUBSCRIBE_CALLBACK page: a callback blocks other events from being delivered to it); those of two subscriptions
+/// run in parallel.
 class Subscriber : public std::enable_shared_from_this<Subscriber> {
 public:
     Subscriber(Selection selection, EVT_SUBSCRIBE_CALLBACK callback, void* context)
@@ -46,20 +36,28 @@ public:
     {
     }
 
-    /// Whether the delivery is meant for this subscription. The answer is kept for as long as the log stays the same.
-    bool Wants(const Delivery& delivery);
+    /// Call it before the first delivery.
+    void SetObserver(const Observer& observer) { observer_ = observer; }
 
-    /// Calls back on the worker thread; the delivery's batch is told of the end.
-    void Enqueue(const Delivery& delivery);
+    /// Whether the subscription selects the event. Errors go to every subscription.
+    bool Wants(const Delivery& delivery) const;
 
-    /// Calls back on this thread. What a callback throws ends the process, as on a thread of the platform.
+    /// Queues a delivery for the worker thread, which takes all that is queued at once. Blocks while the queue is full.
+    /// Returns the number to wait for.
+    size_t Enqueue(const Delivery& delivery);
+
+    /// Blocks until the callbacks of the delivery with this number, or of all that are queued, have returned.
+    void Wait(size_t number);
+    void WaitForAll();
+
+    /// Calls back on this thread. An exception from the callback ends the process, as on a thread of the platform.
     void DeliverHere(const Delivery& delivery) noexcept; // NOLINT(bugprone-exception-escape)
 
-    /// No callback starts from now on, unless the mode wants late ones. Waits for the running one if `waits`, but for
-    /// one that this very thread runs.
+    /// No callback starts from now on, unless the mode asks for late ones. If `waits`, blocks until the running
+    /// callback returns, except on the thread that runs it.
     void Close(bool waits);
 
-    /// After this no delivery is taken, whatever the mode, and the worker ends.
+    /// Ends all deliveries, whatever the mode, and the worker thread.
     void Retire();
 
     bool IsClosed() const noexcept { return isClosed_; }
@@ -75,17 +73,19 @@ private:
     const Selection selection_;
     const EVT_SUBSCRIBE_CALLBACK callback_;
     void* const context_;
+    Observer observer_;
 
     NativeLock lock_;
-    NativeCondition turn_;          // a callback has ended, or there is something to do
+    NativeCondition queueChanged_;
+    NativeCondition ended_;         // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     std::atomic<bool> isClosed_ = false;
     bool isRetired_ = false;
     bool hasWorker_ = false;
-    std::deque<Delivery> queue_;
-    std::weak_ptr<const Log> judgedLog_;
-    std::vector<char> verdicts_; // per entry of judgedLog_: not judged, wanted, not wanted
+    std::vector<Delivery> queue_;
+    size_t enqueued_ = 0;
+    size_t finished_ = 0; // of these
 };
 
 /// The open subscriptions. Any thread.
@@ -94,9 +94,11 @@ public:
     using Snapshot = std::shared_ptr<const std::vector<std::shared_ptr<Subscriber>>>;
 
     static SubscriberList& Instance();
+    /// Sets the observer of subscriptions that are added later.
+    void SetObserver(const Observer& observer);
     void Add(std::shared_ptr<Subscriber> subscriber);
     void Remove(const Subscriber& subscriber);
-    /// Lets go of closed subscriptions that were kept for late deliveries.
+    /// Releases closed subscriptions that were kept for late deliveries.
     void RemoveClosed();
     Snapshot Current();
 
@@ -105,15 +107,19 @@ private:
     void RemoveIf(Predicate predicate);
 
     NativeLock lock_;
+    Observer observer_;
     Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };
 
-/// What EvtClose does with a subscription, as the modes have it. Whether the platform waits for a running callback is
+/// What EvtClose does with a subscription in the current modes. Whether the platform waits for a running callback is
 /// not documented; clients rely on it, so it is the default.
 void CloseSubscription(Subscriber& subscriber);
 
-/// Delivers to every subscription that wants it, and waits for the end. Gives 0, or ERROR_POSSIBLE_DEADLOCK from inside
-/// a callback.
-DWORD Deliver(Delivery delivery);
+/// Queues a delivery for every subscription that wants it, or, in the mode for that, calls back here; if `waits`,
+/// blocks until all these callbacks have returned. Returns 0, or ERROR_POSSIBLE_DEADLOCK from inside a callback.
+DWORD Deliver(const Delivery& delivery, bool waits);
+
+/// Blocks until all callbacks that are queued have returned. Does nothing inside a callback.
+void WaitForDeliveries();
 
 } // namespace orvel::replay

@@ -13,7 +13,7 @@ constexpr size_t kMostAttributes = 100;
 constexpr size_t kLargestElement = size_t{16} << 20;
 constexpr std::string_view kLiteral = "<![CDATA[";
 constexpr wchar_t kWrongEncoding[] =
-    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; keep the tool's output unchanged";
+    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save it as UTF-8, or keep the tool's output unchanged";
 
 bool IsSpace(char c)
 {

@@ -1,10 +1,8 @@
 // What the module allocates for one item when no line is logged: no more than its buffers and the text that it keeps.
+#include "tests/support/allocation_counter.h"
 #include "tests/support/module_under_test.h"
-#include "tools/bench/allocation_counter.h"
 
 namespace {
-
-using orvel::bench::AllocationCounter;
 
 constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 constexpr DWORD kItems = 120;

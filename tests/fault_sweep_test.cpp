@@ -59,17 +59,11 @@ DWORD WINAPI CatchInDelivery(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, 
     return ERROR_SUCCESS;
 }
 
-template <size_t size>
-struct Name {
-    consteval Name(const char (&literal)[size]) { std::copy_n(literal, size, text); }
-    char text[size]{};
-};
-
 /// One import. `kCloser` names the function that gives back what this one opens: its result, or what its fifth argument
 /// points to. A closer names itself; it does its work even when it fails, so that the books show the module's doing.
-template <Name kName, Name kCloser, bool kCanFail, typename Function>
+template <ImportName kName, ImportName kCloser, bool kCanFail, typename Function>
 struct Hook;
-template <Name kName, Name kCloser, bool kCanFail, typename Result, typename... Arguments>
+template <ImportName kName, ImportName kCloser, bool kCanFail, typename Result, typename... Arguments>
 struct Hook<kName, kCloser, kCanFail, Result(Arguments...)> {
     static constexpr std::string_view kMe = kName.text;
     static constexpr std::string_view kCloses = kCloser.text;
@@ -115,7 +109,7 @@ struct Hook<kName, kCloser, kCanFail, Result(Arguments...)> {
     }
 };
 
-template <Name kName, Name kCloser, typename Function, bool kCanFail = true, typename Failure>
+template <ImportName kName, ImportName kCloser, typename Function, bool kCanFail = true, typename Failure>
 void Replace(HMODULE module, Failure failure, DWORD error = ERROR_ACCESS_DENIED)
 {
     using This = Hook<kName, kCloser, kCanFail, Function>;
@@ -269,7 +263,7 @@ protected:
         const auto good = Configuration();
         const auto bad = Configuration(L"<metric><channel>Application</channel></metric>");
         // The texts that the configuration gives are the module's to free; the parser's own failures are not swept.
-        [[maybe_unused]] static const bool once = (ReplaceStrings<false>(GetModuleHandleW(L"msxml3.dll")), true);
+        [[maybe_unused]] static const bool once = (ReplaceStrings<false>(GetModuleHandleW(L"msxml6.dll")), true);
         ComPtr<IOrvelDataProvider> provider;
         const auto collect = [&] { return provider->QueryMetricEx(name, 0, &sink); };
         const auto subscribe = [&] { return provider->SubscribeMetric(name, good.Get()); };

@@ -1,14 +1,12 @@
 // A million events and ten thousand collections of both metrics: what grows is what is left open by design.
 
+#include "tests/support/allocation_counter.h"
 #include "tests/support/module_under_test.h"
-#include "tools/bench/allocation_counter.h"
 
 #include <cstdio>
 #include <utility>
 
 namespace {
-
-using orvel::bench::AllocationCounter;
 
 struct Usage {
     long long blocks = AllocationCounter::HeldBlocks();

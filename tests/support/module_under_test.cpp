@@ -41,22 +41,6 @@ std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar
            L"</Message></RenderingInfo></Event>";
 }
 
-ComPtr<IXMLDOMElement> Configuration(const wchar_t* xml)
-{
-    ComPtr<IXMLDOMDocument> document;
-    ComPtr<IXMLDOMElement> element;
-    CLSID classId{};
-    VARIANT_BOOL parsed = VARIANT_FALSE;
-    if (FAILED(CLSIDFromProgID(L"Msxml2.DOMDocument", &classId)) ||
-        FAILED(CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument,
-                                reinterpret_cast<void**>(document.GetAddressOf()))) ||
-        document->loadXML(_bstr_t(xml), &parsed) != S_OK ||
-        document->get_documentElement(element.GetAddressOf()) != S_OK) {
-        throw std::runtime_error("the configuration cannot be parsed");
-    }
-    return element;
-}
-
 std::wstring ExpectedSuffix(HRESULT code)
 {
     constexpr DWORD kUserDefaultLanguage = 0x400;

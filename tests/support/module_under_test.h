@@ -2,7 +2,8 @@
 
 #include "module/provider_ids.h"
 #include "tests/support/host_fakes.h"
-#include "tools/bench/import_patch.h"
+#include "tests/support/import_patch.h"
+#include "tools/dom_element.h"
 #include "tools/replay/replay_client.h"
 
 #include <windows.h>
@@ -34,8 +35,11 @@ std::wstring Event(const std::wstring& message, const wchar_t* time = L"2024-03-
                    const wchar_t* publisher = L"Application Error", int id = 1000);
 
 /// Parses a configuration element with the system's MSXML; by default one that subscribes to channel Application.
-ComPtr<IXMLDOMElement>
-Configuration(const wchar_t* xml = L"<metric><channel>Application</channel><query>*</query></metric>");
+inline ComPtr<IXMLDOMElement>
+Configuration(const wchar_t* xml = L"<metric><channel>Application</channel><query>*</query></metric>")
+{
+    return orvel::ParseElement(xml);
+}
 
 /// The suffix of an error line, with the system's text for the code.
 std::wstring ExpectedSuffix(HRESULT code);

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -11,9 +12,9 @@ namespace orvel::bench {
 /// HKEY_LOCAL_MACHINE. Not for long: nothing else of the machine is found meanwhile, the computer's name neither.
 class AgentService {
 public:
-    explicit AgentService(const std::wstring& folder)
+    explicit AgentService(const std::filesystem::path& folder)
     {
-        const std::wstring executable = folder + L"\\agent.exe";
+        const std::wstring executable = (folder / L"agent.exe").wstring();
         HKEY root = nullptr;
         if (RegCreateKeyW(HKEY_CURRENT_USER, kRoot, &root) != ERROR_SUCCESS ||
             RegSetKeyValueW(root, L"SYSTEM\\CurrentControlSet\\services\\korvex", L"ImagePath", REG_SZ,

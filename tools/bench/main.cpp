@@ -1,4 +1,4 @@
-// What the module costs beyond the platform's own calls; docs/performance.md says how to read it.
+// Measures what the module costs; docs/performance.md says how to read it.
 
 #include "tools/bench/rig.h"
 
@@ -6,50 +6,61 @@
 
 #include <cstdio>
 #include <exception>
-#include <filesystem>
-#include <memory>
-#include <stdexcept>
-#include <vector>
+#include <optional>
 
 namespace {
 
-/// Room on the heap that stays with the process, so that no case pays for getting pages from the system while the case
-/// it is compared with finds them there.
-void WarmHeap()
+struct Options {
+    bool isJson = false;
+    std::string wanted;
+};
+
+std::optional<Options> ReadOptions(int argc, char** argv)
 {
-    std::vector<std::unique_ptr<char[]>> blocks(100000);
-    for (auto& block : blocks) {
-        block = std::make_unique<char[]>(1000);
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view option = argv[i];
+        if (option == "--json") {
+            options.isJson = true;
+        } else if (option == "--case" && i + 1 < argc) {
+            options.wanted = argv[++i];
+        } else {
+            return std::nullopt;
+        }
     }
-    static const auto last = std::make_unique<char[]>(1000); // what lies below it is kept
+    return options;
 }
 
 } // namespace
 
-int wmain(int argc, wchar_t** argv)
+int main(int argc, char** argv)
 try {
     using namespace orvel::bench;
-    const bool isJson = argc == 2 && std::wstring(argv[1]) == L"--json";
-    if (argc > 1 && !isJson) {
-        std::fputs("usage: bench [--json]\n", stderr);
+    const std::optional<Options> options = ReadOptions(argc, argv);
+    if (!options) {
+        std::fputs("usage: bench [--json] [--case NAME]\n", stderr);
         return 2;
     }
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    const std::filesystem::path bin = std::filesystem::path(argv[0]).parent_path();
+    Report report(options->isJson, options->wanted);
     const std::filesystem::path agent = std::filesystem::temp_directory_path() / L"orvel_bench";
     std::filesystem::create_directories(agent / L"Logs");
-    WarmHeap();
-    Report report(isJson);
     {
-        Rig rig((bin / L"").wstring(), (agent / L"Logs" / L"korvex.log").wstring());
-        RunLogCases(agent.wstring(), report);
-        RunEventCases(rig, agent.wstring(), report);
+        Rig rig{std::filesystem::path(argv[0]).parent_path()};
+        RunModuleCases(rig, agent, report);
     }
     std::filesystem::remove_all(agent);
-    if (!report.IsWithinGoals() && !isJson) {
-        std::puts("docs/performance.md tells what a line above its goal spends, and why it cannot come below.");
+    if (!report.HasRun()) {
+        std::fprintf(stderr, "bench: there is no case '%s'; the cases are:\n", options->wanted.c_str());
+        for (const std::string& name : report.Names()) {
+            std::fprintf(stderr, "  %s\n", name.c_str());
+        }
+        return 2;
     }
-    return report.IsWithinGoals() ? 0 : 1;
+    for (const std::string& regression : report.Regressions()) {
+        std::fprintf(stderr, "regression: %s\n", regression.c_str());
+    }
+    return report.Regressions().empty() ? 0 : 1;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench: %s\n", failure.what());
     return 3;

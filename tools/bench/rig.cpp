@@ -1,20 +1,16 @@
 #include "tools/bench/rig.h"
 
+#include "module/provider_ids.h"
+#include "tools/dom_element.h"
 #include "tools/function_of.h"
-
-#include <comdef.h>
-#include <msxml2.h>
 
 #include <stdexcept>
 
 namespace orvel::bench {
 
-using Microsoft::WRL::ComPtr;
-
 namespace {
 
-constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
-constexpr const wchar_t* kChannels[kReceiverCount] = {L"Application", L"System", L"Setup"};
+constexpr const wchar_t* kChannels[kChannelCount] = {L"Application", L"System"};
 
 void Check(bool isGood, const char* what)
 {
@@ -23,52 +19,30 @@ void Check(bool isGood, const char* what)
     }
 }
 
-template <typename Interface>
-void** Out(ComPtr<Interface>& pointer)
-{
-    return reinterpret_cast<void**>(pointer.GetAddressOf());
-}
-
-ComPtr<IXMLDOMElement> Configuration(const wchar_t* channel, const wchar_t* query)
-{
-    ComPtr<IXMLDOMDocument> document;
-    ComPtr<IXMLDOMElement> element;
-    VARIANT_BOOL isParsed = VARIANT_FALSE;
-    CLSID documentClass{};
-    const std::wstring xml =
-        std::wstring(L"<metric><channel>") + channel + L"</channel><query>" + query + L"</query></metric>";
-    Check(SUCCEEDED(CLSIDFromProgID(L"Msxml2.DOMDocument.6.0", &documentClass)) &&
-              SUCCEEDED(
-                  CoCreateInstance(documentClass, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument, Out(document))) &&
-              document->loadXML(_bstr_t(xml.c_str()), &isParsed) == S_OK &&
-              document->get_documentElement(element.GetAddressOf()) == S_OK,
-          "MSXML gives no configuration element");
-    return element;
-}
-
 } // namespace
 
 HRESULT SilentLogger::GetLogLevels(LPWSTR, LONG* levels)
 {
-    ++asked;
+    const OutsideCall measured;
     *levels = 0;
     return S_OK;
 }
 
-HRESULT CountingSink::WriteMetric(BSTR, BSTR, VARIANT value)
+HRESULT CountingSink::WriteMetric(BSTR, BSTR, VARIANT)
 {
-    textBytes += value.vt == VT_BSTR ? SysStringByteLen(value.bstrVal) : 0;
-    return room-- > 0 ? S_OK : E_FAIL;
+    const OutsideCall measured;
+    return written++ < accepted ? S_OK : E_FAIL;
 }
 
-Rig::Rig(const std::wstring& folder, const std::wstring& agentLog)
-    : replay(folder + L"replay\\wevtapi.dll"), module(LoadLibraryW((folder + L"Orvel_eventlog.dll").c_str())),
-      floor(replay, logger, agentLog)
+Rig::Rig(const std::filesystem::path& folder)
+    : replay((folder / L"replay\\wevtapi.dll").wstring()),
+      module_(LoadLibraryW((folder / L"Orvel_eventlog.dll").wstring().c_str()))
 {
-    Check(module != nullptr, "Orvel_eventlog.dll cannot be loaded");
-    decltype(&DllGetClassObject) const getClassObject = FunctionOf{module, "DllGetClassObject"};
-    Check(getClassObject != nullptr && SUCCEEDED(getClassObject(kProviderClass, IID_IClassFactory, Out(factory_))),
-          "Orvel_eventlog.dll gives no class factory");
+    Check(module_ != nullptr, "Orvel_eventlog.dll cannot be loaded");
+    MeasureImports(module_);
+    decltype(&DllGetClassObject) const getClassObject = FunctionOf{module_, "DllGetClassObject"};
+    Check(getClassObject != nullptr && SUCCEEDED(getClassObject(kProviderClass, IID_PPV_ARGS(&factory_))),
+          "Orvel_eventlog.dll has no class factory");
     replay.SetMode(ReplayOnCallingThread);
 }
 
@@ -81,39 +55,39 @@ DWORD Rig::AddEvent(const wchar_t* publisher, int id, const std::wstring& messag
                    L"</EventID><TimeCreated SystemTime='2024-03-05T07:08:09.1234567Z'/><Channel>" + channel +
                    L"</Channel></System><RenderingInfo><Message>" + message + L"</Message></RenderingInfo></Event>";
     }
-    return count_++ * kReceiverCount;
+    return count_++ * kChannelCount;
 }
 
 void Rig::LoadEvents()
 {
     wchar_t message[256] = L"";
     Check(replay.LoadText((L"<Events>" + events_ + L"</Events>").c_str(), message, 256) == ERROR_SUCCESS,
-          "the replay log does not take the events");
+          "the replay log refuses the events");
 }
 
-void Rig::Deliver(DWORD event, Receiver receiver, DWORD times)
+void Rig::Deliver(DWORD event, Channel channel, DWORD times)
 {
-    Check(replay.Deliver(event + receiver, times) == ERROR_SUCCESS, "the replay log does not deliver");
+    Check(replay.Deliver(event + channel, times) == ERROR_SUCCESS, "the replay log cannot deliver an event");
 }
 
-ComPtr<IOrvelDataProvider> Rig::Subscribe(const wchar_t* metric, const wchar_t* query, Receiver receiver)
+Provider Rig::Subscribe(const wchar_t* metric, const wchar_t* query, Channel channel)
 {
-    if (receiver == kFloor) {
-        floor.Subscribe(kChannels[receiver], query);
-        return nullptr;
-    }
-    ComPtr<IOrvelDataProvider> provider;
-    Check(SUCCEEDED(factory_->CreateInstance(nullptr, __uuidof(IOrvelDataProvider), Out(provider))) &&
-              provider->SetHost(&logger, &host) == S_OK &&
-              provider->SubscribeMetric(_bstr_t(metric), Configuration(kChannels[receiver], query).Get()) == S_OK,
+    Provider provider;
+    const std::wstring xml =
+        std::wstring(L"<metric><channel>") + kChannels[channel] + L"</channel><query>" + query + L"</query></metric>";
+    Check(SUCCEEDED(factory_->CreateInstance(nullptr, IID_PPV_ARGS(&provider))) &&
+              provider->SetHost(&logger_, &host_) == S_OK &&
+              provider->SubscribeMetric(_bstr_t(metric), ParseElement(xml.c_str()).Get()) == S_OK,
           "the module does not subscribe");
     return provider;
 }
 
-void Rig::Collect(IOrvelDataProvider& provider, const wchar_t* metric, long room)
+void Rig::Collect(const Provider& provider, const wchar_t* metric, long accepted)
 {
-    sink.room = room;
-    provider.QueryMetricEx(_bstr_t(metric), 0, &sink);
+    const _bstr_t name(metric);
+    sink_.accepted = accepted;
+    sink_.written = 0;
+    TakeSample([&] { provider->QueryMetricEx(name, 0, &sink_); }, [&] { return std::max(sink_.written, 1L); });
 }
 
 } // namespace orvel::bench

@@ -1,5 +1,6 @@
 #include "tools/console/provider_module.h"
 
+#include "module/provider_ids.h"
 #include "tools/console/failure.h"
 #include "tools/console/text.h"
 #include "tools/function_of.h"
@@ -10,7 +11,6 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-constexpr CLSID kProviderClass = {0xDAF69464, 0xF4E2, 0x40C0, {0xBC, 0xC3, 0xA3, 0x0E, 0x81, 0x99, 0x75, 0xF0}};
 constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
 
 } // namespace

@@ -1,12 +1,10 @@
-#include "tools/bench/allocation_counter.h"
+#include "tests/support/allocation_counter.h"
 
 #include <malloc.h>
 #include <oleauto.h>
 
 #include <atomic>
 #include <cstdlib>
-
-namespace orvel::bench {
 
 namespace {
 
@@ -109,5 +107,3 @@ long long AllocationCounter::HeldTexts()
 {
     return heldTexts;
 }
-
-} // namespace orvel::bench

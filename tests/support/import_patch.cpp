@@ -1,4 +1,4 @@
-#include "tools/bench/import_patch.h"
+#include "tests/support/import_patch.h"
 
 #include <stdexcept>
 #include <string>

@@ -1,18 +1,16 @@
 #pragma once
 
-#include "tools/bench/import_patch.h"
+#include "tests/support/import_patch.h"
 
-namespace orvel::bench {
-
-/// Counts what a module allocates, by whatever function, for as long as this object lives. One at a time; allocations
-/// of all threads are counted.
+/// Counts the allocations that a module makes through its imports, on all threads, for the life of this object. Only
+/// one object may exist at a time.
 class AllocationCounter {
 public:
     explicit AllocationCounter(HMODULE module);
 
-    /// Blocks and BSTRs allocated since the last call, or since the start.
+    /// Returns how many blocks and BSTRs were allocated since the last call, or since the start.
     static long Take();
-    /// What was allocated and not yet freed since the start: on the runtime's heap, and BSTRs.
+    /// Return what was allocated since the start and is not freed: blocks and bytes of the C runtime's heap, and BSTRs.
     static long long HeldBlocks();
     static long long HeldBytes();
     static long long HeldTexts();
@@ -27,5 +25,3 @@ private:
     const ImportPatch sysFreeString_;
     const ImportPatch variantClear_;
 };
-
-} // namespace orvel::bench

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 /// Makes a loaded module call another function in place of one that it imports, for the life of this object.
 class ImportPatch {
 public:
@@ -15,12 +17,19 @@ public:
     ImportPatch(const ImportPatch&) = delete;
     ImportPatch& operator=(const ImportPatch&) = delete;
 
-    /// The import's place in a loaded module. Throws std::runtime_error when it does not import the name.
+    /// Returns the import's address table entry. Throws std::runtime_error when the module does not import that name.
     static void** FindSlot(HMODULE module, const char* name);
-    /// Puts a function there and gives the one that it replaces.
+    /// Stores a function in an entry and returns the one that was there.
     static void* Exchange(void** slot, void* function);
 
 private:
     void** slot_;
     void* original_;
+};
+
+/// The name of an import as a template argument.
+template <size_t size>
+struct ImportName {
+    consteval ImportName(const char (&literal)[size]) { std::copy_n(literal, size, text); }
+    char text[size]{};
 };

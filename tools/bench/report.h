@@ -1,0 +1,55 @@
+#pragma once
+
+#include "tools/bench/meter.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace orvel::bench {
+
+/// The most that an item may cost. `own` is a multiple of the ruler.
+struct Bounds {
+    double own;
+    double calls;
+    double allocations;
+    double bytes;
+};
+
+/// Runs the cases that are wanted, prints a line for each as it comes, and compares each with its bounds. A case that
+/// is above a bound is run twice more and counts as a regression when it stays there.
+class Report {
+public:
+    /// `isJson`: prints one object per line instead of a table. `wanted`: the name of the only case to run; empty for
+    /// all.
+    Report(bool isJson, std::string wanted);
+
+    /// Runs a case that measures what one item costs.
+    void Run(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure);
+    /// Runs a case that measures one ratio.
+    void Run(const std::string& name, double bound, const std::function<double()>& measure);
+
+    bool IsWanted(const std::string& name) const { return wanted_.empty() || name == wanted_; }
+    /// The names of all cases that were offered, wanted or not.
+    const std::vector<std::string>& Names() const { return names_; }
+    bool HasRun() const { return hasRun_; }
+    /// What grew, a line for each regression.
+    const std::vector<std::string>& Regressions() const { return regressions_; }
+
+private:
+    struct Check {
+        const char* what;
+        double value;
+        double bound;
+    };
+    /// Runs a case until its checks pass, three times at most. Returns whether it is wanted.
+    bool Try(const std::string& name, const std::function<std::vector<Check>()>& measure);
+
+    const bool isJson_;
+    const std::string wanted_;
+    bool hasRun_ = false;
+    std::vector<std::string> names_;
+    std::vector<std::string> regressions_;
+};
+
+} // namespace orvel::bench

@@ -263,7 +263,7 @@ protected:
         const auto good = Configuration();
         const auto bad = Configuration(L"<metric><channel>Application</channel></metric>");
         // The texts that the configuration gives are the module's to free; the parser's own failures are not swept.
-        [[maybe_unused]] static const bool once = (ReplaceStrings<false>(GetModuleHandleW(L"msxml6.dll")), true);
+        [[maybe_unused]] static const bool once = (ReplaceStrings<false>(GetModuleHandleW(L"msxml3.dll")), true);
         ComPtr<IOrvelDataProvider> provider;
         const auto collect = [&] { return provider->QueryMetricEx(name, 0, &sink); };
         const auto subscribe = [&] { return provider->SubscribeMetric(name, good.Get()); };

@@ -24,7 +24,7 @@ extract() {
     awk -v OFS='\t' '
         function begins(text) {
             return text ~ /^\.\/(check|demo|bench|fuzz)( |$)/ || text ~ /^(cmake|build)\/[a-z0-9_\/]+\.(sh|exe) / ||
-                   text ~ /^(cmake|ctest|cpack|regsvr32|eventlog_console [a-z]+|cscript|wevtutil) [^ ]/
+                   text ~ /^(cmake|ctest|cpack|regsvr32|msiexec|eventlog_console [a-z]+|cscript|wevtutil) [^ ]/
         }
         function mention(text) { if (begins(text)) print "text", FILENAME ":" FNR, text }
         FNR == 1 { block = ""; inside = 0 }

@@ -8,7 +8,7 @@ fail() {
     echo "$*"
     failed=1
 }
-pages=(README.md CONTRIBUTING.md CHANGELOG.md docs/*.md)
+pages=(README.md CONTRIBUTING.md CHANGELOG.md SECURITY.md docs/*.md)
 # The anchors of a page's headings, as they are made on the usual sites.
 anchors() { sed -n '/^```/,/^```/d; s/^##* //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
 

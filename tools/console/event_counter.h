@@ -24,6 +24,7 @@ public:
     /// On a live log, opens a subscription with the metric's channel and query, which begins and ends a moment after
     /// the metric's. Returns 0 or the code that EvtSubscribe fails with.
     DWORD Subscribe(const MetricConfiguration& metric);
+    bool IsSubscribed() const { return subscription_ != nullptr; } ///< Wine's stub returns no handle and no error
     void Stop();
 
     unsigned long long Counted(Kind kind) const { return counted_[kind]; }

@@ -18,6 +18,12 @@ enum class ExitCode {
     Problem = 9,
     Differs = 10,
     Stopped = 11,
+    Registration = 12,
+    Creation = 13,
+    Writing = 14,
+    Delivery = 15,
+    Value = 16,
+    Removal = 17,
 };
 
 /// Ends the run with an exit code. The text, in UTF-8, says what is wrong and, where it can be known, what to do.

@@ -3,6 +3,7 @@
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
 #include "tools/console/text.h"
+#include "tools/console/verify.h"
 
 #include <windows.h>
 #include <fcntl.h>
@@ -71,7 +72,11 @@ int Main()
         if (options.command == Command::Check) {
             return static_cast<int>(Check(options));
         }
-        Run(options);
+        if (options.command == Command::Verify) {
+            Verify(options);
+        } else {
+            Run(options);
+        }
         return static_cast<int>(ExitCode::Ok);
     } catch (...) {
         const Failure failure = CurrentFailure();

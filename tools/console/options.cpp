@@ -41,7 +41,11 @@ Exit codes:
   3 bad configuration file                8 the module did not let go of everything at the end
   4 bad export, lines or replay log       9 check: there are problems
   5 the module or its provider           10 check: what would be written differs from --expect
-    cannot be created                    11 check: stopped by Ctrl+C)";
+    cannot be created                    11 check, verify: stopped by Ctrl+C
+  verify also ends with
+ 12 the module cannot be registered      15 the event did not reach the metric
+ 13 the provider cannot be created       16 the value is not what was written
+ 14 the event cannot be written          17 the registration cannot be removed)";
 
 /// A speed as "60x", "60" or "0.5x"; CLI11 shows the text.
 std::string CheckSpeed(std::string& text)
@@ -73,6 +77,10 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     app.footer(kFooter);
     CLI::App* check = app.add_subcommand("check", "Check a configuration, and what it makes of an export");
     CLI::App* run = app.add_subcommand("run", "Run the provider with a configuration");
+    CLI::App* verify =
+        app.add_subcommand("verify", "Check the path from a written event to its metric on this computer");
+    verify->add_flag("--replay", options.replayOwn,
+                     "Replay the event instead of writing it to the live Event Log's channel Application");
     const auto add = [](CLI::App* command, const char* name, auto& value, const char* type, const char* help) {
         return command->add_option(name, value, help)->type_name(type);
     };
@@ -127,7 +135,7 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
         const bool isWrong = app.exit(error, std::cout, std::cerr) != 0;
         return static_cast<int>(isWrong ? ExitCode::Usage : ExitCode::Ok);
     }
-    options.command = check->parsed() ? Command::Check : Command::Run;
+    options.command = check->parsed() ? Command::Check : verify->parsed() ? Command::Verify : Command::Run;
     options.config = ToWide(config);
     options.replay = ToWide(replay);
     options.module = ToWide(module);

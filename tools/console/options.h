@@ -6,7 +6,7 @@
 
 namespace orvel::console {
 
-enum class Command { Check, Run };
+enum class Command { Check, Run, Verify };
 enum class Format { Table, JsonLines };
 
 struct Options {
@@ -16,6 +16,7 @@ struct Options {
     std::wstring module;                ///< empty: by ProgID, else beside the program
     std::wstring expect;                ///< what a check is to compare with; empty: nothing
     unsigned explain = 0;               ///< how many reasons a check tells for events that are left out
+    bool replayOwn = false;             ///< verify: replay the event instead of writing it to the live log
     bool actions = false;               ///< whether a check is to carry out the export's actions
     double interval = 0;                ///< seconds between collections; 0: only once, at the end
     double speed = 0;                   ///< of the replay against the recorded times; 0: as fast as possible

@@ -21,6 +21,7 @@ public:
     ProviderModule(const ProviderModule&) = delete;
     ProviderModule& operator=(const ProviderModule&) = delete;
 
+    std::wstring Path() const { return ModulePath(module_); }
     IOrvelDataProvider& Provider() const { return *provider_.Get(); }
 
     /// Lets go of the provider and unloads the module, waiting a moment for what still runs in it. Throws Failure when

@@ -30,6 +30,12 @@ bool IsNameCharacter(char c)
     return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
 }
 
+/// Whether a byte of UTF-8 stands for itself in every kind of text.
+bool IsPlain(char c)
+{
+    return static_cast<signed char>(c) >= 0x20 && c != '&';
+}
+
 bool IsXmlCharacter(char32_t c)
 {
     return c >= 0x20 ? (c < 0xD800 || c > 0xDFFF) && c != 0xFFFE && c != 0xFFFF && c <= 0x10FFFF
@@ -39,10 +45,16 @@ bool IsXmlCharacter(char32_t c)
 /// Moves a place forward to an offset.
 void Advance(TextPlace& place, std::string_view text, size_t offset)
 {
-    for (; place.offset < offset; ++place.offset) {
-        const auto byte = static_cast<unsigned char>(text[place.offset]);
-        place.line += byte == '\n' ? 1 : 0;
-        place.column = byte == '\n' ? 1 : place.column + ((byte & 0xC0) != 0x80 ? 1 : 0) + (byte >= 0xF0 ? 1 : 0);
+    std::string_view passed = text.substr(place.offset, offset - place.offset);
+    place.offset = offset;
+    if (passed.find('\n') != passed.npos) {
+        place.line += static_cast<uint32_t>(std::count(passed.begin(), passed.end(), '\n'));
+        place.column = 1;
+        passed.remove_prefix(passed.rfind('\n') + 1);
+    }
+    for (const char c : passed) {
+        const auto byte = static_cast<unsigned char>(c);
+        place.column += ((byte & 0xC0) != 0x80 ? 1U : 0U) + (byte >= 0xF0 ? 1U : 0U);
     }
 }
 
@@ -335,7 +347,13 @@ void XmlReader::Append(std::wstring& text, size_t from, size_t to, TextKind kind
     const size_t size = text.size();
     text.resize(size + to - from);
     wchar_t* end = text.data() + size;
-    for (size_t at = from; at != to;) {
+    for (size_t at = from;;) {
+        for (; at != to && IsPlain(text_[at]); ++at) {
+            *end++ = static_cast<wchar_t>(text_[at]);
+        }
+        if (at == to) {
+            break;
+        }
         char32_t c = static_cast<unsigned char>(text_[at]);
         if (c == '&' && kind != Literal) {
             at = TakeReference(at, to, c);

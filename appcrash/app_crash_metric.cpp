@@ -5,7 +5,6 @@
 #include "host/format.h"
 #include "host/log.h"
 #include "host/metric_value.h"
-#include "metric/event_handle.h"
 #include "metric/event_reading.h"
 
 #include <mutex>

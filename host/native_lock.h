@@ -2,25 +2,39 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <system_error>
+
 namespace orvel {
 
-/// A plain, non-recursive mutex for std::lock_guard, which readers may share by std::shared_lock: the system's own
-/// lock. Unlike the mutex of the standard library it needs neither memory nor a handle, which GCC's runtime for Windows
-/// takes at the first use and never gives back; so taking it cannot fail, and nothing is left of it when its owner
-/// ends.
+/// The system's own lock, for std::lock_guard, and for std::shared_lock where readers share it. Not recursive: a thread
+/// that locks what it holds gets std::system_error (resource_deadlock_would_occur) instead of waiting for itself.
+/// GCC's std::mutex would allocate memory at its first use and never free it.
 class NativeLock {
 public:
     NativeLock() = default;
     NativeLock(const NativeLock&) = delete;
     NativeLock& operator=(const NativeLock&) = delete;
 
-    void lock() noexcept { AcquireSRWLockExclusive(&lock_); }
-    void unlock() noexcept { ReleaseSRWLockExclusive(&lock_); }
+    void lock()
+    {
+        if (owner_ == GetCurrentThreadId()) {
+            throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+        }
+        AcquireSRWLockExclusive(&lock_);
+        owner_ = GetCurrentThreadId();
+    }
+    void unlock() noexcept
+    {
+        owner_ = 0;
+        ReleaseSRWLockExclusive(&lock_);
+    }
     void lock_shared() noexcept { AcquireSRWLockShared(&lock_); }
     void unlock_shared() noexcept { ReleaseSRWLockShared(&lock_); }
 
 private:
     SRWLOCK lock_ = SRWLOCK_INIT;
+    std::atomic<DWORD> owner_ = 0; // of the exclusive lock
 };
 
 } // namespace orvel

@@ -2,7 +2,6 @@
 
 #include "host/metric_value.h"
 #include "lamina/manager_host.h"
-#include "metric/event_handle.h"
 #include "metric/event_reading.h"
 
 #include <mutex>

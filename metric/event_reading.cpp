@@ -1,6 +1,7 @@
 #include "metric/event_reading.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 namespace orvel {
@@ -44,11 +45,12 @@ DWORD RenderEventValues(EventHandle& context, EVT_HANDLE event, std::span<const 
     if (error != ERROR_INSUFFICIENT_BUFFER) {
         return error;
     }
-    // Zeroed: where the platform reports success but fills only a part, the rest is null values.
-    const UniqueMalloc<EVT_VARIANT> values(static_cast<EVT_VARIANT*>(std::calloc(1, size)));
+    const UniqueMalloc<EVT_VARIANT> values(static_cast<EVT_VARIANT*>(std::malloc(size)));
     if (!values) {
         return ERROR_OUTOFMEMORY;
     }
+    // Where the platform reports success but fills only a part, the rest is null values.
+    std::memset(values.get(), 0, size);
     DWORD used = 0;
     error = Render(context.get(), event, size, values.get(), used);
     if (error == ERROR_SUCCESS) {

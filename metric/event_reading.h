@@ -1,6 +1,6 @@
 #pragma once
 
-#include "metric/event_handle.h"
+#include "host/unique_resource.h"
 
 #include <windows.h>
 #include <winevt.h>
@@ -10,6 +10,9 @@
 #include <string_view>
 
 namespace orvel {
+
+/// Owner of an Event Log handle.
+using EventHandle = std::unique_ptr<std::remove_pointer_t<EVT_HANDLE>, ReleaseWith<EvtClose>>;
 
 /// Reads selected values of an event. Called on the thread that delivers the event: its handle is valid only there.
 ///

@@ -1,6 +1,6 @@
 // The module's entry points; each only forwards.
 
-#include "metric/call_registry.h"
+#include "host/module_static.h"
 #include "module/class_factory.h"
 #include "module/module.h"
 #include "module/provider_ids.h"
@@ -11,24 +11,22 @@
 #include <cwchar>
 #include <exception>
 
-BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* /*reserved*/)
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void* reserved)
 {
     if (reason == DLL_PROCESS_ATTACH) {
-        // Has the C++ runtime make now what it needs to throw: GCC's does not survive a lack of memory while it does.
+        // Allocates libgcc's per-thread exception state: if that allocation failed during a throw, the process would
+        // abort.
         static_cast<void>(std::current_exception());
-        if (!orvel::CallRegistry::Instance().IsReady()) {
-            return FALSE;
-        }
         orvel::CEventLogProviderModule::Instance().SetHandle(instance);
     } else if (reason == DLL_PROCESS_DETACH) {
-        orvel::CEventLogProviderModule::Instance().SetHandle(nullptr);
+        orvel::isProcessEnding = reserved != nullptr;
     }
     return TRUE;
 }
 
 STDAPI DllCanUnloadNow()
 {
-    return orvel::CEventLogProviderModule::Instance().CanUnload() ? S_OK : S_FALSE;
+    return orvel::CEventLogProviderModule::Instance().IsLocked() ? S_FALSE : S_OK;
 }
 
 STDAPI DllGetClassObject(REFCLSID classId, REFIID iid, void** out)

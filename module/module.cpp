@@ -1,7 +1,5 @@
 #include "module/module.h"
 
-#include "metric/call_registry.h"
-
 namespace orvel {
 
 CEventLogProviderModule& CEventLogProviderModule::Instance() noexcept
@@ -21,11 +19,6 @@ std::wstring CEventLogProviderModule::Path() const
         }
         path.resize(path.size() * 2); // a full buffer holds a path cut short
     }
-}
-
-bool CEventLogProviderModule::CanUnload() const noexcept
-{
-    return lockCount_.load() == 0 && CallRegistry::Instance().IsIdle();
 }
 
 } // namespace orvel

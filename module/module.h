@@ -12,7 +12,7 @@ class CEventLogProviderModule {
 public:
     static CEventLogProviderModule& Instance() noexcept;
 
-    /// Called by DllMain when the module is loaded, and with null when it is unloaded.
+    /// Called by DllMain when the module is loaded.
     void SetHandle(HMODULE handle) noexcept { handle_ = handle; }
     /// Null before start-up.
     HMODULE Handle() const noexcept { return handle_; }
@@ -27,8 +27,7 @@ public:
     /// Counts one more, or one less, object, class factory or server lock.
     void Lock() noexcept { ++lockCount_; }
     void Unlock() noexcept { --lockCount_; }
-    /// Whether nothing is counted and no delivery is inside the module.
-    bool CanUnload() const noexcept;
+    bool IsLocked() const noexcept { return lockCount_ != 0; }
 
 private:
     HMODULE handle_ = nullptr;

@@ -1,5 +1,6 @@
 #include "module/provider_object.h"
 
+#include "host/module_call.h"
 #include "module/provider_ids.h"
 
 #include <oleauto.h>
@@ -99,6 +100,7 @@ ULONG ProviderObject::Identity::Release()
 {
     const ULONG left = --count_;
     if (left == 0) {
+        const ModuleCall call;
         const ModuleLock moduleLock; // the object's own is released before the destructor of its base has run
         count_ = 1;                  // so that references taken and released during destruction do not delete it again
         delete &object_;
@@ -150,6 +152,7 @@ HRESULT ProviderObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, L
 HRESULT ProviderObject::Invoke(DISPID member, REFIID iid, LCID, WORD flags, DISPPARAMS* parameters, VARIANT* result,
                                EXCEPINFO* exception, UINT* badArgument)
 {
+    const ModuleCall call;
     if (!IsEqualIID(iid, IID_NULL)) {
         return DISP_E_UNKNOWNINTERFACE;
     }

@@ -2,8 +2,8 @@
 
 #include "host/com_failure.h"
 #include "host/log.h"
-#include "metric/call_registry.h"
 #include "metric/metric.h"
+#include "metric/metric_call.h"
 #include "provider/metric_factory.h"
 
 #include <windows.h>
@@ -33,19 +33,16 @@ void Replace(ComPtr<Interface>& held, Interface* replacement)
 
 } // namespace
 
-// Each method that calls out holds the provider, and what it still needs of it, for its own time: the host may let go
-// of both from inside the call.
+// Each method holds the provider for its own duration: the host may release it from inside a call.
 
 CProvider::~CProvider()
 {
-    // A metric whose delivery is running outlives the table, its subscription must not. No delivery may start any more
-    // while the others are closed, so that a metric that has none now is the table's alone.
-    for (const auto& [name, metric] : metrics_) {
-        metric->EndDeliveries();
-    }
-    for (const auto& [name, metric] : metrics_) {
-        if (metric.use_count() > 1) {
-            metric->Unsubscribe();
+    for (auto& [name, metric] : metrics_) {
+        // A metric whose delivery is running outlives the provider; its subscription must not.
+        const std::weak_ptr<CMetric> ended = metric;
+        metric.reset();
+        if (const std::shared_ptr<CMetric> running = ended.lock()) {
+            running->Unsubscribe();
         }
     }
 }
@@ -53,6 +50,7 @@ CProvider::~CProvider()
 HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
 {
     return EnterModule([&]() -> HRESULT {
+        const ComPtr<IUnknown> self(this);
         if (name == nullptr || configuration == nullptr) {
             return E_INVALIDARG;
         }
@@ -65,7 +63,6 @@ HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
         if (metrics_.contains(key)) {
             return S_OK;
         }
-        const ComPtr<IUnknown> self(this);
         std::shared_ptr<CMetric> metric = CreateMetric(key, logger_.Get(), host_.Get());
         if (!metric) {
             return S_OK;
@@ -85,6 +82,7 @@ HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
 HRESULT CProvider::UnsubscribeMetric(BSTR name)
 {
     return EnterModule([&]() -> HRESULT {
+        const ComPtr<IUnknown> self(this);
         if (name == nullptr) {
             return E_INVALIDARG;
         }
@@ -92,9 +90,11 @@ HRESULT CProvider::UnsubscribeMetric(BSTR name)
         if (found == metrics_.end()) {
             return S_OK;
         }
-        const ComPtr<IUnknown> self(this);
         found->second->Unsubscribe();
-        metrics_.extract(found); // the metric ends here, when the table no longer knows it
+        {
+            // Out of the table before it is destroyed: the host's logger may call back when it is released.
+            const auto removed = metrics_.extract(found);
+        }
         Log(Logger().Get(), LogLevel::Info, L"Unsubscribed from metric '%s'.", name);
         return S_OK;
     });
@@ -107,7 +107,9 @@ HRESULT CProvider::UnsubscribeAll()
         for (const auto& [name, metric] : metrics_) {
             metric->Unsubscribe();
         }
-        std::exchange(metrics_, {}); // the metrics end here, when the table is already empty
+        {
+            const auto removed = std::exchange(metrics_, {}); // as in UnsubscribeMetric
+        }
         Log(Logger().Get(), LogLevel::Info, L"Unsubscribed all metrics.");
         return S_OK;
     });
@@ -115,19 +117,22 @@ HRESULT CProvider::UnsubscribeAll()
 
 HRESULT CProvider::QueryMetric(BSTR name, LONG_PTR context, IUnknown* sink)
 {
-    ComPtr<IMetricSink> metricSink;
-    if (sink != nullptr) {
-        // An object without the interface leaves the sink null, which the metric refuses in its own words.
-        if (FAILED(sink->QueryInterface(__uuidof(IMetricSink), reinterpret_cast<void**>(metricSink.GetAddressOf())))) {
+    return EnterModule([&]() -> HRESULT {
+        const ComPtr<IOrvelDataProvider> self(this);
+        ComPtr<IMetricSink> metricSink;
+        // An object without the interface counts as a null sink, which the metric refuses.
+        if (sink != nullptr &&
+            FAILED(sink->QueryInterface(__uuidof(IMetricSink), reinterpret_cast<void**>(metricSink.GetAddressOf())))) {
             metricSink.Reset();
         }
-    }
-    return static_cast<IOrvelDataProvider*>(this)->QueryMetricEx(name, context, metricSink.Get());
+        return self->QueryMetricEx(name, context, metricSink.Get());
+    });
 }
 
 HRESULT CProvider::QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink)
 {
     return EnterModule([&]() -> HRESULT {
+        const ComPtr<IUnknown> self(this);
         if (name == nullptr) {
             return E_INVALIDARG;
         }
@@ -136,19 +141,23 @@ HRESULT CProvider::QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink)
             Log(Logger().Get(), LogLevel::Info, L"Metric '%s' should be queried from internal metric.", name);
             return S_OK;
         }
-        const CallRegistry::Collection collection(found->second);
-        return collection.metric()->Collect(sink, context);
+        const std::shared_ptr<CMetric> metric = found->second;
+        const MetricCall call;
+        return metric->Collect(sink, context);
     });
 }
 
 HRESULT CProvider::SetHost(IAgentLogger* logger, IAgentHost* host)
 {
-    if (logger == nullptr || host == nullptr) {
-        return E_INVALIDARG;
-    }
-    Replace(logger_, logger);
-    Replace(host_, host);
-    return S_OK;
+    return EnterModule([&]() -> HRESULT {
+        if (logger == nullptr || host == nullptr) {
+            return E_INVALIDARG;
+        }
+        const ComPtr<IUnknown> self(this);
+        Replace(logger_, logger);
+        Replace(host_, host);
+        return S_OK;
+    });
 }
 
 } // namespace orvel

@@ -2,6 +2,9 @@
 
 #include <tlhelp32.h>
 
+#include <future>
+#include <thread>
+
 namespace {
 
 const IID kServed[] = {IID_IUnknown, IID_IDispatch, __uuidof(IDataProvider), __uuidof(IDataProviderEx),
@@ -31,6 +34,13 @@ ComPtr<IClassFactory> Factory(const ModuleUnderTest& module)
     ComPtr<IClassFactory> factory;
     EXPECT_EQ(module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())), S_OK);
     return factory;
+}
+
+DWORD Handles()
+{
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    return handles;
 }
 
 DWORD Threads()
@@ -108,10 +118,12 @@ TEST(ComObject, RefusesInTheDocumentedWords)
     EXPECT_FALSE(out);
 }
 
-TEST(ComObject, KeepsTheModuleLoadedAndThenLetsItGo)
+TEST(ComObject, LeavesNothingBehindInManyRounds)
 {
+    constexpr DWORD kRounds = 30;
     DWORD threads = 0;
-    for (int round = 0; round < 30; ++round) {
+    DWORD handles = 0;
+    for (DWORD round = 0; round < kRounds; ++round) {
         {
             const ModuleUnderTest module;
             ComPtr<IClassFactory> factory = Factory(module);
@@ -125,10 +137,70 @@ TEST(ComObject, KeepsTheModuleLoadedAndThenLetsItGo)
             factory.Reset();
             EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
         }
-        EXPECT_EQ(GetModuleHandleW(L"Orvel_eventlog.dll"), nullptr);
-        threads = round == 0 ? Threads() : threads; // the first round starts what the platform keeps
+        if (round == 0) { // what the platform keeps exists from the first round on
+            threads = Threads();
+            handles = Handles();
+        }
     }
-    EXPECT_EQ(Threads(), threads);
+    EXPECT_LT(Threads(), threads + kRounds / 2);
+    EXPECT_LT(Handles(), handles + kRounds / 2);
+}
+
+TEST(ComObject, StaysMappedWhileItsSubscriptionIsOpenThoughComFreesIt)
+{
+    const std::wstring copy = BuiltFile(L"com_object_test.dll");
+    ASSERT_TRUE(CopyFileW(BuiltFile(L"Orvel_eventlog.dll").c_str(), copy.c_str(), FALSE));
+    const auto isMapped = [&] { return GetModuleHandleW(copy.c_str()) != nullptr; };
+    const auto call = [&](const char* name) { return ModuleUnderTest(copy).Export<HRESULT STDAPICALLTYPE()>(name)(); };
+    EXPECT_EQ(call("DllRegisterServer"), S_OK);
+    LoadEvents(Event(L"text"));
+    Replay().SetMode(ReplayCloseDoesNotWait);
+    RecordingLogger logger;
+    HostObject host;
+    RecordingSink sink;
+    ComPtr<IOrvelDataProvider> provider;
+    const auto subscribe = [&](const wchar_t* metric) {
+        ASSERT_EQ(CoCreateInstance(kProviderClass, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IOrvelDataProvider),
+                                   reinterpret_cast<void**>(provider.GetAddressOf())),
+                  S_OK);
+        EXPECT_EQ(provider->SetHost(&logger, &host), S_OK);
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(metric), Configuration().Get()), S_OK);
+        logger.Take();
+    };
+    std::thread([&] {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        // The host releases the provider, and COM the module, while a delivery is inside the logger.
+        subscribe(L"eventlog|eventlog_lamina");
+        std::promise<void> inside;
+        std::promise<void> proceed;
+        logger.onNextLine = [&] {
+            inside.set_value();
+            proceed.get_future().wait();
+        };
+        std::thread delivery([] { EXPECT_EQ(Replay().Deliver(0, 1), 0U); });
+        inside.get_future().wait();
+        provider.Reset();
+        CoFreeUnusedLibrariesEx(0, 0);
+        EXPECT_TRUE(isMapped());
+        proceed.set_value();
+        delivery.join();
+        EXPECT_TRUE(Eventually([&] { return !isMapped(); }));
+
+        // The apartment ends before the host releases the provider. Windows' COM then releases the module; Wine's keeps
+        // its reference, which the test releases.
+        subscribe(kCrash);
+        CoUninitialize();
+        ASSERT_TRUE(isMapped());
+        EXPECT_EQ(Replay().Deliver(0, 1), 0U);
+        EXPECT_EQ(provider->QueryMetricEx(_bstr_t(kCrash), 0, &sink), S_OK);
+        EXPECT_EQ(sink.Take().size(), 2U);
+        FreeLibrary(GetModuleHandleW(copy.c_str()));
+        EXPECT_TRUE(isMapped());
+        provider.Reset();
+        EXPECT_TRUE(Eventually([&] { return !isMapped(); }));
+    }).join();
+    EXPECT_EQ(call("DllUnregisterServer"), S_OK);
+    EXPECT_TRUE(DeleteFileW(copy.c_str()));
 }
 
 } // namespace

@@ -1,13 +1,36 @@
-// Unsubscribing and letting go while events arrive, and events that arrive after it. A deadlock ends in the runner's
+// Unsubscribing and releasing while events arrive, and events that arrive after it. A deadlock ends in the runner's
 // time limit.
 
 #include "tests/support/module_under_test.h"
 
 #include <functional>
+#include <optional>
 #include <system_error>
 #include <thread>
 
 namespace {
+
+/// Lets one waiting thread go on. Not std::binary_semaphore: it can lose a wake-up where it is not built on futexes.
+class Signal {
+public:
+    ~Signal() { CloseHandle(event_); }
+    void Set() { SetEvent(event_); }
+    void Await() { WaitForSingleObject(event_, INFINITE); }
+
+private:
+    HANDLE event_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+};
+
+std::function<void()> onClose; // called when the module closes a handle, before it is closed
+
+WINBOOL WINAPI NoteAndClose(EVT_HANDLE handle)
+{
+    if (onClose) {
+        onClose();
+    }
+    return reinterpret_cast<decltype(&EvtClose)>(reinterpret_cast<void*>(GetProcAddress(Replay().module, "EvtClose")))(
+        handle);
+}
 
 /// Runs with a platform whose EvtClose waits for running callbacks, and with one whose does not. Both go on calling
 /// closed subscriptions, which must find no metric, not even a new one.
@@ -19,7 +42,7 @@ protected:
         LoadEvents(Event(L"text"));
         computerName = [](wchar_t*, DWORD*) { return FALSE; };
     }
-    /// Runs a scenario with every way in which a host can end a metric, each with a fresh provider.
+    /// Runs a scenario with every way in which a host can end a metric, each with a new provider.
     void ForEachEnding(const std::function<void(const std::function<void()>& end)>& scenario)
     {
         const std::function<void()> endings[] = {[this] { Unsubscribe(); }, [this] { provider->UnsubscribeAll(); },
@@ -31,49 +54,47 @@ protected:
             scenario(endings[round % 3]);
         }
         provider.Reset();
-        for (int wait = 0; wait < 200 && Replay().OpenHandles(ReplaySubscriptionHandle) != 0; ++wait) {
-            Sleep(10); // for closings on other threads
-        }
-        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
+        EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplaySubscriptionHandle) == 0; }));
         EXPECT_EQ(Replay().ClosesInsideCallback() + Replay().InvalidHandles(), 0U);
     }
 
-    const ImportPatch patch{module, "GetComputerNameExW", &GiveComputerName};
+    /// Frees the module as a host does that waits for nothing, once its imports are its own again.
+    void FreeTheModule()
+    {
+        patch.reset();
+        module.Free();
+    }
+
+    std::optional<ImportPatch> patch{std::in_place, module, "GetComputerNameExW", &GiveComputerName};
 };
 
-/// Lets one waiting thread go on. The library's semaphore can lose a wake-up where it is not built on futexes.
-class Signal {
-public:
-    ~Signal() { CloseHandle(event_); }
-    void Give() { SetEvent(event_); }
-    void Await() { WaitForSingleObject(event_, INFINITE); }
-
-private:
-    HANDLE event_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-};
-
-TEST_P(LifetimeTest, TheHostEndsAMetricWhoseDeliveryIsRunning)
+TEST_P(LifetimeTest, HostEndsTheMetricWhoseDeliveryIsRunning)
 {
     Signal inside;
+    Signal closing;
     Signal proceed;
     computerName = [&](wchar_t*, DWORD*) {
-        inside.Give();
+        inside.Set();
         proceed.Await();
         return FALSE;
     };
+    const ImportPatch close(module, "EvtClose", &NoteAndClose);
     ForEachEnding([&](const auto& end) {
         std::thread delivery([] { Deliver(0); });
         inside.Await();
+        onClose = [&] {
+            onClose = nullptr;
+            closing.Set();
+        };
         std::thread ending(end);
-        Sleep(50); // a closing that waits is waiting now, one that does not wait is done
-        EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
-        proceed.Give();
+        closing.Await();
+        proceed.Set();
         ending.join();
         delivery.join();
     });
 }
 
-TEST_P(LifetimeTest, TheLoggerEndsTheMetricThatIsLogging)
+TEST_P(LifetimeTest, LoggerEndsTheMetricThatIsLogging)
 {
     ForEachEnding([&](const auto& end) {
         logger.onNextLine = end;
@@ -82,7 +103,7 @@ TEST_P(LifetimeTest, TheLoggerEndsTheMetricThatIsLogging)
     });
 }
 
-TEST_P(LifetimeTest, TheSinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
+TEST_P(LifetimeTest, SinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
 {
     ForEachEnding([&](const auto& end) {
         Deliver(0);
@@ -90,13 +111,72 @@ TEST_P(LifetimeTest, TheSinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
         sink.onNextLine = [&] {
             EXPECT_THROW(Collect(), std::system_error) << "a collection inside itself";
             delivery = std::thread([] { Deliver(0); });
-            Sleep(50); // the delivery waits for the collection now
+            EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplayEventHandle) == 1; }));
             end();
         };
         EXPECT_EQ(Collect(), S_OK);
         delivery.join();
         EXPECT_EQ(sink.Take().size(), 2U) << "one flag and one record: only the last subscription counts";
     });
+}
+
+TEST_P(LifetimeTest, ModuleStaysMappedUntilTheLastSubscriptionIsClosed)
+{
+    Deliver(0);
+    ASSERT_EQ(Subscribe(), S_OK);
+    FreeTheModule();
+    Deliver(0);
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(sink.Take().size(), 2U);
+    EXPECT_TRUE(module.IsMapped());
+    provider.Reset();
+}
+
+TEST_P(LifetimeTest, BlockedDeliveryRunsToItsEndAfterTheHostFreedTheModule)
+{
+    Signal inside;
+    Signal proceed;
+    computerName = [&](wchar_t*, DWORD*) {
+        inside.Set();
+        proceed.Await();
+        return FALSE;
+    };
+    ASSERT_EQ(Subscribe(), S_OK);
+    std::thread delivery([] { Deliver(0); });
+    inside.Await();
+    std::thread ending([&] {
+        FreeTheModule();
+        provider.Reset(); // waits for the delivery if EvtClose does
+    });
+    if (GetParam() == ReplayCloseDoesNotWait) {
+        ending.join();
+    }
+    EXPECT_TRUE(module.IsMapped());
+    const DWORD formatted = Replay().Calls(ReplayEvtFormatMessage);
+    proceed.Set();
+    delivery.join();
+    EXPECT_GT(Replay().Calls(ReplayEvtFormatMessage), formatted) << "the event was not handled";
+    if (ending.joinable()) {
+        ending.join();
+    }
+}
+
+TEST_P(LifetimeTest, HostObjectsFreeTheModuleThatCallsThem)
+{
+    const auto release = [this] {
+        FreeTheModule();
+        provider.Reset();
+    };
+    ASSERT_EQ(Subscribe(), S_OK);
+    if (GetParam() == ReplayCloseDoesNotWait) {
+        logger.onNextLine = release;
+        Deliver(0);
+    } else {
+        Deliver(0);
+        sink.onNextLine = release;
+        EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 0, &sink), S_OK);
+    }
+    EXPECT_FALSE(provider);
 }
 
 INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),
@@ -110,8 +190,7 @@ struct Subscribed {
     DWORD Deliver() const { return callback(EvtSubscribeActionDeliver, context, nullptr); }
 };
 std::vector<Subscribed> subscribed;
-std::function<void()> onClose;
-int opened = 0;
+int closed = 0;
 
 EVT_HANDLE WINAPI TakeSubscription(EVT_HANDLE, HANDLE, LPCWSTR, LPCWSTR, EVT_HANDLE, PVOID context,
                                    EVT_SUBSCRIBE_CALLBACK callback, DWORD)
@@ -122,6 +201,7 @@ EVT_HANDLE WINAPI TakeSubscription(EVT_HANDLE, HANDLE, LPCWSTR, LPCWSTR, EVT_HAN
 
 WINBOOL WINAPI CloseSubscription(EVT_HANDLE)
 {
+    ++closed;
     if (onClose) {
         onClose();
     }
@@ -130,7 +210,6 @@ WINBOOL WINAPI CloseSubscription(EVT_HANDLE)
 
 EVT_HANDLE WINAPI OpenNothing(EVT_HANDLE, LPCWSTR, LPCWSTR, LCID, DWORD)
 {
-    ++opened;
     return nullptr;
 }
 
@@ -146,37 +225,84 @@ WINBOOL WINAPI FormatNothing(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT,
     return FALSE;
 }
 
-TEST_F(ModuleTest, NoDeliveryStartsWhileTheProviderEndsNorInsideItself)
+PTP_TIMER WINAPI RefuseTimer(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)
 {
-    const ImportPatch take(module, "EvtSubscribe", &TakeSubscription);
-    const ImportPatch close(module, "EvtClose", &CloseSubscription);
-    const ImportPatch open(module, "EvtOpenPublisherMetadata", &OpenNothing);
-    const ImportPatch create(module, "EvtCreateRenderContext", &CreateNothing);
-    const ImportPatch format(module, "EvtFormatMessage", &FormatNothing);
+    return nullptr;
+}
+
+WINBOOL WINAPI RefuseCallback(PTP_SIMPLE_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)
+{
+    return FALSE;
+}
+
+/// A module whose calls to the Event Log end in this file.
+class UnansweredTest : public ModuleTest {
+protected:
+    UnansweredTest()
+    {
+        subscribed.clear();
+        closed = 0;
+    }
+
+    const ImportPatch take{module, "EvtSubscribe", &TakeSubscription};
+    const ImportPatch close{module, "EvtClose", &CloseSubscription};
+    const ImportPatch open{module, "EvtOpenPublisherMetadata", &OpenNothing};
+    const ImportPatch create{module, "EvtCreateRenderContext", &CreateNothing};
+    const ImportPatch format{module, "EvtFormatMessage", &FormatNothing};
+};
+
+TEST_F(UnansweredTest, ModuleStaysMappedWhenThePoolHasNoMemory)
+{
+    {
+        const ImportPatch timer(module, "CreateThreadpoolTimer", &RefuseTimer);
+        EXPECT_EQ(Subscribe(), S_OK);
+        EXPECT_EQ(Unsubscribe(), S_OK);
+        EXPECT_EQ(closed, 1);
+
+        const ImportPatch callback(module, "TrySubmitThreadpoolCallback", &RefuseCallback);
+        EXPECT_EQ(Subscribe(L"eventlog|eventlog_lamina"), S_OK);
+        logger.onNextLine = [&] { Unsubscribe(L"eventlog|eventlog_lamina"); };
+        subscribed[1].Deliver();
+        EXPECT_EQ(closed, 1) << "closed inside the delivery";
+        logger.Take();
+        subscribed[1].Deliver();
+        EXPECT_EQ(logger.Take(), Lines{}) << "the event found the metric";
+    }
+    // What the module could not return, the test does.
+    for (int references = 0; references < 2; ++references) {
+        FreeLibrary(module);
+        EXPECT_TRUE(module.IsMapped());
+    }
+}
+
+TEST_F(UnansweredTest, ProviderThatEndsClosesTheSubscriptionOfARunningDelivery)
+{
     ASSERT_EQ(Subscribe() | Subscribe(L"eventlog|eventlog_lamina"), S_OK);
     ASSERT_EQ(subscribed.size(), 2U);
     Signal inside;
     Signal proceed;
     logger.Take();
     logger.onNextLine = [&] {
-        EXPECT_THROW(subscribed[1].Deliver(), std::system_error);
-        inside.Give();
+        EXPECT_THROW(subscribed[1].Deliver(), std::system_error) << "a delivery inside itself";
+        inside.Set();
         proceed.Await();
     };
     std::thread delivery([] { subscribed[1].Deliver(); });
     inside.Await();
     onClose = [&] {
-        const int before = opened;
-        subscribed[0].Deliver();
-        EXPECT_EQ(opened, before) << "the crash metric took the event";
-        proceed.Give();
-        delivery.join();
-        onClose = nullptr;
+        if (closed == 2) { // the other metric, without a delivery, came first
+            proceed.Set();
+            delivery.join();
+        }
     };
     provider.Reset();
+    onClose = nullptr;
+    EXPECT_EQ(closed, 2);
     EXPECT_FALSE(delivery.joinable()) << "the subscription of the running delivery was not closed";
     EXPECT_EQ(logger.references.load() + host.references.load(), 0);
-    subscribed.clear();
+    subscribed[0].Deliver();
+    subscribed[1].Deliver();
+    EXPECT_EQ(logger.Take().size(), 1U) << "only the delivery that was running logged";
 }
 
 } // namespace

@@ -160,10 +160,7 @@ TEST_P(RaceTest, EveryEventDeliveredBeforeTheCloseIsCollectedOnceAndInOrder)
         for (std::thread& thread : threads) {
             thread.join();
         }
-        for (int wait = 0; wait < 200 && module.CanUnloadNow() != S_OK; ++wait) {
-            Sleep(10); // for closings on other threads
-        }
-        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
+        EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplaySubscriptionHandle) == 0; }));
         Replay().SetMode(GetParam() & ~DWORD{ReplayDeliverAfterClose}); // forgets the closed subscriptions
         Replay().SetMode(GetParam());
     }

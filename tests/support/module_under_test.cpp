@@ -52,7 +52,7 @@ std::wstring ExpectedSuffix(HRESULT code)
     return suffix;
 }
 
-ModuleUnderTest::ModuleUnderTest(const std::wstring& path)
+ModuleUnderTest::ModuleUnderTest(const std::wstring& path) : path_(path)
 {
     Replay().Reset();
     handle_ = LoadLibraryW(path.c_str());
@@ -63,10 +63,16 @@ ModuleUnderTest::ModuleUnderTest(const std::wstring& path)
 
 ModuleUnderTest::~ModuleUnderTest()
 {
-    for (int attempt = 0; attempt < 200 && CanUnloadNow() != S_OK; ++attempt) {
-        Sleep(10); // for closings on other threads
+    if (!isFreed_) {
+        EXPECT_EQ(CanUnloadNow(), S_OK) << "an object or a lock is left";
+        Free();
     }
-    EXPECT_EQ(CanUnloadNow(), S_OK) << "something still holds the module";
+    EXPECT_TRUE(Eventually([&] { return !IsMapped(); })) << "a loader reference is left";
+}
+
+void ModuleUnderTest::Free()
+{
+    isFreed_ = true;
     FreeLibrary(handle_);
 }
 

@@ -44,8 +44,8 @@ Configuration(const wchar_t* xml = L"<metric><channel>Application</channel><quer
 /// The suffix of an error line, with the system's text for the code.
 std::wstring ExpectedSuffix(HRESULT code);
 
-/// The built Orvel_eventlog.dll, loaded for the life of this object. Fails the test when something still holds the
-/// module at the end.
+/// The built Orvel_eventlog.dll, loaded for the life of this object. Fails the test when something holds the module
+/// after that.
 class ModuleUnderTest {
 public:
     /// Loads the built file, or its copy at `path`.
@@ -57,6 +57,9 @@ public:
     HMODULE handle() const { return handle_; }
     operator HMODULE() const { return handle_; } // NOLINT(google-explicit-constructor): it stands for the handle
     HRESULT CanUnloadNow() const;
+    bool IsMapped() const { return GetModuleHandleW(path_.c_str()) != nullptr; }
+    /// Frees the module, as a host does that does not wait for anything. Once.
+    void Free();
     /// An exported function by name.
     template <typename Function>
     Function* Export(const char* name) const
@@ -67,8 +70,20 @@ public:
     ComPtr<IOrvelDataProvider> CreateProvider() const;
 
 private:
+    const std::wstring path_;
     HMODULE handle_;
+    bool isFreed_ = false;
 };
+
+/// Waits, up to five seconds, until a condition holds, and returns whether it does.
+template <typename Condition>
+bool Eventually(Condition condition)
+{
+    for (int wait = 0; wait < 1000 && !condition(); ++wait) {
+        Sleep(5);
+    }
+    return condition();
+}
 
 /// What the module's GetComputerNameExW does while GiveComputerName has taken its place.
 inline std::function<BOOL(wchar_t* buffer, DWORD* size)> computerName;

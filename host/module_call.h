@@ -1,0 +1,23 @@
+#pragma once
+
+namespace orvel {
+
+/// One call into this module, from the host or from the Event Log, for as long as the object lives. Loader references
+/// that were returned meanwhile are released after the last call has left the module. Any thread.
+class ModuleCall {
+public:
+    ModuleCall() noexcept;
+    ~ModuleCall();
+    ModuleCall(const ModuleCall&) = delete;
+    ModuleCall& operator=(const ModuleCall&) = delete;
+
+    /// Takes a reference of the loader on this module, which keeps its code mapped even if the host frees it. Returns
+    /// false, with the last error set, if the loader refuses.
+    static bool AddLoaderReference() noexcept;
+
+    /// Returns one reference. To be called inside a ModuleCall: the reference is released a moment after the last call
+    /// has ended, on a thread of the process's pool. If the pool has no memory, the module stays loaded.
+    static void ReturnLoaderReference() noexcept;
+};
+
+} // namespace orvel

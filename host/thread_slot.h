@@ -1,0 +1,25 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+namespace orvel {
+
+/// A number of each thread, 0 at first. A TLS slot, because `thread_local` allocates memory.
+class ThreadSlot {
+public:
+    ThreadSlot() noexcept : slot_(TlsAlloc()) {}
+    ~ThreadSlot() { TlsFree(slot_); }
+    ThreadSlot(const ThreadSlot&) = delete;
+    ThreadSlot& operator=(const ThreadSlot&) = delete;
+
+    intptr_t Get() const noexcept { return reinterpret_cast<intptr_t>(TlsGetValue(slot_)); }
+    /// Returns false when there is no memory, or when the process had no slot left.
+    bool Set(intptr_t number) const noexcept { return TlsSetValue(slot_, reinterpret_cast<void*>(number)) != FALSE; }
+
+private:
+    const DWORD slot_;
+};
+
+} // namespace orvel

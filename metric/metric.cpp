@@ -7,13 +7,6 @@
 
 namespace orvel {
 
-namespace {
-
-constexpr wchar_t kChannelProperty[] = L"channel";
-constexpr wchar_t kQueryProperty[] = L"query";
-
-} // namespace
-
 CMetric::CMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host)
     : name_(std::move(name)), logger_(logger), host_(host)
 {
@@ -22,11 +15,11 @@ CMetric::CMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host)
 HRESULT CMetric::Subscribe(IXMLDOMElement* configuration)
 {
     const MetricCall call; // if the thread cannot be marked, fail here and not in the first delivery
-    HRESULT hr = GetProperty(configuration, kChannelProperty, channel_);
+    HRESULT hr = GetProperty(configuration, L"channel", channel_);
     if (FAILED(hr)) {
         return hr;
     }
-    hr = GetProperty(configuration, kQueryProperty, query_);
+    hr = GetProperty(configuration, L"query", query_);
     if (FAILED(hr)) {
         return hr;
     }

@@ -64,16 +64,11 @@ DWORD WINAPI OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, E
     return ERROR_SUCCESS;
 }
 
-void CloseHandleAndReturnReference(EVT_HANDLE handle) noexcept
-{
-    EvtClose(handle);
-    ModuleCall::ReturnLoaderReference();
-}
-
-void CALLBACK CloseOnPoolThread(PTP_CALLBACK_INSTANCE /*instance*/, void* handle)
+void CALLBACK CloseNow(PTP_CALLBACK_INSTANCE /*instance*/, void* handle)
 {
     const ModuleCall call;
-    CloseHandleAndReturnReference(handle);
+    EvtClose(handle);
+    ModuleCall::ReturnLoaderReference();
 }
 
 } // namespace
@@ -85,9 +80,9 @@ void Subscription::Close() noexcept
         return;
     }
     if (MetricCall::IsThreadInside()) {
-        TrySubmitThreadpoolCallback(&CloseOnPoolThread, closing, nullptr);
+        TrySubmitThreadpoolCallback(&CloseNow, closing, nullptr);
     } else {
-        CloseHandleAndReturnReference(closing);
+        CloseNow(nullptr, closing);
     }
 }
 

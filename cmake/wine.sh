@@ -6,6 +6,10 @@
 # absolute path.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
+# With ORVEL_WINE_SYSTEM, in the Wine of the system below that directory, which sees the same paths.
+if [ -n "${ORVEL_WINE_SYSTEM:-}" ]; then
+    exec chroot "$ORVEL_WINE_SYSTEM" env -u ORVEL_WINE_SYSTEM sh -c 'cd "$0" && exec "$@"' "$PWD" "$root/cmake/wine.sh" "$@"
+fi
 export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
 # No crash dialogs and no downloads; the stand-in for the Event Log must be found, never Wine's own stub.

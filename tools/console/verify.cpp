@@ -201,6 +201,21 @@ std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const Written
                       std::to_string(counter.Counted(EventCounter::WithoutMessage)) + " without a message");
 }
 
+/// Whether hosts of this word size find the provider; the ProgID alone may be the other word size's.
+bool IsInstalled()
+{
+    CLSID providerClass{};
+    HKEY server = nullptr;
+    const bool isInstalled =
+        SUCCEEDED(CLSIDFromProgID(kProgId, &providerClass)) &&
+        RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{DAF69464-F4E2-40C0-BCC3-A30E819975F0}\\InprocServer32", 0, KEY_READ,
+                      &server) == ERROR_SUCCESS;
+    if (isInstalled) {
+        RegCloseKey(server);
+    }
+    return isInstalled;
+}
+
 /// From the creation of the provider to its unloading.
 void VerifyProvider(const ReplayClient* replay)
 {
@@ -261,8 +276,7 @@ void Verify(const Options& options)
         replay.emplace(LoadReplayLog());
     }
     const ReplayClient* const log = replay ? &*replay : nullptr;
-    CLSID installed{};
-    if (SUCCEEDED(CLSIDFromProgID(kProgId, &installed))) {
+    if (IsInstalled()) {
         Report("Installation", ToUtf8(kProgId) + " is installed");
         VerifyProvider(log);
         Report("Removal", "nothing, the installed provider stays");

@@ -8,7 +8,6 @@
 #include "metric/event_reading.h"
 
 #include <mutex>
-#include <utility>
 
 namespace orvel {
 
@@ -24,7 +23,10 @@ HRESULT CAppCrashMetric::Collect(IMetricSink* sink, LONG_PTR /*context*/)
 {
     const std::lock_guard guard(lock_);
     const HRESULT hr = WriteContainedFlag(sink);
-    return SUCCEEDED(hr) ? WriteCrashDetails(sink) : hr;
+    if (FAILED(hr)) {
+        return hr;
+    }
+    return WriteCrashDetails(sink);
 }
 
 HRESULT CAppCrashMetric::WriteContainedFlag(IMetricSink* sink)
@@ -44,26 +46,25 @@ HRESULT CAppCrashMetric::WriteCrashDetails(IMetricSink* sink)
 {
     for (uint32_t ordinal = 1; !pendingCrashes_.empty(); ++ordinal) {
         CrashRecord& record = pendingCrashes_.front();
-        const HRESULT hr = WriteCrashDetail(sink, record.details.get(), ordinal);
-        if (SUCCEEDED(hr)) {
-            pendingCrashes_.pop_front();
-            continue;
+        const HRESULT hr = WriteCrashDetail(sink, record.details, ordinal);
+        if (FAILED(hr)) {
+            ++record.failureCount;
+            if (record.failureCount >= kMaxFailureTimes) {
+                pendingCrashes_.pop_front();
+                // Log parsers expect the empty name.
+                Log(Logger(), LogLevel::Info,
+                    L"Collecting metric has exceeded max failure times. Delete event from list '%s'", L"");
+            }
+            return hr;
         }
-        if (++record.failureCount >= kMaxFailureTimes) {
-            // The record is gone before the line is written, so the line has never named it; readers of the log know
-            // it this way.
-            pendingCrashes_.pop_front();
-            Log(Logger(), LogLevel::Info,
-                L"Collecting metric has exceeded max failure times. Delete event from list '%s'", L"");
-        }
-        return hr;
+        pendingCrashes_.pop_front();
     }
     return S_OK;
 }
 
-HRESULT CAppCrashMetric::WriteCrashDetail(IMetricSink* sink, const wchar_t* details, uint32_t ordinal)
+HRESULT CAppCrashMetric::WriteCrashDetail(IMetricSink* sink, const std::wstring& details, uint32_t ordinal)
 {
-    const HRESULT hr = WriteMetric(sink, kDetailsKey, std::to_wstring(ordinal), details);
+    const HRESULT hr = WriteMetric(sink, kDetailsKey, std::to_wstring(ordinal), details.c_str());
     if (FAILED(hr)) {
         LogFailure(Logger(), hr, L"Failed to collect metric 'appcrash|crash_details|*'.");
     }
@@ -74,41 +75,39 @@ void CAppCrashMetric::OnEvent(EVT_HANDLE event)
 {
     static constexpr const wchar_t* kPaths[] = {L"Event/System/TimeCreated/@SystemTime"};
 
-    EventHandle context; // outlives the guard: closed when the lock is free again
+    EventHandle context; // closed after the lock is released
     const std::lock_guard guard(lock_);
     if (hostNameLine_.empty()) {
         BuildHostNameLine();
     }
     crashTimeLine_.clear();
     RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { SetCrashTimeLine(values); });
-    // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
+    // Left open on purpose, one handle per event; docs/performance.md states the cost.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"Application Error");
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { AddCrashFromMessage(text); });
 }
 
-bool CAppCrashMetric::BuildHostNameLine()
+void CAppCrashMetric::BuildHostNameLine()
 {
     DWORD size = 0;
     SetLastError(ERROR_SUCCESS);
     GetComputerNameExW(ComputerNameNetBIOS, nullptr, &size);
     if (GetLastError() != ERROR_MORE_DATA) {
         Log(Logger(), LogLevel::Error, L"Failed to query the NetBIOS name buffer length");
-        return false;
+        return;
     }
     std::wstring name(static_cast<size_t>(size) + 1, L'\0');
     if (!GetComputerNameExW(ComputerNameNetBIOS, name.data(), &size)) {
         const HRESULT hr = HresultFromWin32(GetLastError());
         LogFailure(Logger(), hr, L"Failed to query the NetBIOS name of the local machine");
-        return false;
+        return;
     }
     hostNameLine_ = std::wstring(L"<br />Host Name: ") + name.c_str();
-    return true;
 }
 
 void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
 {
-    // Whatever the value's type: events without a time render as 0.
-    const ULONGLONG time = values != nullptr ? values[0].FileTimeVal : 0;
+    const ULONGLONG time = values != nullptr ? values[0].FileTimeVal : 0; // whatever its type
     if (time == 0) {
         return;
     }
@@ -122,12 +121,7 @@ void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
 
 void CAppCrashMetric::AddCrashFromMessage(std::wstring_view message)
 {
-    AddCrashRecord(BuildCrashDetails(message, crashTimeLine_, hostNameLine_));
-}
-
-void CAppCrashMetric::AddCrashRecord(std::unique_ptr<wchar_t[]> details)
-{
-    pendingCrashes_.push_back({std::move(details), 0});
+    pendingCrashes_.push_back({BuildCrashDetails(message, crashTimeLine_, hostNameLine_)});
 }
 
 } // namespace orvel

@@ -9,7 +9,7 @@
 
 namespace orvel {
 
-/// Makes a Win32 error an HRESULT: values of 0 or less pass unchanged.
+/// Converts a Win32 error to an HRESULT. Returns values of 0 or less unchanged.
 constexpr HRESULT HresultFromWin32(DWORD error) noexcept
 {
     const auto code = static_cast<HRESULT>(error);
@@ -25,8 +25,7 @@ decltype(auto) EnterModule(Body&& body)
     try {
         return std::forward<Body>(body)();
     } catch (const std::bad_alloc&) {
-        _com_issue_error(E_OUTOFMEMORY);
-        throw; // never reached: the compiler does not know that _com_issue_error always throws
+        throw _com_error(E_OUTOFMEMORY);
     }
 }
 

@@ -1,6 +1,6 @@
 #include "host/format.h"
 
-#include "host/heap_buffer.h"
+#include "host/unique_resource.h"
 
 #include <comdef.h>
 
@@ -9,40 +9,26 @@
 
 namespace orvel {
 
-namespace {
-
-// _vscwprintf and vswprintf_s are the Windows runtime's own; the standard names may bind to a C99 printf, whose "%s"
-// is a narrow string.
-std::wstring FormatArguments(const wchar_t* format, va_list measured, va_list printed)
+// _vscwprintf and vswprintf_s are the Windows runtime's own. The standard names may be bound to a C99 printf, whose
+// "%s" takes a narrow string.
+std::wstring FormatString(const wchar_t* format, ...)
 {
-    const int length = _vscwprintf(format, measured);
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = _vscwprintf(format, arguments);
+    va_end(arguments);
     if (length < 0) {
         return {};
     }
     const size_t size = static_cast<size_t>(length) + 1;
-    const HeapBuffer buffer = AllocateHeapBuffer(size);
-    if (!buffer) {
+    const UniqueHeapText text = AllocateHeapText(size);
+    if (!text) {
         _com_issue_error(E_OUTOFMEMORY);
     }
-    vswprintf_s(buffer.get(), size, format, printed);
-    return {buffer.get(), static_cast<size_t>(length)};
-}
-
-// va_end must run when formatting throws, too.
-struct ArgumentList {
-    va_list list;
-    ~ArgumentList() { va_end(list); }
-};
-
-} // namespace
-
-std::wstring FormatString(const wchar_t* format, ...)
-{
-    ArgumentList measured;
-    va_start(measured.list, format);
-    ArgumentList printed;
-    va_start(printed.list, format);
-    return FormatArguments(format, measured.list, printed.list);
+    va_start(arguments, format);
+    vswprintf_s(text.get(), size, format, arguments);
+    va_end(arguments);
+    return {text.get(), static_cast<size_t>(length)};
 }
 
 } // namespace orvel

@@ -4,8 +4,8 @@
 
 namespace orvel {
 
-/// Formats as the Windows printf does: "%s" takes a wide string. A format that cannot be printed gives an empty text.
-/// Throws `_com_error` with E_OUTOFMEMORY when the process heap has no room for the text.
+/// Formats as the Windows printf functions do: "%s" takes a wide string. Returns an empty text for an invalid format.
+/// Throws `_com_error` with E_OUTOFMEMORY, and std::bad_alloc.
 std::wstring FormatString(const wchar_t* format, ...);
 
 } // namespace orvel

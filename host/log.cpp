@@ -6,7 +6,7 @@ namespace orvel {
 
 namespace {
 
-// The logger takes the category as a non-const pointer; it does not write to it.
+// Not const: GetLogLevels takes a non-const pointer.
 wchar_t category[] = L"eventlog";
 
 } // namespace

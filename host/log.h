@@ -1,44 +1,41 @@
 #pragma once
 
 #include "host/format.h"
+#include "host/unique_resource.h"
 
 #include <windows.h>
 #include <OrvelAgent.h>
 
-#include <memory>
 #include <string>
 
 namespace orvel {
 
-/// Levels of a log line; the values are the bits of the mask that the host's logger gives.
+/// Levels of a log line. The values are the bits of the mask that GetLogLevels returns.
 enum class LogLevel : LONG { Error = 1, Warning = 2, Info = 4 };
 
-/// The system's text for an error code, as it is appended to an error line.
+/// The end of an error line: the code and the system's text for it.
 class ErrorSuffix {
 public:
-    /// Looks the text of an HRESULT or Win32 code up in the system's messages.
+    /// Looks up the text of an HRESULT or Win32 code in the system's messages.
     explicit ErrorSuffix(HRESULT code);
 
-    /// Format of the suffix; its arguments are the code and `Text()`.
+    /// Returns the printf format of the suffix; its arguments are the code and `Text()`.
     const wchar_t* Format() const { return text_ ? L"  Error code 0x%08lx -- %s" : L"  Error code 0x%08lx."; }
-    /// The system's text with its trailing line break, null when it has none. Lives as long as this object.
+    /// Returns the system's text with its trailing line break, null when there is none. Valid as long as this object.
     const wchar_t* Text() const { return text_.get(); }
 
 private:
-    struct LocalDeleter {
-        void operator()(wchar_t* text) const noexcept { LocalFree(text); }
-    };
-    std::unique_ptr<wchar_t, LocalDeleter> text_;
+    UniqueLocalText text_;
 };
 
-/// Asks the logger whether it wants lines of a level. False without a logger.
+/// Returns whether the logger accepts lines of a level; false without a logger.
 bool IsLogged(IAgentLogger* logger, LogLevel level);
 
-/// Sends a finished text at a level, without asking. Throws `_com_error` with E_OUTOFMEMORY.
+/// Sends a line without checking the level. Throws `_com_error` with E_OUTOFMEMORY.
 void SendLogLine(IAgentLogger* logger, LogLevel level, const wchar_t* text);
 
-/// Logs one line: the text is formatted only when there is a logger and it wants the level.
-/// Throws `_com_error` with E_OUTOFMEMORY. `logger` may be null. Any thread.
+/// Logs one line. The text is formatted only if there is a logger and it accepts the level. `logger` may be null. Any
+/// thread. Throws `_com_error` with E_OUTOFMEMORY, and std::bad_alloc.
 template <typename... Arguments>
 void Log(IAgentLogger* logger, LogLevel level, const wchar_t* format, Arguments... arguments)
 {
@@ -47,7 +44,7 @@ void Log(IAgentLogger* logger, LogLevel level, const wchar_t* format, Arguments.
     }
 }
 
-/// Logs one line at error level that ends in the error suffix of `code`; otherwise as `Log`.
+/// Logs one line at error level that ends in the error suffix of `code`. Otherwise as `Log`.
 template <typename... Arguments>
 void LogFailure(IAgentLogger* logger, HRESULT code, const wchar_t* format, Arguments... arguments)
 {

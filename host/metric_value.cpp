@@ -13,7 +13,7 @@ public:
     Variant()
     {
         VariantInit(&value_);
-        const HRESULT hr = VariantClear(&value_);
+        const HRESULT hr = VariantClear(&value_); // checked here, since the destructor cannot report a failure
         if (FAILED(hr)) {
             _com_issue_error(hr);
         }

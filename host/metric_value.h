@@ -7,18 +7,17 @@
 
 namespace orvel {
 
-// Every value goes to the sink as key, instance and VARIANT. The strings and the VARIANT are freed when the call
-// returns, whatever the result. All functions give the sink's result, or E_POINTER for a null sink, and throw
-// `_com_error` with E_OUTOFMEMORY when a BSTR cannot be allocated, or with the code of a failed VariantClear.
+// These functions return the sink's result, or E_POINTER for a null sink. They throw `_com_error` with E_OUTOFMEMORY,
+// or with the code of a failed VariantClear.
 
-/// Writes a text. `key` ends in "|*" when the metric has several instances; `instance` then names one of them and an
-/// empty one travels as a null BSTR.
+/// Writes a text. The key of a metric with several instances ends in "|*", and `instance` names one of them. The sink
+/// receives an empty instance as a null BSTR.
 HRESULT WriteMetric(IMetricSink* sink, const wchar_t* key, std::wstring_view instance, const wchar_t* text);
 
 /// Writes an unsigned number (VT_UI8).
 HRESULT WriteMetric(IMetricSink* sink, const wchar_t* key, std::wstring_view instance, ULONGLONG number);
 
-/// Writes a flag that holds: its own instance, with the text "true". A flag that does not hold is not written.
+/// Writes a flag: the text "true" with the key as its instance. A flag that is false is not written at all.
 HRESULT WriteMetricFlag(IMetricSink* sink, const wchar_t* key);
 
 } // namespace orvel

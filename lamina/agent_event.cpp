@@ -1,7 +1,5 @@
 #include "lamina/agent_event.h"
 
-#include "host/text_search.h"
-
 #include <string_view>
 
 namespace orvel {
@@ -9,13 +7,13 @@ namespace orvel {
 namespace {
 
 struct Rule {
-    std::wstring_view start; ///< how the message begins
-    std::wstring_view part;  ///< what it holds besides, anywhere; empty for nothing
+    std::wstring_view start; // what the message begins with
+    std::wstring_view part;  // what it also contains
     AgentEventKind kind;
 };
 
-// The first rule that holds decides. Rows 1 to 5 and 6 to 9 are two wordings of the same agent. Only volumes of type 2
-// count; others fall through to `Other`.
+// The first matching rule decides. Rows 1 to 5 and 6 to 9 are the agent's two wordings. Volumes other than type 2 do
+// not count.
 constexpr Rule kRules[] = {
     {L"User is logging in", L"", AgentEventKind::Logon},
     {L"User is logging off", L"", AgentEventKind::Logoff},
@@ -32,9 +30,8 @@ constexpr Rule kRules[] = {
 
 AgentEventKind ClassifyAgentEvent(const AgentEventRecord& event)
 {
-    const std::wstring_view message = event.message;
     for (const Rule& rule : kRules) {
-        if (StartsWith(message, rule.start) && (rule.part.empty() || FindText(message, rule.part, 0) != message.npos)) {
+        if (event.message.starts_with(rule.start) && event.message.find(rule.part) != std::wstring::npos) {
             return rule.kind;
         }
     }

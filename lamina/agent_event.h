@@ -5,7 +5,7 @@
 
 namespace orvel {
 
-/// What an event of the layering agent says about a user's logon.
+/// What an event of the layering agent reports about a user's logon.
 enum class AgentEventKind { Logon, LogonResponse, VolumeAttached, Logoff, AllDone, Other };
 
 /// One event of the layering agent's service.
@@ -15,7 +15,7 @@ struct AgentEventRecord {
     std::wstring message;
 };
 
-/// Tells the kind of an event by its message alone, in either wording of the agent; case matters.
+/// Returns the kind of an event. Only its message counts, in either wording of the agent; case matters.
 AgentEventKind ClassifyAgentEvent(const AgentEventRecord& event);
 
 } // namespace orvel

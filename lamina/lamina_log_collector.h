@@ -1,7 +1,7 @@
 #pragma once
 
 #include "host/log.h"
-#include "host/owned_handles.h"
+#include "host/unique_resource.h"
 #include "lamina/mounted_entries.h"
 
 #include <wrl/client.h>
@@ -13,64 +13,66 @@
 
 namespace orvel {
 
-/// The plinths of one logon, and where they come from besides the events: what the layering agent's service appends to
-/// its own log meanwhile. docs/lamina-log.md tells which ways of rotating that log are followed and which are not.
+/// Collects the plinths of one logon, from texts that the metric passes in and from what the layering agent's service
+/// appends to its own log. docs/lamina-log.md describes which ways of rotating that log are followed.
 ///
-/// One thread at a time: the owning metric holds its lock around every call. Whoever gives false has logged why; all
-/// throw only for lack of memory.
+/// The owning metric calls it under its lock. All failures are logged. Throws `_com_error` with E_OUTOFMEMORY, and
+/// std::bad_alloc.
 class CLaminaLogCollector {
 public:
-    /// `logger` may be null, then nothing is logged; a reference is taken on it.
+    /// `logger` may be null; the collector holds a reference to it.
     explicit CLaminaLogCollector(IAgentLogger* logger) : logger_(logger) {}
 
-    /// Starts a logon: forgets the plinths and that the log was searched, finds the log directory and remembers how
-    /// long the log is now; one that does not exist yet is empty. False when the service's registry entry cannot be
-    /// read or the log cannot be opened or measured.
+    /// Starts a logon: forgets the plinths, locates the log and remembers its size. A log that does not exist yet
+    /// counts as empty. Returns false when the log cannot be located, opened or measured.
     bool PrepareCollectLog();
 
-    /// Reads what the log gained since PrepareCollectLog, following it into the backup if it was rotated.
+    /// Reads what the log gained since PrepareCollectLog, following a rotation into the backup. Returns false when
+    /// reading failed.
     bool CollectLog();
 
-    /// The plinths found since PrepareCollectLog, in the order found, those found twice included. Changed by the other
-    /// calls only, so that the owner may walk them under its lock.
+    /// Adds the plinths that the text lists from character `start` on.
+    void ParseMountedPlinths(std::wstring_view text, size_t start);
+
+    /// Adds the plinths that the log lists after the first login response since PrepareCollectLog. Only the first call
+    /// after each PrepareCollectLog searches.
+    void FindPlinthsInLog();
+
+    /// The plinths since PrepareCollectLog in the order found, duplicates included. Valid until another method is
+    /// called.
     const std::vector<PlinthInfo>& GetPlinths() const { return plinths_; }
 
-    /// Searches what the log gained for the plinths after the first login response, once per PrepareCollectLog: true
-    /// without a search when it was done before. False when the log cannot be read or holds no login response.
-    bool FindPlinthsInLog();
-
-    /// Adds the plinths that the text lists from character `start` on. False, without a line, when there is none.
-    bool ParseMountedPlinths(std::wstring_view text, size_t start);
-
 private:
+    // These return false after a failure, which they have logged.
     bool LocateLogDirectory();
     bool QueryImagePath(HKEY key, std::wstring& path);
-    FileHandle OpenLogFile(const std::wstring& path, DWORD& error);
     bool GetLogFileSize(HANDLE file, uint32_t& size);
     bool ReadLogs(HANDLE file);
-    bool SeekLogFile(HANDLE file, uint32_t offset);
-    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text);
     bool ReadCurrentLog(HANDLE file);
-    bool ReadBackupLog(std::wstring& text, uint32_t more);
+    bool ReadBackupLog(std::wstring& text);
     bool ReadBackupAndCurrentLog(HANDLE file);
+    bool SeekLogFile(HANDLE file, uint32_t offset);
+
+    /// Returns null on failure and sets `error` to its Win32 code, otherwise to 0.
+    UniqueFile OpenLogFile(const std::wstring& path, DWORD& error);
+    /// Appends to `text`. After a failure of ReadFile the thread's last error is still its code.
+    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text);
 
     template <typename... Arguments>
     void LogInfo(const wchar_t* format, Arguments... arguments) const
     {
         Log(logger_.Get(), LogLevel::Info, format, arguments...);
     }
-    /// Always false, for the caller to give on.
     template <typename... Arguments>
-    bool LogError(const wchar_t* format, Arguments... arguments) const
+    void LogError(const wchar_t* format, Arguments... arguments) const
     {
         Log(logger_.Get(), LogLevel::Error, format, arguments...);
-        return false;
     }
 
-    std::wstring logDirectory_; ///< ends in a backslash; empty until it was found
+    std::wstring logDirectory_; ///< ends in a backslash; empty before the first success of LocateLogDirectory
     std::wstring logText_;
-    uint32_t beginSize_ = 0; ///< bytes in the log at PrepareCollectLog; as all sizes, the low 32 bits
-    uint32_t endSize_ = 0;   ///< bytes in the log at CollectLog
+    uint32_t beginSize_ = 0; ///< the log's size in bytes at PrepareCollectLog; only the low 32 bits, as all sizes
+    uint32_t endSize_ = 0;   ///< the log's size in bytes at CollectLog
     bool searchDone_ = false;
     std::vector<PlinthInfo> plinths_;
     Microsoft::WRL::ComPtr<IAgentLogger> logger_;

@@ -23,7 +23,7 @@ constexpr uint64_t ToUnixMilliseconds(uint64_t fileTime)
 } // namespace
 
 CLaminaMetric::CLaminaMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host)
-    : CMetric(std::move(name), logger, host), collector_(std::make_shared<CLaminaLogCollector>(logger))
+    : CMetric(std::move(name), logger, host), collector_(logger)
 {
 }
 
@@ -31,10 +31,10 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 {
     static constexpr const wchar_t* kPaths[] = {L"Event/System/EventID", L"Event/System/TimeCreated/@SystemTime"};
 
-    EventHandle context; // outlives the guard: closed when the lock is free again
+    EventHandle context; // closed after the lock is released
     const std::lock_guard guard(lock_);
     RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { StoreEventValues(values); });
-    // The handle is left open on purpose, one per event; docs/performance.md says what that costs.
+    // Left open on purpose, one handle per event; docs/performance.md states the cost.
     EVT_HANDLE publisher = OpenPublisherMetadata(L"korvex");
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { lastEvent_.message = text; });
     HandleAgentEvent(lastEvent_);
@@ -42,7 +42,7 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 
 void CLaminaMetric::StoreEventValues(const EVT_VARIANT* values)
 {
-    if (values != nullptr) {
+    if (values != nullptr) { // whatever their types
         lastEvent_.eventId = values[0].UInt32Val;
         lastEvent_.time = values[1].FileTimeVal;
     }
@@ -54,14 +54,14 @@ void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
     switch (ClassifyAgentEvent(event)) {
     case AgentEventKind::Logon:
         times_[kLogon] = event.time;
-        collector_->PrepareCollectLog();
+        collector_.PrepareCollectLog();
         break;
     case AgentEventKind::LogonResponse:
         if (times_[kLogon] != 0 && times_[kLogonResponse] == 0) {
             times_[kLogonResponse] = event.time;
         }
         Log(Logger(), LogLevel::Info, L"Try to find Plinth from event log");
-        collector_->ParseMountedPlinths(event.message, 0);
+        collector_.ParseMountedPlinths(event.message, 0);
         break;
     case AgentEventKind::VolumeAttached:
         times_[kVolumesReady] = event.time;
@@ -80,11 +80,11 @@ void CLaminaMetric::HandleAgentEvent(const AgentEventRecord& event)
 
 void CLaminaMetric::FindMissingPlinths()
 {
-    if (!collector_->GetPlinths().empty()) {
+    if (!collector_.GetPlinths().empty()) {
         return;
     }
     Log(Logger(), LogLevel::Info, L"No Plinth find from event log, try to find it from lamina log");
-    collector_->FindPlinthsInLog(); // which logs each plinth that it finds
+    collector_.FindPlinthsInLog();
 }
 
 HRESULT CLaminaMetric::Collect(IMetricSink* sink, LONG_PTR /*context*/)
@@ -110,7 +110,7 @@ HRESULT CLaminaMetric::Write(IMetricSink* sink, const wchar_t* key, std::wstring
 
 HRESULT CLaminaMetric::WriteAttachTimes(IMetricSink* sink)
 {
-    static constexpr std::array<const wchar_t*, kMomentCount> kKeys = {
+    static constexpr std::array<const wchar_t*, kTimestampCount> kKeys = {
         L"lamina|logon_timestamp", L"lamina|logon_response_timestamp", L"lamina|volumes_ready_timestamp",
         L"lamina|all_done_timestamp"};
 
@@ -118,14 +118,14 @@ HRESULT CLaminaMetric::WriteAttachTimes(IMetricSink* sink)
         Log(Logger(), LogLevel::Info, L"Not got time stamps for lamina event.");
         return S_OK;
     }
-    for (size_t moment = kLogonResponse; moment < kMomentCount; ++moment) {
-        if (times_[moment] == 0) {
-            times_[moment] = times_[moment - 1];
+    for (size_t i = kLogonResponse; i < kTimestampCount; ++i) {
+        if (times_[i] == 0) {
+            times_[i] = times_[i - 1];
         }
     }
     HRESULT hr = S_OK;
-    for (size_t moment = kLogon; moment < kMomentCount && SUCCEEDED(hr); ++moment) {
-        hr = Write(sink, kKeys[moment], L"lamina", ToUnixMilliseconds(times_[moment]));
+    for (size_t i = kLogon; i < kTimestampCount && SUCCEEDED(hr); ++i) {
+        hr = Write(sink, kKeys[i], L"lamina", ToUnixMilliseconds(times_[i]));
     }
     return hr;
 }
@@ -162,7 +162,7 @@ HRESULT CLaminaMetric::RefreshManagerHost()
 
 HRESULT CLaminaMetric::WritePlinthInstances(IMetricSink* sink)
 {
-    const std::vector<PlinthInfo>& plinths = collector_->GetPlinths();
+    const std::vector<PlinthInfo>& plinths = collector_.GetPlinths();
     if (plinths.empty()) {
         Log(Logger(), LogLevel::Info, L"No plinth mounted.");
         return S_OK;

@@ -7,28 +7,27 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace orvel {
 
-/// The logon timeline of the layering agent: four moments of the last logon and the plinths attached at it, learnt from
-/// the messages of the agent's service. Their order is not relied on; only the first response after a logon counts.
+/// The layering agent's last logon: four timestamps and the attached plinths, taken from the events of the agent's
+/// service. The events may come in any order; only the first response after a logon counts.
 class CLaminaMetric final : public CMetric {
 public:
     CLaminaMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host);
 
-    /// Writes the four timestamps, the Manager host and the plinths, and clears nothing: the same is written again
-    /// until new events change it. A moment not seen takes the value of the one before, for good.
-    /// Gives the result of the plinth writes alone: S_OK when there is none, the flag's failure, else the result of
-    /// the last plinth. Other refused writes are only logged. A null `sink` refuses with E_POINTER.
+    /// Writes the four timestamps, the Manager's host and the plinths, and keeps them for the next collection. A
+    /// timestamp that is not set is set to the one before it.
+    /// Returns the result of the plinth writes alone: S_OK when there are no plinths, the code of a refused flag, else
+    /// the result of the last plinth; E_POINTER for a null `sink`. Other refused writes are only logged.
     HRESULT Collect(IMetricSink* sink, LONG_PTR context) override;
 
-    /// An event that cannot be rendered or formatted is handled with the time or the message of the one before.
+    /// An event that cannot be rendered or formatted is handled with the time or the message of the event before it.
     void OnEvent(EVT_HANDLE event) override;
 
 private:
-    enum Moment : size_t { kLogon, kLogonResponse, kVolumesReady, kAllDone, kMomentCount };
+    enum Timestamp : size_t { kLogon, kLogonResponse, kVolumesReady, kAllDone, kTimestampCount };
 
     void StoreEventValues(const EVT_VARIANT* values);
     void HandleAgentEvent(const AgentEventRecord& event);
@@ -39,12 +38,13 @@ private:
     HRESULT WriteAttachTimes(IMetricSink* sink);
     HRESULT WriteManagerHost(IMetricSink* sink);
     HRESULT WritePlinthInstances(IMetricSink* sink);
-    /// S_OK: `managerHost_` is current. S_FALSE: the value is empty. Else the code of ReadManagerValue.
+    /// Returns S_OK when `managerHost_` is current, S_FALSE when the registry value is empty, else the code of
+    /// ReadManagerValue.
     HRESULT RefreshManagerHost();
 
-    std::array<uint64_t, kMomentCount> times_{}; ///< FILETIMEs; 0 is not seen
-    NativeLock lock_;                            ///< guards everything here; held through OnEvent and Collect
-    const std::shared_ptr<CLaminaLogCollector> collector_;
+    NativeLock lock_;                               ///< guards the members below; held during OnEvent and Collect
+    std::array<uint64_t, kTimestampCount> times_{}; ///< FILETIMEs; 0 when not set
+    CLaminaLogCollector collector_;
     std::wstring managerHost_; ///< as last read, without the port
     AgentEventRecord lastEvent_;
 };

@@ -6,13 +6,12 @@
 
 namespace orvel {
 
-/// Reads the Manager that the layering agent is configured with: "host" or "host:port", as it is stored.
+/// Reads the Manager configured for the layering agent from the registry, "host" or "host:port".
 ///
-/// S_OK: `out` holds the value, perhaps empty.
-/// 0x8007000D (ERROR_INVALID_DATA): not a text (REG_SZ or REG_EXPAND_SZ), or one stored without its terminator.
-/// 0x800700EA (ERROR_MORE_DATA): the value has an odd size, or grew while it was read.
-/// E_OUTOFMEMORY: no room on the process heap. Any other code is the registry's, as an HRESULT.
-/// A value that was read but rejected is in `out` all the same, up to its first zero; before that `out` is untouched.
+/// Returns S_OK, also for an empty value; 0x8007000D (ERROR_INVALID_DATA) when the value is not of type REG_SZ or
+/// REG_EXPAND_SZ or lacks its terminator; 0x800700EA (ERROR_MORE_DATA) when its size is odd or grew between the two
+/// queries; E_OUTOFMEMORY; else the registry's code as an HRESULT. After the second query `out` holds the value up to
+/// its first zero, even if it was rejected; before, `out` is unchanged. Throws std::bad_alloc.
 HRESULT ReadManagerValue(std::wstring& out);
 
 } // namespace orvel

@@ -1,7 +1,5 @@
 #include "lamina/mounted_entries.h"
 
-#include "host/text_search.h"
-
 namespace orvel {
 
 namespace {
@@ -14,16 +12,16 @@ constexpr wchar_t kSeparator = L';';
 
 std::optional<MountedEntry> FindNextMountedEntry(std::wstring_view text, size_t start)
 {
-    const size_t marker = FindText(text, kMountedMarker, start);
+    const size_t marker = text.find(kMountedMarker, start);
     if (marker == text.npos) {
         return std::nullopt;
     }
     const size_t path = marker + kMountedMarker.size();
-    const size_t separator = FindCharacter(text, kSeparator, path);
-    if (separator == text.size()) {
+    const size_t separator = text.find(kSeparator, path);
+    if (separator == text.npos) {
         return std::nullopt;
     }
-    const size_t end = FindText(text, kLineEnd, separator);
+    const size_t end = text.find(kLineEnd, separator);
     if (end == text.npos) {
         return std::nullopt;
     }

@@ -15,7 +15,6 @@ void orvel::Fuzz(std::wstring_view text, std::string_view)
         }
     }
     expected.append(timeLine).append(text);
-    const auto details = BuildCrashDetails(message, timeLine, text);
-    assert(std::wstring_view(details.get(), expected.size() + 1) ==
-           std::wstring_view(expected.c_str(), expected.size() + 1));
+    const std::wstring details = BuildCrashDetails(message, timeLine, text);
+    assert(details == expected && details.capacity() <= std::max<size_t>(details.size(), 14));
 }

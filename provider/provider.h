@@ -13,46 +13,50 @@ class CMetric;
 
 /// The data provider without its COM identity, which module/ adds: IUnknown, IDispatch, aggregation.
 ///
-/// It keeps one metric per subscribed name, matched to the letter as the host spelled it, and passes the host's calls
-/// on. It takes no lock: the host's calls on one provider must not overlap. A logger or sink may nevertheless, from
-/// inside a call, unsubscribe the metric at hand or let go of the provider.
+/// Holds one metric per subscribed name, compared case-sensitively, and forwards the host's calls to it. Takes no lock:
+/// the host's calls on one provider must not overlap. From inside a call, however, a logger or sink may unsubscribe any
+/// metric or release the provider.
 ///
-/// All methods may throw `_com_error` with E_OUTOFMEMORY; collections also std::system_error when called from inside
-/// the same metric.
+/// All methods throw `_com_error` with E_OUTOFMEMORY when memory runs out. Collections also throw std::system_error
+/// when they are called from inside the same metric.
 class CProvider : public IOrvelDataProvider {
 public:
     CProvider(const CProvider&) = delete;
     CProvider& operator=(const CProvider&) = delete;
 
-    /// E_INVALIDARG for a null argument or a configuration that is no DOM element; the metric's failure code; else
-    /// S_OK, also for a name that is not served (ignored) or already subscribed (nothing changes).
+    /// Creates and subscribes the metric `name`. Returns E_INVALIDARG for a null argument or a configuration without
+    /// IXMLDOMElement, the metric's failure code, or S_OK. An unknown name, or one that is subscribed already, changes
+    /// nothing and is no error.
     HRESULT STDMETHODCALLTYPE SubscribeMetric(BSTR name, IUnknown* configuration) override;
-    /// E_INVALIDARG for a null name, else S_OK, also for a name that is not subscribed.
+    /// Closes the metric's subscription and releases the metric. Returns E_INVALIDARG for a null name, else S_OK, also
+    /// for a name that is not subscribed.
     HRESULT STDMETHODCALLTYPE UnsubscribeMetric(BSTR name) override;
-    /// S_OK.
+    /// Closes all subscriptions and releases the metrics. Returns S_OK.
     HRESULT STDMETHODCALLTYPE UnsubscribeAll() override;
-    /// As QueryMetricEx; a `sink` without IMetricSink counts as a null sink.
+    /// Calls QueryMetricEx with the IMetricSink of `sink`, or with null if it has none.
     HRESULT STDMETHODCALLTYPE QueryMetric(BSTR name, LONG_PTR context, IUnknown* sink) override;
-    /// E_INVALIDARG for a null name; S_OK for a name that is not subscribed; else what the metric's collection gives.
+    /// Collects a metric. Returns E_INVALIDARG for a null name, S_OK for a name that is not subscribed, else the result
+    /// of the metric's `Collect`. `context` is passed on and not read.
     HRESULT STDMETHODCALLTYPE QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink) override;
-    /// E_INVALIDARG, with nothing changed, when either is null; else S_OK. Both are kept with a reference; metrics
-    /// created before keep the ones they were created with.
+    /// Holds a reference to both, for metrics that are subscribed later and for the provider's own log lines. Returns
+    /// E_INVALIDARG, and changes nothing, when either is null, else S_OK.
     HRESULT STDMETHODCALLTYPE SetHost(IAgentLogger* logger, IAgentHost* host) override;
 
-    HRESULT STDMETHODCALLTYPE Reserved10() override { return NotServed(); }
-    HRESULT STDMETHODCALLTYPE Reserved11() override { return NotServed(); }
-    HRESULT STDMETHODCALLTYPE Reserved13() override { return NotServed(); }
-    HRESULT STDMETHODCALLTYPE Reserved14() override { return NotServed(); }
-    HRESULT STDMETHODCALLTYPE Reserved15() override { return NotServed(); }
-    HRESULT STDMETHODCALLTYPE Reserved16() override { return NotServed(); }
+    // Reserved. They return S_OK.
+    HRESULT STDMETHODCALLTYPE Reserved10() override { return Reserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved11() override { return Reserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved13() override { return Reserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved14() override { return Reserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved15() override { return Reserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved16() override { return Reserved(); }
 
 protected:
     CProvider() = default;
     ~CProvider();
 
 private:
-    static HRESULT NotServed() { return S_OK; }
-    /// Held for the line that it takes, in which the host may set another.
+    static HRESULT Reserved() { return S_OK; }
+    /// Returns a reference: the host may replace the logger from inside the line that it logs.
     Microsoft::WRL::ComPtr<IAgentLogger> Logger() const { return logger_; }
 
     Microsoft::WRL::ComPtr<IAgentLogger> logger_;

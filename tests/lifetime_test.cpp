@@ -179,6 +179,24 @@ TEST_P(LifetimeTest, HostObjectsFreeTheModuleThatCallsThem)
     EXPECT_FALSE(provider);
 }
 
+TEST(ProcessEnd, ProviderCanBeReleasedAfterTheModuleIsDetached)
+{
+    EXPECT_EXIT(
+        {
+            // Detached in reverse order: the module first, then its host, then the Event Log.
+            decltype(&ReplayOpenHandles) const openHandles = Replay().OpenHandles;
+            const HMODULE lateHost = LoadLibraryW(L"late_host.dll");
+            auto* const hold = reinterpret_cast<void (*)(IUnknown*, decltype(openHandles))>(
+                reinterpret_cast<void*>(GetProcAddress(lateHost, "HoldProvider")));
+            const ModuleUnderTest module;
+            ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
+            provider->SubscribeMetric(_bstr_t(kCrash), Configuration().Get());
+            hold(provider.Detach(), openHandles);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(42), "");
+}
+
 INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),
                          [](const auto& mode) { return mode.param == 0 ? "Waits" : "DoesNotWait"; });
 

@@ -111,6 +111,43 @@ TEST_F(ProviderTest, ANewHostIsTakenBeforeTheOldOneIsReleasedAndMetricsKeepTheir
     provider.Reset();
 }
 
+/// Releases the test's provider when it is asked for an interface, and answers as `inner` does.
+class ReleasesTheProvider : public HostFake<IAgentHost> {
+public:
+    ReleasesTheProvider(ComPtr<IOrvelDataProvider>& held, IUnknown* inner) : provider_(held), inner_(inner) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        provider_.Reset();
+        return inner_->QueryInterface(iid, out);
+    }
+
+private:
+    ComPtr<IOrvelDataProvider>& provider_;
+    IUnknown* inner_;
+};
+
+TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjects)
+{
+    RecordingLogger newLogger;
+    logger.onRelease = [&] { provider.Reset(); };
+    EXPECT_EQ(provider->SetHost(&newLogger, &host), S_OK);
+    logger.onRelease = nullptr;
+    EXPECT_FALSE(provider);
+
+    CreateProvider();
+    const ComPtr<IXMLDOMElement> element = Configuration();
+    ReleasesTheProvider configuration(provider, element.Get());
+    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), &configuration), S_OK);
+    EXPECT_FALSE(provider);
+
+    CreateProvider();
+    ASSERT_EQ(Subscribe(), S_OK);
+    ReleasesTheProvider asked(provider, &sink);
+    EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 0, &asked), S_OK);
+    EXPECT_FALSE(provider);
+    EXPECT_EQ(logger.references + host.references + newLogger.references, 0);
+}
+
 // The element's 37th slot is selectSingleNode; its table is replaced by a copy that fails there.
 HRESULT domResult = S_OK;
 Lines domAsked;

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "tools/replay/log.h"
-#include "tools/replay/native_lock.h"
 #include "tools/replay/selection.h"
 
 #include <windows.h>
 #include <winevt.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -75,9 +75,9 @@ private:
     void* const context_;
     Observer observer_;
 
-    NativeLock lock_;
-    NativeCondition queueChanged_;
-    NativeCondition ended_;         // a callback has returned
+    std::mutex lock_;
+    std::condition_variable queueChanged_;
+    std::condition_variable ended_;         // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     std::atomic<bool> isClosed_ = false;
@@ -106,7 +106,7 @@ private:
     template <typename Predicate>
     void RemoveIf(Predicate predicate);
 
-    NativeLock lock_;
+    std::mutex lock_;
     Observer observer_;
     Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };

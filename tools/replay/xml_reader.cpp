@@ -81,13 +81,13 @@ bool XmlReader::NextElement()
         const size_t markup = std::min(text_.find('<', next_), text_.size());
         for (; isTopLevel && next_ != markup; ++next_) {
             if (!IsSpace(text_[next_])) {
-                Fail(next_, L"text stands outside of the root element");
+                Fail(next_, L"there is text outside of the root element");
             }
         }
         next_ = markup;
         if (next_ == text_.size()) {
             if (!isTopLevel) {
-                FailAtEnd();
+                Fail(next_, {});
             }
             return false;
         }
@@ -95,6 +95,9 @@ bool XmlReader::NextElement()
             TakeEndTag(container_, containerLine_);
             container_ = {};
             return false;
+        }
+        if (StartsWith("<!DOCTYPE")) {
+            Fail(next_, L"document types are not supported; remove the declaration");
         }
         if (StartsWith(kLiteral) && !isTopLevel) {
             next_ = FindEnd("]]>", next_);
@@ -146,7 +149,7 @@ Node XmlReader::Read(Arena& arena)
     while (depth_ != 0) {
         const size_t text = next_;
         if (CheckSize(next_); next_ == text_.size()) {
-            FailAtEnd();
+            Fail(next_, {});
         } else if (text_[next_] != '<') {
             next_ = std::min(text_.find('<', next_), text_.size());
             Append(open_[depth_ - 1].text, text, next_, Characters);
@@ -165,17 +168,14 @@ Node XmlReader::Read(Arena& arena)
 
 void XmlReader::Fail(size_t offset, std::wstring reason) const
 {
-    TextPlace place;
-    Advance(place, text_, std::min(offset, text_.size()));
-    throw TextError{place.line, place.column, std::move(reason)};
-}
-
-void XmlReader::FailAtEnd() const
-{
-    const std::string_view name = depth_ != 0 ? open_[depth_ - 1].name : container_;
     const size_t line = depth_ != 0 ? open_[depth_ - 1].node.nameLine : containerLine_;
-    Fail(text_.size(), L"the text ends inside <" + Shown(name) + L">, which begins in line " + std::to_wstring(line) +
-                           L"; was it cut off?");
+    if (offset == text_.size()) {
+        reason = L"the text ends inside the element that begins in line " + std::to_wstring(line) +
+                 L"; was it cut off?";
+    }
+    TextPlace place;
+    Advance(place, text_, offset);
+    throw TextError{place.line, place.column, std::move(reason)};
 }
 
 void XmlReader::CheckSize(size_t end) const

@@ -64,8 +64,8 @@ private:
     };
     enum TextKind { Characters, AttributeValue, Literal };
 
+    /// At the end of the text, says so instead of `reason`.
     [[noreturn]] void Fail(size_t offset, std::wstring reason) const;
-    [[noreturn]] void FailAtEnd() const;
     void CheckSize(size_t end) const;
     bool StartsWith(std::string_view markup) const { return text_.substr(next_).starts_with(markup); }
     bool SkipMarkup(std::string_view first, std::string_view last);

@@ -20,7 +20,7 @@ struct MetricConfiguration {
     std::wstring channel = {};
     std::wstring query = {};
     std::string problem = {}; ///< why it cannot be subscribed, and what to do
-    bool isIgnored = false;   ///< the provider would take no notice of it: its name is unknown or there twice
+    bool isIgnored = false;   ///< the provider ignores it: its name is unknown or a duplicate
 
     /// Whether its name is this one, without regard to case, as the provider compares them.
     bool Is(const wchar_t* metric) const { return _wcsicmp(name.c_str(), metric) == 0; }

@@ -13,8 +13,8 @@
 
 namespace orvel::console {
 
-/// One of the host's COM objects. It lives where the program puts it: the count is only kept to see whether the module
-/// let go of it. No dispatch: the provider calls through the interface.
+/// One of the host's COM objects, owned by the program: the reference count only shows whether the module has released
+/// it. It has no dispatch interface of its own: the provider calls through the vtable.
 template <typename Interface>
 class HostObject : public Interface {
 public:
@@ -49,15 +49,15 @@ private:
 
 class Host final : public HostObject<IAgentHost> {};
 
-/// Takes every line of the provider, shows those that are wanted and keeps those of one thread when asked to.
+/// Receives the provider's log lines: shows those of some levels and keeps the info lines of one thread on request.
 class Logger final : public HostObject<IAgentLogger> {
 public:
     /// `shown`: mask of LogLevel.
     explicit Logger(LONG shown) : shown_(shown) {}
 
-    /// Starts to keep the info lines that the calling thread causes.
+    /// Starts keeping the info lines that the calling thread logs.
     void StartKeeping();
-    /// Ends keeping and gives the lines, without trailing line breaks.
+    /// Stops keeping and returns the lines, without trailing line breaks.
     std::vector<std::wstring> StopKeeping();
 
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }

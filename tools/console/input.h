@@ -8,13 +8,13 @@
 
 namespace orvel::console {
 
-/// Makes the first Ctrl+C raise the signal; a second one ends the process at once.
+/// Makes the first Ctrl+C set what IsStopped returns; a second one ends the process.
 void CatchControlC();
 
-/// Whether Ctrl+C came, within a time.
+/// Whether Ctrl+C was pressed; waits for it up to a time.
 bool IsStopped(DWORD milliseconds = 0);
 
-/// How messages name an input: its path, or "stdin" for "-".
+/// The name of an input in messages: its path, or "stdin" for "-".
 std::string InputName(const std::wstring& path);
 
 /// All bytes of a file, a pipe, or of standard input for "-". Throws Failure with `code`, also when Ctrl+C comes first.

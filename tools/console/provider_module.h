@@ -12,11 +12,11 @@ namespace orvel::console {
 /// Full path of a loaded module; null is the program.
 std::wstring ModulePath(HMODULE module);
 
-/// The module and its one provider object.
+/// The module and its provider object.
 class ProviderModule {
 public:
     /// `path`: the DLL; empty for the registered provider, else for Orvel_eventlog.dll in `folder`.
-    /// Throws Failure when it cannot be loaded or gives no provider. COM must be initialised.
+    /// Throws Failure when it cannot be loaded or creates no provider. COM must be initialised.
     ProviderModule(const std::wstring& path, const std::filesystem::path& folder);
     ProviderModule(const ProviderModule&) = delete;
     ProviderModule& operator=(const ProviderModule&) = delete;
@@ -24,8 +24,8 @@ public:
     std::wstring Path() const { return ModulePath(module_); }
     IOrvelDataProvider& Provider() const { return *provider_.Get(); }
 
-    /// Lets go of the provider and unloads the module, waiting a moment for what still runs in it. Throws Failure when
-    /// somebody still holds the provider or the module stays loaded.
+    /// Releases the provider and unloads the module, waiting up to a second for calls that still run in it. Throws
+    /// Failure when the module stays loaded.
     void Unload();
 
 private:

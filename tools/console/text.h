@@ -13,7 +13,7 @@ namespace orvel::console {
 using orvel::ToUtf8;
 using orvel::ToWide;
 
-/// An error code for people: "0x80070002 (File not found.)", without the brackets when the system has no text.
+/// Describes an error code: "0x80070002 (File not found.)", without the brackets when the system has no text.
 std::string Describe(HRESULT code);
 
 /// Writes data to standard output; the marks of terminal.h become colours or vanish. Throws Failure when it cannot be

@@ -7,12 +7,12 @@
 
 namespace orvel::console {
 
-/// What one collection of one metric brought.
+/// The values of one metric in one collection.
 struct Collection {
     unsigned number; ///< from 1
     std::wstring metric;
     std::vector<MetricValue> values;
-    std::vector<std::wstring> infoLines; ///< what the provider said meanwhile
+    std::vector<std::wstring> infoLines; ///< that the provider logged meanwhile
 };
 
 /// One JSON object per value and line, in the order written. The value is exact: a lone surrogate or a control

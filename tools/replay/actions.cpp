@@ -20,7 +20,7 @@ std::wstring Text(const Node& node, std::wstring_view attribute)
     return std::wstring(value != nullptr ? *value : std::wstring_view());
 }
 
-/// A path of the action, its environment variables replaced.
+/// Returns an attribute as a path, with environment variables replaced.
 std::wstring Path(const Node& node, std::wstring_view attribute)
 {
     const std::wstring text = Text(node, attribute);
@@ -41,7 +41,7 @@ DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
 {
     const std::wstring path = Path(node, L"file");
     CreateFoldersOf(path);
-    // Like the service that it plays, it lets others read, rename and delete the file meanwhile.
+    // Like the service that writes such files, allow others to read, rename and delete it meanwhile.
     const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                     nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {

@@ -6,10 +6,10 @@
 
 namespace orvel::replay {
 
-/// Carries an action out that changes a file or a registry value. Gives 0 or a Win32 code.
+/// Carries out an action that changes a file or a registry value. Returns 0 or a Win32 code.
 DWORD CarryOut(const Action& action);
 
-/// How many milliseconds a waiting action waits.
+/// Returns the milliseconds that a waiting action waits.
 DWORD WaitTime(const Action& action);
 
 } // namespace orvel::replay

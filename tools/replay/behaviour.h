@@ -10,8 +10,8 @@
 
 namespace orvel::replay {
 
-/// What was asked of the log as a whole, modes and faults to come, and what is kept for who asks later: counts, and why
-/// something was refused last. Any thread.
+/// The modes and faults that were set for the whole log, and what ReplayCalls, ReplayClosesInsideCallback and
+/// ReplayLastRefusal return. Any thread.
 class Behaviour {
 public:
     static Behaviour& Instance();
@@ -34,13 +34,13 @@ public:
         ReplayFault kind = ReplayFail;
         DWORD code = 0;
     };
-    /// Counts a call and gives the fault that is due with it.
+    /// Counts a call and returns the fault that is set for it.
     Fault CountCall(ReplayFunction function);
 
 private:
     struct Injection {
         ReplayFunction function;
-        DWORD call; // the number of the call that it meets; 0: every one
+        DWORD call; // the number of the call that fails; 0: every call
         Fault fault;
     };
 
@@ -53,7 +53,7 @@ private:
     std::vector<Injection> injections_;
 };
 
-/// One call of an exported Event Log function: counts it, knows its fault, and leaves the thread's last error as asked.
+/// One call of an exported Event Log function: counts it, holds its fault, and sets the thread's last error.
 class Call {
 public:
     explicit Call(ReplayFunction function)

@@ -4,7 +4,7 @@
 
 namespace orvel::replay {
 
-/// What to do about a file that is no export.
+/// What to do about a file that is not an export.
 constexpr wchar_t kHowToExport[] = L"export with: wevtutil qe LOG /f:RenderedXml /e:Events";
 
 /// Reads the event or action that the reader stands at. Throws TextError for an element that is neither, for an event

@@ -12,23 +12,23 @@
 
 namespace orvel::replay {
 
-/// All handles that the stand-in has given out. A value is never given out twice, so that a handle closed before, or an
-/// event's handle used after its callback, is found out. Any thread.
+/// The handles of the stand-in. No value is used twice, so that the use of a closed handle, or of an event's handle
+/// after its callback, is detected. Any thread.
 class HandleTable {
 public:
     static HandleTable& Instance();
 
     EVT_HANDLE Open(ReplayHandleKind kind, std::shared_ptr<const void> object);
 
-    /// The object of an open handle of that kind, alive while the caller keeps it; null, and counted, for others.
+    /// Returns the object of an open handle of that kind and shares its ownership; null, and counted, for others.
     template <typename Object>
     std::shared_ptr<const Object> Find(EVT_HANDLE handle, ReplayHandleKind kind)
     {
         return std::static_pointer_cast<const Object>(FindObject(handle, kind));
     }
 
-    /// Closes a handle and gives its object and kind; null, and counted, when it is not open. EVT_SUBSCRIBE_CALLBACK
-    /// page: the event's handle must not be closed; only its delivery does, which says so with `isDelivery`.
+    /// Closes a handle and returns its object and kind; null, and counted, if it is not open. EVT_SUBSCRIBE_CALLBACK
+    /// page: a client must not close an event's handle; its delivery does, with `isDelivery`.
     std::shared_ptr<const void> Close(EVT_HANDLE handle, ReplayHandleKind& kind, bool isDelivery = false);
 
     DWORD CountOpen(ReplayHandleKind kind);

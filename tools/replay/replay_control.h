@@ -4,8 +4,8 @@
 // beside the Event Log's own; load that DLL by its full path before the module, then find them with GetProcAddress (see
 // replay_client.h), so that a program does not depend on the stand-in at load time.
 //
-// All functions may be called from any thread, but not from inside a delivery unless said otherwise. Those that give a
-// DWORD give 0 or a Win32 code.
+// All functions may be called from any thread, but not from inside a delivery unless said otherwise. Those that return
+// a DWORD return 0 or a Win32 code.
 
 #include <windows.h>
 #include <winevt.h>
@@ -30,32 +30,32 @@ enum ReplayHandleKind : DWORD {
     ReplayHandleKindCount
 };
 
-/// What a call does instead of its work; see ReplayInject.
+/// How a call fails; see ReplayInject.
 enum ReplayFault : DWORD {
     ReplayFail,           // fails with `code`
     ReplayFailWithText,   // fails with `code`, though the buffer was filled (EvtFormatMessage, 15029 to 15031)
-    ReplayTruncated,      // succeeds, but fills only the first half of the buffer and ends the text nowhere
-    ReplayUsedTooLarge,   // succeeds, and reports more used than the buffer has
+    ReplayTruncated,      // succeeds, but fills only the first half of the buffer and leaves the text unterminated
+    ReplayUsedTooLarge,   // succeeds, and reports more used than the size of the buffer
     ReplayLongerNextTime, // the sizing call asks for less than the call after it will need
     ReplayNullValues,     // EvtRender: every value is a null variant whose union holds junk
-    ReplayOtherTypes,     // EvtRender: every value is of a type that nobody asked for
+    ReplayOtherTypes,     // EvtRender: every value has a type that was not asked for
     ReplayNoBufferNeeded, // succeeds at once without a buffer
 };
 
-/// Ways in which the whole log behaves; combined as a mask. 0 is what the platform documents.
+/// How the whole log behaves; combined as a mask. 0 is what the platform documents.
 enum ReplayMode : DWORD {
     ReplayCloseDoesNotWait = 1,   // EvtClose of a subscription returns while its callback runs
     ReplayLastErrorUntouched = 2, // a successful call leaves the thread's last error alone instead of setting 0
-    ReplayDeliverAfterClose = 4,  // a closed subscription goes on being called with its old context
+    ReplayDeliverAfterClose = 4,  // a closed subscription is still called with its old context
     ReplayOnCallingThread = 8,    // ReplayPlay and ReplayDeliver call back on the caller's own thread
     ReplayErrorAtSizingCall = 16, // 15027 to 15031 of a message without text come at the sizing call (default: 15027
                                   // there, 15029 to 15031 at the second)
-    ReplayWithoutWaits = 32,      // ReplayPlay passes over actions that wait
-    ReplayWithoutActions = 64,    // ReplayPlay passes over all actions
+    ReplayWithoutWaits = 32,      // ReplayPlay skips actions that wait
+    ReplayWithoutActions = 64,    // ReplayPlay skips all actions
 };
 
-/// Called after each entry, event or action, with how many of how many are done, and from time to time while an action
-/// waits; gives FALSE to stop.
+/// Called after each entry, event or action, with the number of entries done and the total, and from time to time while
+/// an action waits. Returns FALSE to stop.
 typedef BOOL(CALLBACK* ReplayProgress)(void* context, DWORD done, DWORD total);
 
 /// What a query makes of one event; the texts last as long as the call.
@@ -78,10 +78,10 @@ struct ReplayProblem {
 extern "C" {
 
 /// Reads an export (`wevtutil qe LOG /f:RenderedXml /e:Events`, with replay actions between the events) and makes it
-/// the log's future: nothing is delivered yet. A failure puts an explanation with line and column into `message`.
+/// the current log; nothing is delivered yet. On failure, `message` explains it with line and column.
 DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
 
-/// As ReplayLoad, from a text in memory, or from a file's bytes there.
+/// As ReplayLoad, from a text or from a file's bytes in memory.
 DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters);
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
@@ -110,7 +110,7 @@ void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context);
 
 /// Delivers one loaded event, `times` times, and returns when all deliveries have ended. May run on several threads at
 /// once; deliveries to one subscription are still one at a time. ERROR_INVALID_PARAMETER (87) when there is no such
-/// event; this and the others give ERROR_POSSIBLE_DEADLOCK (1131) from inside a callback.
+/// event; this and the others return ERROR_POSSIBLE_DEADLOCK (1131) from inside a callback.
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times);
 
 /// Calls every subscription with action 0 and a Win32 code, as the platform reports missing records.
@@ -123,7 +123,7 @@ void WINAPI ReplaySetMode(DWORD modes);
 /// Several may be set.
 void WINAPI ReplayInject(ReplayFunction function, DWORD occurrence, ReplayFault fault, DWORD code);
 
-/// Forgets what was injected, the modes and the counts of calls; open handles stay open and counted.
+/// Resets faults, modes and the counts of calls; open handles stay open and counted.
 void WINAPI ReplayReset();
 
 /// Calls made since the last reset; open handles of a kind; closings of a subscription inside its own callback, which
@@ -132,8 +132,8 @@ DWORD WINAPI ReplayCalls(ReplayFunction function);
 DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind);
 DWORD WINAPI ReplayClosesInsideCallback();
 
-/// Calls made so far with a handle that was not open: closed before, never given out, of another kind, an event's after
-/// its callback, or an event's that was to be closed. They failed with 6.
+/// Returns the number of calls with a handle that was closed, never opened or of another kind, with an event's handle
+/// after its callback, and of attempts to close an event's handle. They failed with 6.
 DWORD WINAPI ReplayInvalidHandles();
 
 /// Why the last EvtSubscribe of any thread was refused, for people: the place in the query where it stopped, or the

@@ -77,7 +77,7 @@ private:
 
     std::mutex lock_;
     std::condition_variable queueChanged_;
-    std::condition_variable ended_;         // a callback has returned
+    std::condition_variable ended_; // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     std::atomic<bool> isClosed_ = false;

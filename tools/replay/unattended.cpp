@@ -30,7 +30,7 @@ DWORD Start()
     }
     wchar_t message[MAX_PATH] = L"the name is too long";
     const DWORD error = length < MAX_PATH ? ReplayLoad(path, message, MAX_PATH) : ERROR_FILENAME_EXCED_RANGE;
-    // The thread outlives whoever loaded this DLL: it stays.
+    // The thread may outlive the code that loaded this DLL, so the DLL stays loaded.
     HMODULE self = nullptr;
     if (error == ERROR_SUCCESS &&
         GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,

@@ -170,8 +170,8 @@ void XmlReader::Fail(size_t offset, std::wstring reason) const
 {
     const size_t line = depth_ != 0 ? open_[depth_ - 1].node.nameLine : containerLine_;
     if (offset == text_.size()) {
-        reason = L"the text ends inside the element that begins in line " + std::to_wstring(line) +
-                 L"; was it cut off?";
+        reason =
+            L"the text ends inside the element that begins in line " + std::to_wstring(line) + L"; was it cut off?";
     }
     TextPlace place;
     Advance(place, text_, offset);

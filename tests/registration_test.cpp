@@ -80,6 +80,7 @@ Tree Additions()
     std::wifstream file("registration/added.txt");
     for (std::wstring line; std::getline(file, line);) {
         if (!line.starts_with(L'#')) {
+            line = std::regex_replace(line, std::wregex(L"win64"), sizeof(void*) == 8 ? L"win64" : L"win32");
             lines.insert(line.substr(0, line.find(L'|')));
             lines.insert(std::regex_replace(line, std::wregex(L"@"), kOddFolder));
         }
@@ -276,7 +277,9 @@ TEST(TypeLibrary, RefersToTheHostsInterfaces)
         EXPECT_EQ(containing->guid, kHostLibrary);
         container->ReleaseTLibAttr(containing);
     }
-    EXPECT_EQ(UnRegisterTypeLib(kHostLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL, SYS_WIN64), S_OK);
+    EXPECT_EQ(UnRegisterTypeLib(kHostLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL,
+                                sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32),
+              S_OK);
 }
 
 _COM_SMARTPTR_TYPEDEF(IOrvelDataProvider, __uuidof(IOrvelDataProvider));

@@ -1,111 +1,144 @@
+// What queries select, through the replay log itself. The cases are in tests/queries, which has a page about them.
+
+#include "tests/support/module_under_test.h"
 #include "tools/replay/event_time.h"
-#include "tools/replay/query.h"
-#include "tools/replay/xml_reader.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include <fstream>
+#include <sstream>
 
 namespace orvel::replay {
 namespace {
 
-const Node& SampleEvent()
+/// A file beside the program, with UTF-8 decoded.
+std::wstring ReadText(const char* name)
 {
-    static const XmlDocument document(
-        "<Event><System><Provider Name='Application Error'/><EventID>1000</EventID><Level>2</Level>"
-        "<Keywords>0x80000000000000</Keywords><TimeCreated SystemTime='2026-01-22T02:01:56.1870423Z'/></System>"
-        "<EventData><Data Name='App'>a.exe</Data><Data>-7</Data><Data>2026-01-22T02:01:57.1870423Z</Data></EventData>"
-        "</Event>");
-    return document.Root();
+    std::ifstream file(std::string("queries/") + name, std::ios::binary);
+    std::stringstream bytes;
+    bytes << file.rdbuf();
+    const std::string text = bytes.str();
+    EXPECT_FALSE(text.empty()) << name;
+    std::wstring wide(text.size(), L'\0');
+    wide.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                                        wide.data(), static_cast<int>(wide.size()))));
+    return wide;
 }
 
-TEST(ReplayQuery, SelectsAsTheEventLogDoes)
+/// The lines of a file, without comments and empty lines.
+std::vector<std::wstring> ReadLines(const char* name)
 {
-    const std::pair<const wchar_t*, bool> kCases[] = {
-        {L" * ", true},
-        {L"Event/System[EventID=1000]", true},
-        {L"*[System[Provider[@Name='Application Error'] and (EventID=1 or EventID=1000)]]", true},
-        {L"*[System/EventID=1000 or System/Level=1 and System/Level=3]", true},
-        {L"*[(System/EventID=1000 or System/Level=1) and System/Level=3]", false},
-        {L"*[System[2 <= Level and 3>Level and 1000 != Level]]", true},
-        {L"*[EventData[Data[@Name=\"App\"]='a.exe' and Data[position()>1]='-7' and Data[2] < 0]]", true},
-        {L"*[*/*[@Name][2]]", false},
-        {L"*[EventData/Data[4]]", false},
-        {L"*[System[band(Keywords,36028797018963968)]]", true},
-        {L"*[System[band(1,Keywords)]]", false},
-        {L"*[System/TimeCreated[timediff(@SystemTime) <= 86400000]]", true},
-        {L"*[timediff(System/TimeCreated/@SystemTime,EventData/Data[3]) = 1000]", true},
-        {L"*[System/TimeCreated[@SystemTime>='2026-01-22T02:01:56.187Z' and @SystemTime<'2026-01-22T02:01:57Z']]",
-         true},
-    };
-    for (const auto& [text, expected] : kCases) {
-        EXPECT_EQ(Query::Parse(text).Matches(SampleEvent()), expected) << testing::Message() << text;
-    }
-}
-
-TEST(ReplayQuery, TellsTheFirstConditionThatFailedAndWhatItMet)
-{
-    const std::pair<const wchar_t*, const wchar_t*> kCases[] = {
-        {L"*[System[Level=2 and EventID=1001 and Level=9]]", L"EventID is 1000, the query wants 1001"},
-        {L"*[System[EventID=1 or EventID>1000]]", L"EventID is 1000, the query wants 1 or more than 1000"},
-        {L"*[System[EventID=1 or Level!=2]]",
-         L"EventID is 1000, the query wants 1; Level is 2, the query wants another than 2"},
-        {L"*[System[Provider[@Name='x']]]", L"Provider/@Name is 'Application Error', the query wants 'x'"},
-        {L"*[System/Channel]", L"System has no Channel"},
-        {L"*[UserData[a=1]]", L"Event has no UserData"},
-        {L"*[EventData/Data[@Name='App']='b.exe']", L"Data is 'a.exe' (one of 3 Data), the query wants 'b.exe'"},
-        {L"*[EventData/Data[@Name='Path']]", L"Data/@Name is 'App' (one of 3 Data), the query wants 'Path'"},
-        {L"*[System[band(Keywords,1)]]", L"Keywords is 0x80000000000000, the query wants a bit of 1"},
-        {L"*[System/Level[2]]", L"Level is number 1, the query wants 2"},
-        {L"*[System/TimeCreated[timediff(@SystemTime) > 5]]", L"timediff() is 0, the query wants more than 5"},
-        {L"*", L""},
-    };
-    for (const auto& [text, expected] : kCases) {
-        EXPECT_EQ(Query::Parse(text).Explain(SampleEvent()), expected) << testing::Message() << text;
-    }
-}
-
-TEST(ReplayQuery, RefusesWhatItDoesNotUnderstandAndSaysWhere)
-{
-    std::wstring many = L"*[a=1";
-    for (int i = 1; i < 20; ++i) {
-        many += L" or a=1";
-    }
-    EXPECT_NO_THROW(Query::Parse(many + L"]"));
-    const std::pair<std::wstring, size_t> kCases[] = {
-        {L"", 0},
-        {L"/Event", 0},
-        {L"* or *", 2},
-        {L"*[a", 3},
-        {L"*[a=]", 4},
-        {L"*[a='x]", 4},
-        {L"*[a<'x']", 2},
-        {L"*[not(a)]", 2},
-        {L"*[a=b]", 2},
-        {L"*[a=1.5]", 4},
-        {L"*[a=0x10]", 4},
-        {L"*[a=-1]", 4},
-        {L"*[1]", 0},
-        {L"*['x']", 2},
-        {L"*[a=1 and]", 9},
-        {L"*[a=1=1]", 5},
-        {L"*[a::b]", 2},
-        {L"*[timediff('x')=1]", 2},
-        {L"*[@a[1]]", 4},
-        {L"*[band(a,b)]", 2},
-        {many + L" or b]", many.size() + 4},
-        {L"*[" + std::wstring(100'000, L'('), 66},
-    };
-    for (const auto& [text, position] : kCases) {
-        SCOPED_TRACE(testing::Message() << text.substr(0, 200));
-        try {
-            Query::Parse(text);
-            ADD_FAILURE() << "was taken";
-        } catch (const QueryError& error) {
-            EXPECT_EQ(error.code, text.size() > 100 ? kQueryTooComplex : kInvalidQuery);
-            EXPECT_EQ(error.position, position);
+    std::vector<std::wstring> lines;
+    std::wistringstream text(ReadText(name));
+    for (std::wstring line; std::getline(text, line);) {
+        if (!line.empty() && line.front() != L'#') {
+            lines.push_back(line);
         }
     }
+    return lines;
+}
+
+void LoadExport(const wchar_t* name)
+{
+    wchar_t message[512] = L"";
+    EXPECT_EQ(Replay().Load((std::wstring(L"queries/") + name).c_str(), message, 512), 0U) << message;
+}
+
+struct Judgement {
+    unsigned code = 0;
+    ReplayProblem problem{};
+    std::vector<int> selected; // EventRecordIDs of events.export.xml
+    std::wstring reason;       // why the last event is left out
+    int events = 0;
+};
+
+Judgement Judge(const std::wstring& channel, const std::wstring& query)
+{
+    Judgement judgement;
+    const auto judge = [](void* context, const ReplayVerdict* verdict) {
+        auto& result = *static_cast<Judgement*>(context);
+        if (verdict->reason == nullptr) {
+            result.selected.push_back(1001 + result.events);
+        }
+        result.reason = verdict->reason != nullptr ? verdict->reason : L"";
+        ++result.events;
+    };
+    judgement.code = Replay().Judge(channel.c_str(), query.c_str(), judge, &judgement, &judgement.problem);
+    return judgement;
+}
+
+/// The text of a member of a JSON object that has it as "name": "text".
+std::wstring Member(const std::wstring& line, const std::wstring& name)
+{
+    std::wstring text;
+    for (size_t i = line.find(L"\"" + name + L"\": \"") + name.size() + 5; line[i] != L'"'; ++i) {
+        if (line[i] == L'\\') {
+            ++i;
+            text += line[i] == L'n' ? L'\n' : line[i] == L't' ? L'\t' : line[i];
+        } else {
+            text += line[i];
+        }
+    }
+    return text;
+}
+
+TEST(ReplayQuery, SelectsTheEventsThatAnIndependentEvaluatorSelects)
+{
+    LoadExport(L"events.export.xml");
+    const auto lines = ReadLines("queries.jsonl");
+    EXPECT_EQ(lines.size(), 85U);
+    for (const std::wstring& line : lines) {
+        std::vector<int> expected;
+        std::wistringstream numbers(line.substr(line.find(L"\"selects\": [") + 12));
+        for (int number = 0; numbers >> number; numbers.ignore()) {
+            expected.push_back(number);
+        }
+        const Judgement judgement = Judge(Member(line, L"channel"), Member(line, L"query"));
+        EXPECT_EQ(judgement.code, 0U) << line << judgement.problem.reason;
+        EXPECT_EQ(judgement.selected, expected) << testing::PrintToString(line);
+    }
+}
+
+TEST(ReplayQuery, FollowsEachDocumentedRule)
+{
+    LoadExport(L"rules.export.xml");
+    for (const std::wstring& line : ReadLines("rules.txt")) {
+        SCOPED_TRACE(testing::PrintToString(line));
+        const size_t first = line.find(L" | "), second = line.find(L" | ", first + 1);
+        const Judgement judgement = Judge(L"application", line.substr(second + 3));
+        std::wstring result = judgement.selected.empty() ? L"no" : L"yes";
+        if (judgement.code != 0) {
+            const std::wstring reason = judgement.problem.reason;
+            const size_t place = reason.rfind(L"(at character ") + 14;
+            result = std::to_wstring(judgement.code) + L"@" + reason.substr(place, reason.size() - place - 1);
+            EXPECT_EQ(reason.find(L"documentation: ") == reason.npos, judgement.code == ERROR_NOT_SUPPORTED);
+        }
+        const std::wstring expected = line.substr(first + 3, second - first - 3);
+        EXPECT_EQ(result, expected.substr(0, expected.find(L' '))) << judgement.problem.reason;
+    }
+}
+
+TEST(ReplayQuery, ExplainsWhyAnEventIsLeftOut)
+{
+    LoadExport(L"rules.export.xml");
+    const auto lines = ReadLines("explanations.txt");
+    for (size_t i = 0; i + 1 < lines.size(); i += 2) {
+        const Judgement judgement = Judge(L"Application", lines[i]);
+        EXPECT_EQ(L"    " + judgement.reason, lines[i + 1]) << testing::PrintToString(lines[i]);
+    }
+}
+
+TEST(ReplayQuery, LimitsExpressionsToTwentyAndThirtyTwo)
+{
+    LoadExport(L"rules.export.xml");
+    std::wstring query = L"*[System/Level=2";
+    const auto isTaken = [&](const std::wstring& text) { return Judge(L"Application", text).code == 0; };
+    for (int count = 2; count <= 33; ++count) {
+        query += L" or b";
+        const std::wstring list =
+            L"<QueryList><Query Path='Application'><Select>" + query + L"]</Select></Query></QueryList>";
+        EXPECT_EQ(isTaken(query + L"]"), count <= 20) << count;
+        EXPECT_EQ(isTaken(list), count <= 32) << count;
+    }
+    EXPECT_EQ(Judge(L"Application", query + L"]").code, 15026U);
 }
 
 TEST(ReplayQuery, ReadsEventTimes)
@@ -116,11 +149,12 @@ TEST(ReplayQuery, ReadsEventTimes)
         {L"2023-02-29T00:00:00Z", std::nullopt},
         {L"2024-01-01T24:00:00Z", std::nullopt},
         {L"2024-01-01T00:00:00.Z", std::nullopt},
-        {L"2024-01-01T00:00:00", std::nullopt},
+        {L"2024-01-01T00:00:00+01:00", std::nullopt},
+        {L"2024-01-01T00:00", std::nullopt},
         {L"1600-12-31T23:59:59Z", std::nullopt},
     };
     for (const auto& [text, expected] : kCases) {
-        EXPECT_EQ(ParseEventTime(text), expected) << testing::Message() << text;
+        EXPECT_EQ(ParseEventTime(text), expected) << testing::PrintToString(text);
     }
 }
 

@@ -11,7 +11,7 @@ static auto Try(std::wstring_view text, const Parse& parse) -> std::optional<dec
         return parse(text);
     } catch (const QueryError& error) {
         assert(error.position <= text.size() && !error.reason.empty());
-        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex);
+        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotUnderstood);
         return std::nullopt;
     }
 }
@@ -34,18 +34,19 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     const auto selector = [](std::wstring_view query) { return Query::Parse(query); };
     const auto query = Try(text, selector);
     const bool matches = query && query->Matches(event.xml);
-    // Blanks around a query mean nothing, another predicate never selects more, and a selection judges likewise.
+    // Blanks and parentheses around a query mean nothing, another predicate never selects more, and a selection agrees.
     const auto padded = Try(L"\t " + text + L"\r\n ", selector);
     assert(padded.has_value() == query.has_value() && (!padded || padded->Matches(event.xml) == matches));
+    const auto enclosed = Try(L"(" + text + L")", selector);
+    assert(!enclosed || !query || enclosed->Matches(event.xml) == matches);
     const auto narrower = Try(text + L"[EventID>=1000]", selector);
     assert(!narrower || !narrower->Matches(event.xml) || matches);
     const auto select = [](std::wstring_view all) { return Selection::OfChannel(L"APPLICATION", all); };
     const auto selection = Try(text, select);
     assert(text.empty() ||
            (selection.has_value() == query.has_value() && (!query || selection->Matches(event) == matches)));
-    // Whatever is left out is explained, and nothing else.
-    assert(!query || query->Explain(event.xml).empty() == matches);
-    // The path of a value is a query, too, and its plain form leads to a value whenever it does itself.
+    assert(!query || matches || !query->Explain(event.xml).text.empty());
+    // The path of a value is also a query, and its plain form leads to a value whenever it does.
     if (const auto path = Try(text, &Query::ParseValuePath)) {
         const auto plain = Query::ParseValuePath(path->PlainPath());
         assert(query && plain.PlainPath() == path->PlainPath() && (!matches || plain.Matches(event.xml)));

@@ -16,21 +16,6 @@ namespace {
 
 constexpr uint64_t kJunk = 0x01CD'CDCD'CDCD'CDCD; // as a FILETIME 2012-11-29 01:06:46.841 UTC
 
-void CheckChannels(const Selection& selection, bool isStructured)
-{
-    const auto log = CurrentLog();
-    for (const std::wstring& channel : selection.Channels()) {
-        if (!IsKnownChannel(*log, channel)) {
-            const DWORD code = isStructured ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
-            throw Refusal{code, L"there is no channel '" + channel + L"'"};
-        }
-        // An ordinary account may not read it; an export of it was made by one that may.
-        if (EqualNames(channel, L"Security") && !log->channels.contains(channel)) {
-            throw Refusal{ERROR_ACCESS_DENIED, L"no access to the channel '" + channel + L"'"};
-        }
-    }
-}
-
 EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, const wchar_t* query,
                      EVT_HANDLE bookmark, void* context, EVT_SUBSCRIBE_CALLBACK callback, DWORD flags)
 {
@@ -43,7 +28,7 @@ EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, 
     }
     bool isStructured = false;
     Selection selection = MakeSelection(channel, query, isStructured);
-    CheckChannels(selection, isStructured);
+    CheckChannels(selection, isStructured, *CurrentLog());
     auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
     const EVT_HANDLE handle = HandleTable::Instance().Open(ReplaySubscriptionHandle, subscriber);
     SubscriberList::Instance().Add(std::move(subscriber));
@@ -228,12 +213,11 @@ EVT_HANDLE WINAPI EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher
         code = publisherId == nullptr ? ERROR_INVALID_PARAMETER : ERROR_NOT_SUPPORTED;
     }
     if (code == ERROR_SUCCESS) {
-        const auto log = CurrentLog();
-        const auto publisher = log->publishers.find(publisherId);
         // Event Log clients see this code for a publisher that is not registered.
-        code = publisher == log->publishers.end() ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS;
-        if (code == ERROR_SUCCESS) {
-            handle = HandleTable::Instance().Open(ReplayPublisherHandle, publisher->second);
+        code = ERROR_FILE_NOT_FOUND;
+        if (auto publisher = FindPublisher(*CurrentLog(), publisherId)) {
+            handle = HandleTable::Instance().Open(ReplayPublisherHandle, std::move(publisher));
+            code = ERROR_SUCCESS;
         }
     }
     call.Finish(code);

@@ -74,6 +74,7 @@ struct Event {
     std::wstring_view publisher;
     std::wstring_view channel;
     std::optional<std::wstring_view> message; ///< line ends are CR LF, as a formatted message has them
+    bool isForwarded = false;                 ///< marked as an event that another computer forwarded
     unsigned messageError = 0;                ///< the code that formatting returns instead of success
 };
 
@@ -84,7 +85,14 @@ struct Action {
     Node node;
 };
 
-using Entry = std::variant<Event, Action>;
+/// What the export says of the desktop beside its events. The kinds have the values of ReplayDeclaration.
+struct Declaration {
+    enum Kind { Channel, Publisher, MissingPublisher };
+    Kind kind;
+    std::wstring_view name;
+};
+
+using Entry = std::variant<Event, Action, Declaration>;
 
 /// What is wrong with an export or a structured query, with the place: line and column from 1.
 struct TextError {

@@ -1,5 +1,7 @@
 #include "tools/replay/event_time.h"
 
+#include "tools/replay/query_open_points.h"
+
 #include <array>
 #include <chrono>
 
@@ -17,7 +19,7 @@ bool IsDigit(wchar_t c)
 std::optional<uint64_t> ParseEventTime(std::wstring_view text)
 {
     constexpr std::wstring_view kPattern = L"0000-00-00T00:00:00"; // 0 stands for any digit
-    if (text.size() <= kPattern.size()) {
+    if (text.size() < kPattern.size()) {
         return std::nullopt;
     }
     std::array<unsigned, 6> fields{};
@@ -35,7 +37,7 @@ std::optional<uint64_t> ParseEventTime(std::wstring_view text)
     text.remove_prefix(kPattern.size());
 
     uint64_t fraction = 0;
-    if (text.front() == L'.') {
+    if (text.starts_with(L'.')) {
         size_t digits = 1;
         for (uint64_t unit = 1'000'000; digits < text.size() && IsDigit(text[digits]); ++digits, unit /= 10) {
             fraction += unit * static_cast<unsigned>(text[digits] - L'0');
@@ -47,7 +49,8 @@ std::optional<uint64_t> ParseEventTime(std::wstring_view text)
     const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
                                            std::chrono::day(day)};
     constexpr std::chrono::sys_days kEpoch = std::chrono::year(1601) / 1 / 1;
-    if (text != L"Z" || !date.ok() || date < kEpoch || hour > 23 || minute > 59 || second > 59) {
+    const bool isUtc = text == L"Z" || (text.empty() && kTimesMayLackZ);
+    if (!isUtc || !date.ok() || date < kEpoch || hour > 23 || minute > 59 || second > 59) {
         return std::nullopt;
     }
     const auto days = static_cast<uint64_t>((std::chrono::sys_days{date} - kEpoch).count());

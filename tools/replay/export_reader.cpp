@@ -39,6 +39,7 @@ const AttributeValues kChoices[] = {
 };
 
 constexpr std::wstring_view kErrorAttribute = L"replay:error";
+constexpr std::wstring_view kForwardedAttribute = L"replay:forwarded";
 
 template <typename Range>
 bool Contains(const Range& range, std::wstring_view value)
@@ -83,6 +84,24 @@ Action MakeAction(const Node& node)
     return {form->kind, node};
 }
 
+bool IsDeclaration(const Node& node)
+{
+    return node.name == L"replay:channel" || node.name == L"replay:publisher" ||
+           node.name == L"replay:missing-publisher";
+}
+
+Declaration MakeDeclaration(const Node& node)
+{
+    const std::wstring_view* const name = node.Attribute(L"name");
+    if (name == nullptr || name->empty() || node.attributes.size() != 1) {
+        Refuse(node, L"<", node.name, L"> has one attribute, 'name'");
+    }
+    const auto kind = node.name == L"replay:channel"     ? Declaration::Channel
+                      : node.name == L"replay:publisher" ? Declaration::Publisher
+                                                         : Declaration::MissingPublisher;
+    return {kind, *name};
+}
+
 Event MakeEvent(const Node& node, Arena& arena)
 {
     Event event;
@@ -97,7 +116,7 @@ Event MakeEvent(const Node& node, Arena& arena)
     event.publisher = name != nullptr ? *name : std::wstring_view();
     event.xml = node;
 
-    // The rendering and replay:error are the tool's, not part of the event that a query or a render context sees.
+    // The rendering and the replay attributes are not part of the event that queries and render contexts see.
     Node* const children = Allocate<Node>(arena, node.children.size());
     event.xml.children = {children, std::copy_if(node.children.begin(), node.children.end(), children,
                                                  [](const Node& child) { return child.name != L"RenderingInfo"; })};
@@ -108,7 +127,13 @@ Event MakeEvent(const Node& node, Arena& arena)
     NodeAttribute* const attributes = Allocate<NodeAttribute>(arena, node.attributes.size());
     event.xml.attributes = {attributes,
                             std::copy_if(node.attributes.begin(), node.attributes.end(), attributes,
-                                         [](const NodeAttribute& other) { return other.name != kErrorAttribute; })};
+                                         [](const NodeAttribute& other) { return !other.name.starts_with(kReplayPrefix); })};
+    if (const std::wstring_view* text = node.Attribute(kForwardedAttribute)) {
+        if (*text != L"true" && *text != L"false") {
+            Refuse(node, L"replay:forwarded='", *text, L"' is not possible: true and false are");
+        }
+        event.isForwarded = *text == L"true";
+    }
     if (const std::wstring_view* text = node.Attribute(kErrorAttribute)) {
         const uint64_t error = ParseWholeNumber(*text).value_or(WholeNumber{}).magnitude;
         if (error < 15027 || error > 15033 || error == 15032) {
@@ -147,6 +172,9 @@ Entry ReadEntry(XmlReader& reader, Arena& arena)
     const Node node = reader.Read(arena);
     if (node.name == L"Event") {
         return MakeEvent(node, arena);
+    }
+    if (IsDeclaration(node)) {
+        return MakeDeclaration(node);
     }
     if (node.name.starts_with(kReplayPrefix)) {
         return MakeAction(node);

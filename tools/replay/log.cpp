@@ -17,6 +17,7 @@ constexpr const wchar_t* kClassicChannels[] = {L"Application", L"System", L"Secu
 constexpr const wchar_t* kInstalledPublishers[] = {L"Application Error", L"korvex"};
 
 std::mutex currentLock;
+Desktop declared; // by ReplayDeclare
 
 std::shared_ptr<const Log>& Current()
 {
@@ -55,6 +56,10 @@ Log::Log(std::string utf8) : text(std::move(utf8)), root(text)
 
 void Log::Take(const Entry& entry, const TextPlace& place)
 {
+    if (const auto* const declaration = std::get_if<Declaration>(&entry)) {
+        desktop.Add(declaration->kind, declaration->name);
+        return;
+    }
     const auto* const event = std::get_if<Event>(&entry);
     entries.push_back({place, event != nullptr});
     if (event != nullptr) {
@@ -104,9 +109,36 @@ void SetCurrentLog(std::shared_ptr<const Log> log)
     Current().swap(log);
 }
 
+void Declare(Declaration::Kind kind, std::wstring_view name)
+{
+    const std::lock_guard guard(currentLock);
+    declared.Add(kind, name);
+}
+
+bool HasChannel(const Log& log, std::wstring_view channel)
+{
+    const std::lock_guard guard(currentLock);
+    return log.channels.contains(channel) || log.desktop.Has(Declaration::Channel, channel) ||
+           declared.Has(Declaration::Channel, channel);
+}
+
+std::shared_ptr<const std::wstring> FindPublisher(const Log& log, std::wstring_view name)
+{
+    const std::lock_guard guard(currentLock);
+    if (log.desktop.Has(Declaration::MissingPublisher, name) || declared.Has(Declaration::MissingPublisher, name)) {
+        return nullptr;
+    }
+    const auto publisher = log.publishers.find(name);
+    if (publisher != log.publishers.end()) {
+        return publisher->second;
+    }
+    const bool isDeclared = log.desktop.Has(Declaration::Publisher, name) || declared.Has(Declaration::Publisher, name);
+    return isDeclared ? std::make_shared<std::wstring>(name) : nullptr;
+}
+
 bool IsKnownChannel(const Log& log, std::wstring_view channel)
 {
-    return log.channels.contains(channel) ||
+    return HasChannel(log, channel) ||
            std::any_of(std::begin(kClassicChannels), std::end(kClassicChannels),
                        [&](const wchar_t* classic) { return EqualNames(classic, channel); });
 }

@@ -14,6 +14,16 @@ struct NameOrder {
     bool operator()(std::wstring_view a, std::wstring_view b) const;
 };
 
+/// What the desktop is declared to have, beside what the export has events of.
+class Desktop {
+public:
+    void Add(Declaration::Kind kind, std::wstring_view name) { names_[kind].emplace(name); }
+    bool Has(Declaration::Kind kind, std::wstring_view name) const { return names_[kind].contains(name); }
+
+private:
+    std::array<std::set<std::wstring, NameOrder>, 3> names_;
+};
+
 /// A loaded export: its text and where each entry stands in it. Immutable; deliveries keep it alive when another one is
 /// loaded.
 struct Log {
@@ -24,6 +34,7 @@ struct Log {
     std::string text; ///< UTF-8
     XmlReader root;   ///< of the text, with the namespaces that its root element declares
     std::vector<Place> entries;
+    Desktop desktop; ///< declared by the export itself
     std::set<std::wstring, NameOrder> channels;
     /// By name; the name is all that there is of a publisher. Those of the desktop are there without an event.
     std::map<std::wstring, std::shared_ptr<const std::wstring>, NameOrder> publishers;
@@ -64,7 +75,16 @@ private:
 std::shared_ptr<const Log> CurrentLog();
 void SetCurrentLog(std::shared_ptr<const Log> log);
 
-/// Whether the log has the channel, or Windows always does.
+/// Declares something for all logs of this process.
+void Declare(Declaration::Kind kind, std::wstring_view name);
+
+/// The publisher's handle object: of the export, or declared; null if it is declared as missing, or unknown.
+std::shared_ptr<const std::wstring> FindPublisher(const Log& log, std::wstring_view name);
+
+/// Whether the log has events of the channel, or declares it.
+bool HasChannel(const Log& log, std::wstring_view channel);
+
+/// Whether the log has or declares the channel, or Windows always has it.
 bool IsKnownChannel(const Log& log, std::wstring_view channel);
 
 } // namespace orvel::replay

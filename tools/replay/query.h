@@ -1,99 +1,84 @@
 #pragma once
 
 #include "tools/replay/event_record.h"
+#include "tools/replay/event_value.h"
+#include "tools/replay/query_open_points.h"
 
-#include <cstdint>
+#include <memory>
+#include <vector>
 
 namespace orvel::replay {
 
-/// Why a query is refused: the Event Log's error code and the place, counted in characters from 0.
+constexpr unsigned kInvalidQuery = 15001;    // ERROR_EVT_INVALID_QUERY
+constexpr unsigned kQueryTooComplex = 15026; // ERROR_EVT_FILTER_TOO_COMPLEX
+constexpr unsigned kNotUnderstood = 50;      // ERROR_NOT_SUPPORTED
+
+/// Why a query is refused. Codes of the Event Log stand for what the documentation forbids, kNotUnderstood for what it
+/// leaves open and the replay log does not evaluate.
 struct QueryError {
     unsigned code;
-    size_t position;
+    size_t position; // in characters from 0
     std::wstring reason;
-    std::wstring source = {}; // the text that the position counts in, where it is not the whole query
+    std::wstring source = {}; // the text that the position counts in, if it is not the whole query
 };
 
-constexpr unsigned kInvalidQuery = 15001;     // ERROR_EVT_INVALID_QUERY
-constexpr unsigned kQueryTooComplex = 15026;  // ERROR_EVT_FILTER_TOO_COMPLEX
-constexpr size_t kMostExpressions = 20;       // EvtSubscribe page, of a query that is one XPath
-constexpr size_t kMostSelectExpressions = 32; // Query Schema page, of one Select or Suppress
+struct Expression;
 
-/// A whole number of an event or a query, of 64 bits with or without a sign.
-struct WholeNumber {
-    bool isNegative = false;
-    uint64_t magnitude = 0;
-};
-
-/// Reads a decimal number, with or without a minus sign, or a hexadecimal one that begins with 0x. Gives nothing for
-/// any other text and for what has no room in 64 bits.
-std::optional<WholeNumber> ParseWholeNumber(std::wstring_view text);
-
-/// When an event was created, as ParseEventTime gives it; nothing when it does not tell.
-std::optional<uint64_t> CreationTime(const Node& event);
-
-struct Step;
-struct Judging;
-
-/// One side of a comparison. timediff() keeps its times as two operands in `times`.
-struct Operand {
-    enum Kind { Path, Text, Number, TimeDifference, Position };
-    Kind kind = Path;
-    std::vector<Step> path;
-    std::wstring text;
-    std::optional<uint64_t> time; // of a text that is a time
-    uint64_t number = 0;
-    std::vector<Operand> times;
-};
-
-struct Expression {
-    enum Kind { Or, And, Exists, Compare, Bits };
-    enum Operator { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual };
-    Kind kind = Exists;
-    Operator comparison = Equal;
-    std::vector<Expression> parts; // of Or and And
-    Operand left;
-    Operand right;
-};
-
-/// One step of a path; an empty name stands for "*".
+/// One step of a location path. Text is the node test text(); an empty name is "*".
 struct Step {
-    bool isAttribute = false;
-    std::wstring name;
-    std::vector<Expression> predicates;
+    enum Axis { Child, Attribute, Text };
+    Axis axis = Child;
+    std::wstring name = {};
+    std::vector<Expression> predicates = {};
 };
 
-/// An XPath of the subset that the Event Log understands ([MS-EVEN6] 2.2.15 and the page Consuming Events): child and
-/// attribute steps, "*" and names, predicates with or, and, = != < <= > >=, parentheses, texts, whole numbers,
-/// position(), band() and timediff(). Immutable once made; may be used from any thread.
+/// A parsed expression. Or, And, Compare and Bits are true or false; a path stands for the nodes it leads to; the rest
+/// are operands.
+struct Expression {
+    enum Kind { Or, And, Compare, Bits, Path, Constant, TimeDifference, Position };
+    enum Operator { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual };
+    Kind kind = Path;
+    Operator comparison = Equal;                    // of Compare
+    std::vector<Expression> parts = {};             // operands of Or, And, Compare, Bits and TimeDifference
+    std::vector<Step> path = {};                    // of Path
+    std::shared_ptr<const Literal> literal = {};    // of Constant
+};
+
+/// Why a query does not select an event.
+struct QueryMiss {
+    size_t conditions = 0; // that held before the one that failed
+    size_t depth = 0;      // steps of the path that led there
+    std::wstring text = {}; // "EventID is 1001, the query wants 1000"
+};
+
+/// An XPath of the subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable; may be
+/// used from any thread.
 class Query {
 public:
-    /// Parses an event selector. Throws QueryError for everything that it does not fully understand.
+    /// Parses an event selector. Throws QueryError.
     static Query Parse(std::wstring_view text, size_t mostExpressions = kMostExpressions);
 
-    /// Parses the path of a value, which has no or and no and (EvtCreateRenderContext page).
+    /// Parses the path of a value, which has neither "or" nor "and" (EvtCreateRenderContext page). Throws QueryError.
     static Query ParseValuePath(std::wstring_view text);
 
-    /// Whether an event is selected. The log's clock stands at the event's own time while it is judged, as when it was
-    /// written: timediff() of its creation time is 0.
+    /// Whether the event is selected. The current time is the time of the event, as when it was written.
     bool Matches(const Node& event) const;
 
-    /// Why an event is not selected, for people: the first condition that failed and the value that it met, "EventID is
-    /// 1001, the query wants 1000". Empty for an event that is selected.
-    std::wstring Explain(const Node& event) const;
+    /// Why an event that the query does not match is not selected.
+    QueryMiss Explain(const Node& event) const;
 
-    /// The first value that the path leads to, attribute or text of an element; false when there is none. The view
-    /// lasts as long as the event.
+    /// Finds the first value of the value path: an attribute, or the text of an element. Returns false if there is none.
+    /// The view is valid as long as the event.
     bool FirstValue(const Node& event, std::wstring_view& value) const;
 
-    /// The path's names without predicates, "Event/System/TimeCreated/@SystemTime".
+    /// The names of the value path without predicates, "Event/System/TimeCreated/@SystemTime".
     std::wstring PlainPath() const;
 
 private:
-    template <typename Visit>
-    bool Select(const Judging& judging, const Visit& visit) const;
-
-    std::vector<Step> path_;
+    Expression root_;
 };
+
+/// When an event was created, as ParseEventTime returns it.
+std::optional<uint64_t> CreationTime(const Node& event);
 
 } // namespace orvel::replay

@@ -1,8 +1,8 @@
-#include "tools/replay/event_time.h"
 #include "tools/replay/query.h"
+#include "tools/replay/query_text.h"
 
 #include <algorithm>
-#include <limits>
+#include <utility>
 
 namespace orvel::replay {
 
@@ -10,229 +10,146 @@ namespace {
 
 constexpr size_t kDeepest = 64;
 
-bool IsNameCharacter(wchar_t c)
+bool IsCondition(const Expression& expression)
 {
-    return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || (c >= L'0' && c <= L'9') || c == L'_' || c == L'-' ||
-           c == L'.' || static_cast<uint32_t>(c) >= 0x80;
+    return expression.kind <= Expression::Path;
 }
 
-bool IsDigit(wchar_t c)
+/// Whether `test` holds for an expression or one of its operands, however deep; predicates of paths are not entered.
+template <typename Test>
+bool Contains(const Expression& expression, const Test& test)
 {
-    return c >= L'0' && c <= L'9';
+    return test(expression) || std::any_of(expression.parts.begin(), expression.parts.end(),
+                                           [&](const Expression& part) { return Contains(part, test); });
 }
 
-/// Recursive descent with one character of look-ahead. Whatever it is not sure of is refused.
-class Parser {
+bool IsPosition(const Expression& expression)
+{
+    return expression.kind == Expression::Position;
+}
+
+bool IsPath(const Expression& expression)
+{
+    return expression.kind == Expression::Path;
+}
+
+bool LeadsToChildren(const Expression& expression)
+{
+    return IsPath(expression) && expression.path.front().axis == Step::Child;
+}
+
+/// A recursive descent parser.
+class Parser : private QueryText {
 public:
     Parser(std::wstring_view text, size_t mostExpressions, bool isValuePath)
-        : text_(text), mostExpressions_(mostExpressions), isValuePath_(isValuePath)
+        : QueryText(text), mostExpressions_(mostExpressions), isValuePath_(isValuePath)
     {
     }
 
-    std::vector<Step> Parse()
+    Expression Parse()
     {
         SkipSpace();
         const size_t start = position_;
-        auto path = ParsePath();
-        if (path.front().isAttribute || !(path.front().name.empty() || path.front().name == L"Event")) {
-            Refuse(start, L"a path begins with * or Event");
+        Expression expression = ParseOr();
+        if (!IsAtEnd()) {
+            Unexpected(L"the query should end here");
         }
-        if (position_ != text_.size()) {
-            Refuse(position_, L"the query should end here");
+        if (!IsCondition(expression) || !Contains(expression, IsPath)) {
+            Forbid(start, L"a query selects events, so it needs a path that starts with * or Event");
         }
-        for (const Expression& predicate : path.front().predicates) {
-            if (AsksPosition(predicate)) {
-                Refuse(start, L"an event has no position among the events that are still to come");
-            }
+        if (Contains(expression, IsPosition)) {
+            Forbid(start, L"position() is supported on leaf nodes only");
         }
-        return path;
+        if (isValuePath_ && !IsPath(expression)) {
+            Forbid(start, L"a single path is expected");
+        }
+        return expression;
     }
 
 private:
-    [[noreturn]] static void Refuse(size_t position, const wchar_t* reason, unsigned code = kInvalidQuery)
-    {
-        throw QueryError{code, position, reason};
-    }
-
-    wchar_t Peek() const { return position_ < text_.size() ? text_[position_] : L'\0'; }
-
-    void SkipSpace()
-    {
-        while (Peek() == L' ' || Peek() == L'\t' || Peek() == L'\r' || Peek() == L'\n') {
-            ++position_;
-        }
-    }
-
-    bool Take(std::wstring_view token)
-    {
-        const bool found = text_.substr(position_).starts_with(token);
-        if (found) {
-            position_ += token.size();
-            SkipSpace();
-        }
-        return found;
-    }
-
-    void Expect(std::wstring_view token, const wchar_t* reason)
-    {
-        if (!Take(token)) {
-            Refuse(position_, reason);
-        }
-    }
-
-    bool TakeWord(std::wstring_view word)
-    {
-        const size_t end = position_ + word.size();
-        return !(end < text_.size() && IsNameCharacter(text_[end])) && Take(word);
-    }
-
-    /// A name, "*" (empty) or nothing (false).
-    bool TakeName(std::wstring& name)
-    {
-        const size_t start = position_;
-        if (Take(L"*")) {
-            return true;
-        }
-        if (IsDigit(Peek()) || Peek() == L'-' || Peek() == L'.') {
-            return false;
-        }
-        while (position_ < text_.size() && IsNameCharacter(text_[position_])) {
-            ++position_;
-        }
-        name = text_.substr(start, position_ - start);
-        SkipSpace();
-        return !name.empty();
-    }
-
-    std::vector<Step> ParsePath()
-    {
-        std::vector<Step> path;
-        do {
-            Step step;
-            const size_t start = position_;
-            step.isAttribute = Take(L"@");
-            if (!TakeName(step.name)) {
-                Refuse(position_, L"a name, * or @ should stand here");
-            }
-            if (Peek() == L'(' || Peek() == L':') {
-                Refuse(start, L"this function, axis or namespace is not known to the Event Log");
-            }
-            while (!step.isAttribute && Take(L"[")) {
-                step.predicates.push_back(ParsePredicate());
-            }
-            path.push_back(std::move(step));
-        } while (!path.back().isAttribute && Take(L"/"));
-        return path;
-    }
-
-    Expression ParsePredicate()
+    void Enter()
     {
         if (++depth_ > kDeepest) {
-            Refuse(position_, L"predicates and parentheses nest too deep", kQueryTooComplex);
+            GiveUp(position_, L"this nests deeper than 64 levels");
         }
-        Expression expression;
-        if (IsDigit(Peek())) { // [n] is [position() = n], but only when nothing else stands there
-            const size_t start = position_;
-            Operand number = ParseNumber();
-            if (Peek() == L']') {
-                CountExpression(start);
-                expression.kind = Expression::Compare;
-                expression.left.kind = Operand::Position;
-                expression.right = std::move(number);
-            } else {
-                position_ = start;
-            }
+    }
+
+    void Count(size_t start)
+    {
+        if (++expressions_ > mostExpressions_) {
+            throw QueryError{kQueryTooComplex, start,
+                             L"only " + std::to_wstring(mostExpressions_) + L" expressions are supported"};
         }
-        if (expression.kind == Expression::Exists) {
-            expression = ParseOr();
-        }
-        Expect(L"]", L"a comparison, 'and', 'or' or ] should stand here");
-        --depth_;
-        return expression;
     }
 
     Expression ParseOr() { return ParseSeries(Expression::Or, L"or", &Parser::ParseAnd); }
 
-    Expression ParseAnd() { return ParseSeries(Expression::And, L"and", &Parser::ParseTerm); }
+    Expression ParseAnd() { return ParseSeries(Expression::And, L"and", &Parser::ParseComparison); }
 
     Expression ParseSeries(Expression::Kind kind, std::wstring_view word, Expression (Parser::*parsePart)())
     {
-        Expression series;
-        series.kind = kind;
         size_t start = position_;
+        Expression first = (this->*parsePart)();
+        size_t wordStart = position_;
+        if (!TakeWord(word)) {
+            return first;
+        }
+        Expression series{kind};
+        series.parts.push_back(std::move(first));
         do {
-            if (!series.parts.empty() && isValuePath_) {
-                Refuse(start, L"the path of a value has no 'or' and no 'and'");
+            if (isValuePath_) {
+                Forbid(wordStart, L"the path of a value contains neither 'or' nor 'and'");
             }
-            series.parts.push_back((this->*parsePart)());
+            RequireCondition(series.parts.back(), start);
             start = position_;
+            series.parts.push_back((this->*parsePart)());
+            wordStart = position_;
         } while (TakeWord(word));
-        if (series.parts.size() > 1) {
-            return series;
-        }
-        Expression only = std::move(series.parts.front());
-        return only;
+        RequireCondition(series.parts.back(), start);
+        return series;
     }
 
-    Expression ParseTerm()
+    static void RequireCondition(const Expression& expression, size_t start)
     {
-        if (Take(L"(")) {
-            if (++depth_ > kDeepest) {
-                Refuse(position_, L"predicates and parentheses nest too deep", kQueryTooComplex);
-            }
-            Expression expression = ParseOr();
-            Expect(L")", L"a comparison, 'and', 'or' or ) should stand here");
-            --depth_;
-            return expression;
-        }
-        const size_t start = position_;
-        Expression expression;
-        if (TakeCall(L"band")) {
-            CountExpression(start);
-            expression.kind = Expression::Bits;
-            expression.left = ParseOperand();
-            Expect(L",", L"band() takes two arguments");
-            expression.right = ParseOperand();
-            Expect(L")", L"band() ends with )");
-            OrderOperands(expression);
-            if (expression.left.kind != Operand::Path || expression.right.kind != Operand::Number) {
-                Refuse(start, L"band() compares a path and a number");
-            }
-            return expression;
-        }
-        expression.left = ParseOperand();
-        if (!TakeOperator(expression.comparison)) {
-            if (expression.left.kind != Operand::Path) {
-                Refuse(start, L"this is no condition");
-            }
-            if (expression.left.path.back().predicates.empty()) { // otherwise those are the expressions
-                CountExpression(start);
-            }
-            return expression;
-        }
-        CountExpression(start);
-        expression.kind = Expression::Compare;
-        expression.right = ParseOperand();
-        OrderOperands(expression);
-        CheckComparison(expression, start);
-        return expression;
-    }
-
-    void CountExpression(size_t start)
-    {
-        if (++expressions_ > mostExpressions_) {
-            Refuse(start, L"the query has too many expressions", kQueryTooComplex);
+        if (!IsCondition(expression)) {
+            GiveUp(start, L"a number, a text or timediff() alone is not a condition; compare it with something");
         }
     }
 
-    bool TakeCall(std::wstring_view name)
+    Expression ParseComparison()
     {
         const size_t start = position_;
-        if (TakeWord(name) && Take(L"(")) {
-            return true;
+        Expression left = ParseOperand();
+        Expression comparison{Expression::Compare};
+        if (!TakeOperator(comparison.comparison)) {
+            // A path with predicates at its end consists of the expressions in these.
+            if (IsPath(left) && left.path.back().predicates.empty()) {
+                Count(start);
+            }
+            return left;
         }
-        position_ = start;
-        return false;
+        Count(start);
+        Expression right = ParseOperand();
+        Expression::Operator ignored{};
+        if ((IsCondition(left) && !IsPath(left)) || (IsCondition(right) && !IsPath(right)) || TakeOperator(ignored)) {
+            GiveUp(start, L"the result of a comparison or of band() is compared; the documentation has no such case");
+        }
+        if (IsPath(left) && IsPath(right)) {
+            GiveUp(start, L"two paths are compared; whether node sets can be compared is not documented");
+        }
+        // Paths go to the left, then functions, then literals.
+        const auto rank = [](const Expression& operand) {
+            return IsPath(operand) ? 0 : operand.kind == Expression::Constant ? 2 : 1;
+        };
+        if (rank(right) < rank(left)) {
+            constexpr Expression::Operator kMirrored[] = {Expression::Equal,   Expression::NotEqual,
+                                                          Expression::Greater, Expression::GreaterOrEqual,
+                                                          Expression::Less,    Expression::LessOrEqual};
+            std::swap(left, right);
+            comparison.comparison = kMirrored[comparison.comparison];
+        }
+        comparison.parts = {std::move(left), std::move(right)};
+        return comparison;
     }
 
     bool TakeOperator(Expression::Operator& comparison)
@@ -249,152 +166,231 @@ private:
         return false;
     }
 
-    Operand ParseOperand()
+    Expression ParseOperand()
     {
-        Operand operand;
-        const size_t start = position_;
-        if (++depth_ > kDeepest) {
-            Refuse(start, L"paths and calls nest too deep", kQueryTooComplex);
-        }
-        if (Peek() == L'\'' || Peek() == L'"') {
-            const size_t end = text_.find(Peek(), position_ + 1);
-            if (end == std::wstring_view::npos) {
-                Refuse(start, L"this text does not end");
-            }
-            operand.kind = Operand::Text;
-            operand.text = text_.substr(start + 1, end - start - 1);
-            operand.time = ParseEventTime(operand.text);
-            position_ = end + 1;
-            SkipSpace();
-        } else if (IsDigit(Peek())) {
-            operand = ParseNumber();
-        } else if (TakeCall(L"position")) {
-            operand.kind = Operand::Position;
-            Expect(L")", L"position() takes no argument");
-        } else if (TakeCall(L"timediff")) {
-            operand.kind = Operand::TimeDifference;
-            do {
-                operand.times.push_back(ParseOperand());
-                const Operand& time = operand.times.back();
-                if (time.kind != Operand::Path && !time.time) {
-                    Refuse(start, L"timediff() takes paths and times");
-                }
-            } while (operand.times.size() < 2 && Take(L","));
-            Expect(L")", L"timediff() ends with )");
-        } else {
-            operand.path = ParsePath();
-        }
+        Enter();
+        Expression operand = ParsePrimary();
         --depth_;
         return operand;
     }
 
-    Operand ParseNumber()
+    Expression ParsePrimary()
     {
-        Operand operand;
-        operand.kind = Operand::Number;
         const size_t start = position_;
-        while (position_ < text_.size() && IsNameCharacter(text_[position_])) {
-            ++position_;
+        if (Take(L"(")) {
+            Expression expression = ParseOr();
+            Expect(L")", L"a comparison, 'and', 'or' or ) should stand here");
+            if (Peek() == L'[' || Peek() == L'/') {
+                ContinuePath(expression, start);
+            }
+            return expression;
         }
-        const auto number = ParseWholeNumber(text_.substr(start, position_ - start));
-        if (!number || text_.substr(start, 2) == L"0x") {
-            Refuse(start, L"this is not a decimal whole number of 64 bits");
+        if (Peek() == L'\'' || Peek() == L'"') {
+            return MakeConstant(TakeQuoted(), true);
         }
-        operand.number = number->magnitude;
-        SkipSpace();
-        return operand;
+        if (IsNumberNext()) {
+            return ParseNumberLiteral();
+        }
+        if (Peek() == L'-') {
+            GiveUp(start, L"negative numbers are not among the documented literals; a quoted one, '-1', is a text that "
+                          L"counts as a number");
+        }
+        if (Peek() == L'$') {
+            Forbid(start, L"variables are not supported");
+        }
+        const std::wstring function = TakeFunction();
+        if (!function.empty()) {
+            return ParseCall(function, start);
+        }
+        Expression path;
+        ParseSteps(path.path);
+        return path;
     }
 
-    /// Puts the literal to the right: "1 < a" becomes "a > 1".
-    static void OrderOperands(Expression& expression)
+    /// Steps or predicates after a path in parentheses.
+    void ContinuePath(Expression& expression, size_t start)
     {
-        constexpr Expression::Operator kMirrored[] = {Expression::Equal,   Expression::NotEqual,
-                                                      Expression::Greater, Expression::GreaterOrEqual,
-                                                      Expression::Less,    Expression::LessOrEqual};
-        if (expression.left.kind == Operand::Text || expression.left.kind == Operand::Number) {
-            std::swap(expression.left, expression.right);
-            expression.comparison = kMirrored[expression.comparison];
+        if (!IsPath(expression)) {
+            Forbid(position_, L"only a path can be continued");
+        }
+        if (Peek() == L'[') {
+            auto& predicates = expression.path.back().predicates;
+            ParsePredicates(predicates);
+            if (Contains(predicates.back(), IsPosition)) {
+                GiveUp(start, L"positions among the nodes of a path in parentheses are not understood");
+            }
+        }
+        if (Take(L"/")) {
+            ParseSteps(expression.path);
         }
     }
 
-    static bool AsksPosition(const Expression& expression)
+    Expression ParseNumberLiteral()
     {
-        return expression.left.kind == Operand::Position ||
-               std::any_of(expression.parts.begin(), expression.parts.end(), &Parser::AsksPosition);
+        const size_t start = position_;
+        Expression number = MakeConstant(TakeNumber(), false);
+        if (!std::holds_alternative<Number>(number.literal->value)) {
+            GiveUp(start, L"this number has more than 64 bits");
+        }
+        return number;
     }
 
-    static void CheckComparison(const Expression& expression, size_t start)
+    static Expression MakeConstant(std::wstring_view text, bool isQuoted)
     {
-        const Operand& left = expression.left;
-        const Operand& right = expression.right;
-        const bool isText = left.kind == Operand::Path && right.kind == Operand::Text;
-        const bool isOrder =
-            expression.comparison != Expression::Equal && expression.comparison != Expression::NotEqual;
-        if (!isText && (left.kind == Operand::Text || right.kind != Operand::Number)) {
-            Refuse(start, L"one side is a literal, and only a path is compared with a text");
+        Expression constant{Expression::Constant};
+        constant.literal = std::make_shared<Literal>(std::wstring(text), isQuoted);
+        return constant;
+    }
+
+    Expression ParseCall(const std::wstring& function, size_t start)
+    {
+        if (function == L"position") {
+            Expect(L")", L"position() has no arguments");
+            return {Expression::Position};
         }
-        if (isText && isOrder && !right.time) {
-            Refuse(start, L"only numbers and times have an order");
+        if (function == L"band") {
+            Count(start);
+            return ParseArguments(Expression::Bits, start, 2, 2, L"band() takes two values");
+        }
+        if (function == L"timediff") {
+            return ParseArguments(Expression::TimeDifference, start, 1, 2, L"timediff() takes one or two times");
+        }
+        if (function == L"node" || function == L"comment" || function == L"processing-instruction") {
+            Forbid(start, L"only names, * and text() are supported as node tests");
+        }
+        if (function == L"last") {
+            Forbid(start, L"the context size, and so last(), is not supported");
+        }
+        GiveUp(start, L"the function " + function + L"() is not documented; position(), band() and timediff() are");
+    }
+
+    Expression ParseArguments(Expression::Kind kind, size_t start, size_t least, size_t most, const wchar_t* reason)
+    {
+        Expression call{kind};
+        do {
+            const size_t argument = position_;
+            call.parts.push_back(ParseOperand());
+            const Expression& value = call.parts.back();
+            const auto* literal = value.literal.get();
+            const bool fits = literal == nullptr || std::holds_alternative<Number>(literal->value) ||
+                              (kind == Expression::TimeDifference && std::holds_alternative<EventTime>(literal->value));
+            if (!(IsPath(value) || value.kind == Expression::Constant) || !fits) {
+                GiveUp(argument, std::wstring(reason) + L": paths or literals");
+            }
+        } while (Take(L","));
+        Expect(L")", L"an argument ends with , or )");
+        if (call.parts.size() < least || call.parts.size() > most) {
+            Forbid(start, reason);
+        }
+        return call;
+    }
+
+    void ParseSteps(std::vector<Step>& path)
+    {
+        do {
+            const size_t start = position_;
+            Step step = ParseStep();
+            if (path.empty() && predicates_ == 0 &&
+                (step.axis != Step::Child || !(step.name.empty() || step.name == L"Event"))) {
+                Forbid(start, L"a path starts with * or Event");
+            }
+            const bool isInner = (path.empty() && predicates_ == 0) || Peek() == L'/' ||
+                                 AnyPredicate(step, [](const Expression& part) { return LeadsToChildren(part); });
+            if (isInner && AnyPredicate(step, IsPosition)) {
+                Forbid(start, L"positions are supported on leaf nodes only");
+            }
+            path.push_back(std::move(step));
+        } while (Take(L"/"));
+    }
+
+    template <typename Test>
+    static bool AnyPredicate(const Step& step, const Test& test)
+    {
+        return std::any_of(step.predicates.begin(), step.predicates.end(),
+                           [&](const Expression& predicate) { return Contains(predicate, test); });
+    }
+
+    Step ParseStep()
+    {
+        const size_t start = position_;
+        if (Peek() == L'/') {
+            Forbid(start, L"absolute paths and // are not supported; only child and attribute axes are");
+        }
+        if (Peek() == L'.') {
+            Forbid(start, L". and .. are not supported; only child and attribute axes are");
+        }
+        Step step;
+        step.axis = Take(L"@") ? Step::Attribute : Step::Child;
+        if (!Take(L"*")) {
+            step.name = TakeName();
+            if (Take(L"::")) {
+                if (step.axis == Step::Attribute || (step.name != L"child" && step.name != L"attribute")) {
+                    Forbid(start, L"this axis is not supported; only child and attribute axes are");
+                }
+                step.axis = step.name == L"child" ? Step::Child : Step::Attribute;
+                step.name = Take(L"*") ? L"*" : TakeName();
+            }
+            if (step.name.empty()) {
+                Unexpected(L"a name, *, @, a literal or a function should stand here");
+            }
+            step.name = step.name == L"*" ? L"" : step.name;
+        }
+        if (Peek() == L':') {
+            Forbid(start, L"namespaces are not supported");
+        }
+        if (step.name == L"text" && Take(L"(")) {
+            Expect(L")", L"text() has no arguments");
+            step = {Step::Text};
+        }
+        if (Peek() == L'(') {
+            Forbid(start, L"only names, * and text() are supported as node tests");
+        }
+        ParsePredicates(step.predicates);
+        return step;
+    }
+
+    void ParsePredicates(std::vector<Expression>& predicates)
+    {
+        while (Take(L"[")) {
+            Enter();
+            ++predicates_;
+            const size_t start = position_;
+            Expression predicate = ParseOr();
+            if (predicate.kind == Expression::Constant && !predicate.literal->isQuoted) { // [n] is [position()=n]
+                Count(start);
+                Expression comparison{Expression::Compare};
+                comparison.parts = {Expression{Expression::Position}, std::move(predicate)};
+                predicate = std::move(comparison);
+            }
+            RequireCondition(predicate, start);
+            Expect(L"]", L"a comparison, 'and', 'or' or ] should stand here");
+            predicates.push_back(std::move(predicate));
+            --predicates_;
+            --depth_;
         }
     }
 
-    std::wstring_view text_;
     size_t mostExpressions_;
     bool isValuePath_;
-    size_t position_ = 0;
     size_t depth_ = 0;
+    size_t predicates_ = 0; // that enclose the current position
     size_t expressions_ = 0;
 };
 
 } // namespace
 
-std::optional<WholeNumber> ParseWholeNumber(std::wstring_view text)
-{
-    WholeNumber number;
-    unsigned base = 10;
-    if (text.starts_with(L"-")) {
-        number.isNegative = true;
-        text.remove_prefix(1);
-    } else if (text.starts_with(L"0x")) {
-        base = 16;
-        text.remove_prefix(2);
-    }
-    for (const wchar_t c : text) {
-        const unsigned digit = IsDigit(c)               ? static_cast<unsigned>(c - L'0')
-                               : c >= L'a' && c <= L'f' ? static_cast<unsigned>(c - L'a') + 10
-                               : c >= L'A' && c <= L'F' ? static_cast<unsigned>(c - L'A') + 10
-                                                        : base;
-        if (digit >= base || number.magnitude > (std::numeric_limits<uint64_t>::max() - digit) / base) {
-            return std::nullopt;
-        }
-        number.magnitude = number.magnitude * base + digit;
-    }
-    number.isNegative = number.isNegative && number.magnitude != 0;
-    return text.empty() ? std::nullopt : std::optional(number);
-}
-
 Query Query::Parse(std::wstring_view text, size_t mostExpressions)
 {
     Query query;
-    query.path_ = Parser(text, mostExpressions, false).Parse();
+    query.root_ = Parser(text, mostExpressions, false).Parse();
     return query;
 }
 
 Query Query::ParseValuePath(std::wstring_view text)
 {
     Query query;
-    query.path_ = Parser(text, kMostExpressions, true).Parse();
+    query.root_ = Parser(text, kMostExpressions, true).Parse();
     return query;
-}
-
-std::wstring Query::PlainPath() const
-{
-    std::wstring plain;
-    for (const Step& step : path_) {
-        plain.append(plain.empty() ? L"" : L"/").append(step.isAttribute ? L"@" : L"");
-        plain.append(step.name.empty() ? L"*" : step.name);
-    }
-    return plain;
 }
 
 } // namespace orvel::replay

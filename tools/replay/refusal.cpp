@@ -20,7 +20,7 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
     text.remove_prefix(std::min(text.size(), text.find_first_not_of(L" \t\r\n")));
     isStructured = text.starts_with(L'<');
     try {
-        if (isStructured) { // EvtSubscribe page: the channel is ignored with a structured query
+        if (isStructured) { // the channel is ignored with a structured query (EvtSubscribe page)
             return Selection::OfQueryList(XmlDocument(ToUtf8(text)).Root());
         }
         if (channel == nullptr || *channel == L'\0') {
@@ -29,11 +29,30 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
         return Selection::OfChannel(channel, text);
     } catch (QueryError& error) {
         const bool hasPlace = !isStructured || !error.source.empty();
-        throw Refusal{error.code, std::move(error.reason), hasPlace ? error.position + 1 : 0,
+        const std::wstring verdict = error.code == kNotUnderstood
+                                         ? L"the replay log does not understand the query, though a desktop may: "
+                                         : L"the query is not valid by Microsoft's documentation: ";
+        throw Refusal{error.code, verdict + error.reason, hasPlace ? error.position + 1 : 0,
                       isStructured ? std::move(error.source) : std::wstring(text)};
     } catch (const TextError& error) {
-        throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"line " + std::to_wstring(error.line) + L", column " +
+        throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"the structured query is not well-formed XML: line " + std::to_wstring(error.line) + L", column " +
                                                         std::to_wstring(error.column) + L": " + error.reason};
+    }
+}
+
+void CheckChannels(const Selection& selection, bool isStructured, const Log& log)
+{
+    for (const std::wstring& channel : selection.Channels()) {
+        if (!IsKnownChannel(log, channel)) {
+            const DWORD code = isStructured ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
+            throw Refusal{code, L"the export neither has events of the channel '" + channel +
+                                    L"' nor declares it; if the desktop has this channel, declare it with --channel"};
+        }
+        // An ordinary account may not read it; an export of it was made by one that may.
+        if (EqualNames(channel, L"Security") && !HasChannel(log, channel)) {
+            throw Refusal{ERROR_ACCESS_DENIED, L"an ordinary account has no access to the channel '" + channel +
+                                                   L"'; if the provider's has, declare it with --channel"};
+        }
     }
 }
 

@@ -34,6 +34,7 @@ public:
     decltype(&ReplayLoad) Load = Control{module, "ReplayLoad"};
     decltype(&ReplayLoadText) LoadText = Control{module, "ReplayLoadText"};
     decltype(&ReplayLoadBytes) LoadBytes = Control{module, "ReplayLoadBytes"};
+    decltype(&ReplayDeclare) Declare = Control{module, "ReplayDeclare"};
     decltype(&ReplayCount) Count = Control{module, "ReplayCount"};
     decltype(&ReplayEntryTime) EntryTime = Control{module, "ReplayEntryTime"};
     decltype(&ReplayJudge) Judge = Control{module, "ReplayJudge"};

@@ -164,6 +164,15 @@ DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, D
     return LoadLog([&] { return DecodeExport(std::string(bytes, size)); }, message, messageCharacters);
 }
 
+DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name)
+{
+    if (kind >= ReplayDeclarationCount || name == nullptr || *name == L'\0') {
+        return ERROR_INVALID_PARAMETER;
+    }
+    Declare(static_cast<Declaration::Kind>(kind), name);
+    return ERROR_SUCCESS;
+}
+
 DWORD WINAPI ReplayCount()
 {
     return static_cast<DWORD>(CurrentLog()->entries.size());
@@ -185,6 +194,9 @@ try {
     bool isStructured = false;
     const Selection selection = MakeSelection(channel, query, isStructured);
     const auto log = CurrentLog();
+    if (!log->entries.empty()) {
+        CheckChannels(selection, isStructured, *log);
+    }
     LogReader reader(log);
     for (size_t i = 0; i < log->entries.size(); ++i) {
         if (const auto event = reader.ReadEvent(i)) {

@@ -42,6 +42,14 @@ enum ReplayFault : DWORD {
     ReplayNoBufferNeeded, // succeeds at once without a buffer
 };
 
+/// What ReplayDeclare says of the desktop.
+enum ReplayDeclaration : DWORD {
+    ReplayChannel,          // can be subscribed to
+    ReplayPublisher,        // its metadata can be opened
+    ReplayMissingPublisher, // its metadata cannot be opened, although the export has events of it
+    ReplayDeclarationCount
+};
+
 /// How the whole log behaves; combined as a mask. 0 is what the platform documents.
 enum ReplayMode : DWORD {
     ReplayCloseDoesNotWait = 1,   // EvtClose of a subscription returns while its callback runs
@@ -85,14 +93,21 @@ DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageChar
 DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters);
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
+/// Declares what the desktop has or lacks beside the events of the exports, as the elements replay:channel and
+/// replay:publisher do within one. Lasts as long as the process; call it before subscribing.
+/// Returns ERROR_INVALID_PARAMETER (87) for an unknown kind or an empty name.
+DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name);
+
 /// Number of loaded entries, events and actions alike.
 DWORD WINAPI ReplayCount();
 
 /// When an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a time.
 ULONGLONG WINAPI ReplayEntryTime(DWORD index);
 
-/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Gives 0, or the code
-/// that EvtSubscribe would fail with and why in `problem`; whether there is such a channel is not asked.
+/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Returns 0, or the code
+/// that EvtSubscribe fails with here and why in `problem`: 50 (not supported) if the replay log does not understand the
+/// query, a code of the Event Log if Microsoft's documentation excludes it. Channels are not checked before an export
+/// is loaded.
 DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
                          ReplayProblem* problem);
 

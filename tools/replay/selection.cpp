@@ -8,12 +8,12 @@ namespace {
 
 std::wstring Place(const Node& element)
 {
-    return L"<" + std::wstring(element.name) + L"> in line " + std::to_wstring(element.line);
+    return std::wstring(L"<").append(element.name) + L"> in line " + std::to_wstring(element.line);
 }
 
-[[noreturn]] void Refuse(const Node& element, const wchar_t* reason)
+[[noreturn]] void Refuse(const Node& element, const wchar_t* reason, unsigned code = kInvalidQuery)
 {
-    throw QueryError{kInvalidQuery, 0, Place(element) + L": " + reason};
+    throw QueryError{code, 0, Place(element) + L": " + reason};
 }
 
 Query ParseSelector(const Node& element)
@@ -40,23 +40,28 @@ Selection Selection::OfQueryList(const Node& queryList)
 {
     Selection selection;
     if (queryList.name != L"QueryList" || queryList.children.empty()) {
-        Refuse(queryList, L"a structured query is a QueryList of Query elements");
+        Refuse(queryList, L"a structured query is a QueryList that contains Query elements");
     }
     for (const Node& query : queryList.children) {
         if (query.name != L"Query") {
-            Refuse(query, L"a QueryList has Query elements only");
+            Refuse(query, L"a QueryList contains Query elements only");
         }
         auto& selectors = selection.queries_.emplace_back();
         for (const Node& element : query.children) {
             if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
-                Refuse(element, L"a Query has Select and Suppress elements only, and they have text only");
+                Refuse(element, L"a Query contains Select and Suppress elements only, and these contain text only");
             }
-            const std::wstring_view* ownPath = element.Attribute(L"Path");
-            const std::wstring_view* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
-            if (path == nullptr || path->empty() || path->find(L"://") != path->npos) {
-                Refuse(element, L"a Path is needed, and a subscription takes channels only");
+            const auto* ownPath = element.Attribute(L"Path");
+            const auto* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
+            if (path == nullptr || path->empty()) {
+                Refuse(element, L"it or its Query needs a Path, the name of a channel");
             }
-            selectors.push_back({element.name == L"Suppress", std::wstring(*path), ParseSelector(element), Place(element)});
+            if (path->find(L"://") != path->npos) {
+                Refuse(element, L"the Path is a file, which the replay log does not play; name a channel",
+                       kNotUnderstood);
+            }
+            selectors.push_back(
+                {element.name == L"Suppress", std::wstring(*path), ParseSelector(element), Place(element)});
         }
         const auto isServed = [&](const Selector& suppress) {
             return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
@@ -64,7 +69,7 @@ Selection Selection::OfQueryList(const Node& queryList)
             });
         };
         if (selectors.empty() || !std::all_of(selectors.begin(), selectors.end(), isServed)) {
-            Refuse(query, L"at least one Select is needed, and one for the path of each Suppress");
+            Refuse(query, L"a Query needs a Select, and each Suppress a Select with the same Path");
         }
     }
     return selection;
@@ -92,21 +97,32 @@ std::wstring Selection::Explain(const Event& event) const
         return {};
     }
     std::wstring channels;
-    std::wstring missed;
+    std::wstring nearest;
+    std::pair<size_t, size_t> distance;
+    size_t equals = 0;
     for (const Selectors& selectors : queries_) {
         if (FirstMatch(selectors, false, event) != nullptr) {
             return FirstMatch(selectors, true, event)->place + L" suppresses it";
         }
         for (const Selector& selector : selectors) {
             if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
-                missed += missed.empty() ? L"" : L"; ";
-                missed += selector.place + (selector.place.empty() ? L"" : L": ") + selector.query.Explain(event.xml);
+                const QueryMiss miss = selector.query.Explain(event.xml);
+                const std::pair own(miss.conditions, miss.depth);
+                if (nearest.empty() || own > distance) {
+                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + miss.text;
+                    distance = own;
+                    equals = 0;
+                }
+                equals += own == distance ? 1 : 0;
             } else if (!selector.isSuppress && channels.find(L"'" + selector.channel + L"'") == channels.npos) {
                 channels += (channels.empty() ? L"'" : L" or '") + selector.channel + L"'";
             }
         }
     }
-    return !missed.empty() ? missed : L"the channel is '" + std::wstring(event.channel) + L"', the query wants " + channels;
+    if (nearest.empty()) {
+        return std::wstring(L"the channel is '").append(event.channel) + L"', the query wants " + channels;
+    }
+    return equals > 1 ? nearest + L" (the first of " + std::to_wstring(equals) + L" that came as near)" : nearest;
 }
 
 std::vector<std::wstring> Selection::Channels() const

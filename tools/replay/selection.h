@@ -4,21 +4,21 @@
 
 namespace orvel::replay {
 
-/// Which events a subscription wants: a channel and a query, or a structured query. Immutable once made; may be used
-/// from any thread.
+/// Which events a subscription selects: a channel and a query, or a structured query. Immutable; may be used from any
+/// thread.
 class Selection {
 public:
-    /// EvtSubscribe page: a null or empty query and "*" select the channel's every event.
+    /// A null or empty query and "*" select every event of the channel (EvtSubscribe page). Throws QueryError.
     static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
 
-    /// Of a <QueryList> (Query Schema page): each Query selects what one of its Selects matches and none of its
-    /// Suppresses; it has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose
-    /// position counts within the text of the element that the reason names.
+    /// A <QueryList> (QueryType page): each Query selects what one of its Selects matches and none of its Suppresses; it
+    /// has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose position is one in
+    /// the text of the element that the reason names.
     static Selection OfQueryList(const Node& queryList);
 
     bool Matches(const Event& event) const;
 
-    /// Why an event is not selected, for people; empty for one that is.
+    /// Why an event is not selected; empty for one that is.
     std::wstring Explain(const Event& event) const;
 
     /// The channels that it names.
@@ -29,7 +29,7 @@ private:
         bool isSuppress;
         std::wstring channel;
         Query query;
-        std::wstring place; // of the element, for people; empty for a query that is no QueryList
+        std::wstring place; // "<Select> in line 2"; empty for a query that is not in a QueryList
     };
     using Selectors = std::vector<Selector>;
 

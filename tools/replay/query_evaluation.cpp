@@ -1,0 +1,239 @@
+#include "tools/replay/query_evaluation.h"
+
+#include "tools/replay/event_time.h"
+
+#include <algorithm>
+#include <array>
+
+namespace orvel::replay {
+
+namespace {
+
+/// Calls `visit` with each node that the steps from `index` on lead to, until it returns true; returns whether it did.
+template <typename Visit>
+bool AnyNode(const std::vector<Step>& path, size_t index, const Item& from, const Node& event, const Visit& visit)
+{
+    const Step& step = path[index];
+    // Each predicate counts positions among the nodes that the predicates before it left. The parser counts at least
+    // one expression in each.
+    std::array<size_t, kMostSelectExpressions> positions{};
+    return AnyCandidate(step, from, [&](const Item& candidate) {
+        for (size_t i = 0; i < step.predicates.size(); ++i) {
+            if (!IsTrue(step.predicates[i], {event, candidate, ++positions[i]})) {
+                return false;
+            }
+        }
+        return index + 1 == path.size() ? visit(candidate) : AnyNode(path, index + 1, candidate, event, visit);
+    });
+}
+
+template <typename Visit>
+bool AnyNode(const Expression& path, const Context& context, const Visit& visit)
+{
+    return AnyNode(path.path, 0, context.item, context.event, visit);
+}
+
+template <typename Value>
+bool Compare(Expression::Operator comparison, const Value& left, const Value& right)
+{
+    switch (comparison) {
+    case Expression::Equal:
+        return left == right;
+    case Expression::NotEqual:
+        return left != right;
+    case Expression::Less:
+        return left < right;
+    case Expression::LessOrEqual:
+        return left <= right;
+    case Expression::Greater:
+        return left > right;
+    default:
+        return left >= right;
+    }
+}
+
+/// Identifiers and texts are equal or not; an order between them never holds (XPath 1.0, 3.4).
+bool CompareUnordered(Expression::Operator comparison, bool areEqual)
+{
+    return comparison == (areEqual ? Expression::Equal : Expression::NotEqual);
+}
+
+/// A text that is not a number differs from every number and has no order.
+bool CompareNumbers(Expression::Operator comparison, const std::optional<Number>& left,
+                    const std::optional<Number>& right)
+{
+    return left && right ? Compare(comparison, *left, *right) : comparison == Expression::NotEqual;
+}
+
+/// Compares a value of an event after its conversion to the literal's type.
+bool CompareValue(Expression::Operator comparison, std::wstring_view value, const Literal& literal)
+{
+    if (const auto* number = std::get_if<Number>(&literal.value)) {
+        return CompareNumbers(comparison, ParseNumber(value), *number);
+    }
+    if (const auto* time = std::get_if<EventTime>(&literal.value)) {
+        const auto ticks = ParseEventTime(value);
+        return ticks && Compare(comparison, EventTime{*ticks}, *time);
+    }
+    if (const auto* guid = std::get_if<Guid>(&literal.value)) {
+        const auto other = ParseGuid(value);
+        return other && CompareUnordered(comparison, *other == *guid);
+    }
+    if (const auto* sid = std::get_if<Sid>(&literal.value)) {
+        const auto other = ParseSid(value);
+        return other && CompareUnordered(comparison, *other == *sid);
+    }
+    return CompareUnordered(comparison, EqualTexts(value, literal.text));
+}
+
+std::optional<Number> LiteralNumber(const Literal& literal)
+{
+    const auto* number = std::get_if<Number>(&literal.value);
+    return number != nullptr ? std::optional(*number) : std::nullopt;
+}
+
+/// The number that position(), timediff() or a literal stands for.
+std::optional<Number> NumberOf(const Expression& operand, const Context& context)
+{
+    switch (operand.kind) {
+    case Expression::Position:
+        return Number{false, context.position, 0};
+    case Expression::TimeDifference:
+        return TimeDifference(operand, context);
+    default:
+        return LiteralNumber(*operand.literal);
+    }
+}
+
+/// The parser has put a path to the left, and a literal to the right of a function.
+bool CompareOperands(const Expression& comparison, const Context& context)
+{
+    const Expression& left = comparison.parts.front();
+    const Expression& right = comparison.parts.back();
+    const Expression::Operator op = comparison.comparison;
+    if (left.kind == Expression::TimeDifference && !TimeDifference(left, context)) {
+        return false;
+    }
+    if (left.kind == Expression::Constant) {
+        return CompareValue(op, left.literal->text, *right.literal);
+    }
+    if (left.kind != Expression::Path) {
+        return CompareNumbers(op, NumberOf(left, context), NumberOf(right, context));
+    }
+    if (right.kind != Expression::Constant) {
+        const auto number = NumberOf(right, context);
+        return number && AnyNode(left, context, [&](const Item& item) {
+                   return CompareNumbers(op, ParseNumber(item.value), number);
+               });
+    }
+    const auto holds = [&](const Item& item) { return CompareValue(op, item.value, *right.literal); };
+    if (op == Expression::NotEqual && !kOneDifferentNodeSuffices) {
+        return AnyNode(left, context, [](const Item&) { return true; }) &&
+               !AnyNode(left, context, [&](const Item& item) { return !holds(item); });
+    }
+    return AnyNode(left, context, holds);
+}
+
+std::optional<uint64_t> BitsOf(const Expression& operand, const Context& context)
+{
+    const auto text = FirstValue(operand, context);
+    const auto number = text ? ParseNumber(*text) : std::nullopt;
+    return number && !number->isNegative && number->fraction == 0 ? std::optional(number->whole) : std::nullopt;
+}
+
+/// Consuming Events page: the arguments of timediff() are times, or numbers in FILETIME representation.
+std::optional<uint64_t> TimeOf(const Expression& operand, const Context& context)
+{
+    const auto text = FirstValue(operand, context);
+    if (!text) {
+        return std::nullopt;
+    }
+    const auto number = ParseWholeNumber(*text);
+    return number && !number->isNegative ? std::optional(number->magnitude) : ParseEventTime(*text);
+}
+
+} // namespace
+
+std::optional<std::wstring_view> FirstValue(const Expression& operand, const Context& context)
+{
+    if (operand.kind == Expression::Constant) {
+        return operand.literal->text;
+    }
+    std::optional<std::wstring_view> value;
+    AnyNode(operand, context, [&](const Item& item) {
+        value = item.value;
+        return true;
+    });
+    return value;
+}
+
+std::optional<Number> TimeDifference(const Expression& call, const Context& context)
+{
+    const auto from = TimeOf(call.parts.front(), context);
+    const auto to = call.parts.size() > 1 ? TimeOf(call.parts.back(), context) : CreationTime(context.event);
+    if (!from || !to) {
+        return std::nullopt;
+    }
+    constexpr uint64_t kUnitsPerMillisecond = 10'000;
+    const uint64_t distance = (std::max(*from, *to) - std::min(*from, *to)) / kUnitsPerMillisecond;
+    return Number{*from > *to && distance != 0, distance, 0};
+}
+
+bool IsConvertible(std::wstring_view value, const Literal& literal)
+{
+    return !(std::holds_alternative<EventTime>(literal.value) && !ParseEventTime(value)) &&
+           !(std::holds_alternative<Guid>(literal.value) && !ParseGuid(value)) &&
+           !(std::holds_alternative<Sid>(literal.value) && !ParseSid(value));
+}
+
+bool IsTrue(const Expression& expression, const Context& context)
+{
+    const auto isTrue = [&](const Expression& part) { return IsTrue(part, context); };
+    switch (expression.kind) {
+    case Expression::Or:
+        return std::any_of(expression.parts.begin(), expression.parts.end(), isTrue);
+    case Expression::And:
+        return std::all_of(expression.parts.begin(), expression.parts.end(), isTrue);
+    case Expression::Compare:
+        return CompareOperands(expression, context);
+    case Expression::Bits: {
+        const auto left = BitsOf(expression.parts.front(), context);
+        const auto right = BitsOf(expression.parts.back(), context);
+        return left && right && (*left & *right) != 0;
+    }
+    default:
+        return AnyNode(expression, context, [](const Item&) { return true; });
+    }
+}
+
+bool Query::Matches(const Node& event) const
+{
+    return IsTrue(root_, RootContext(event));
+}
+
+bool Query::FirstValue(const Node& event, std::wstring_view& value) const
+{
+    const auto first = replay::FirstValue(root_, RootContext(event));
+    value = first.value_or(value);
+    return first.has_value();
+}
+
+std::wstring Query::PlainPath() const
+{
+    std::wstring plain;
+    for (const Step& step : root_.path) {
+        plain.append(plain.empty() ? L"" : L"/").append(step.axis == Step::Attribute ? L"@" : L"");
+        plain.append(step.axis == Step::Text ? L"text()" : step.name.empty() ? L"*" : step.name);
+    }
+    return plain;
+}
+
+std::optional<uint64_t> CreationTime(const Node& event)
+{
+    const Node* system = event.Child(L"System");
+    const Node* created = system != nullptr ? system->Child(L"TimeCreated") : nullptr;
+    const auto* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
+    return time != nullptr ? ParseEventTime(*time) : std::nullopt;
+}
+
+} // namespace orvel::replay

@@ -1,0 +1,271 @@
+// Why a query does not select an event: a second pass over the parsed query, which looks for the conditions that failed.
+
+#include "tools/replay/query_evaluation.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+namespace orvel::replay {
+
+namespace {
+
+/// A value that failed a condition, and what the query wants instead, if it is a value.
+struct Failure {
+    std::wstring found;
+    std::wstring wanted;
+};
+
+struct Explanation {
+    size_t conditions = 0;
+    size_t depth = 0;
+    std::vector<Failure> failures = {};
+
+    bool IsNearerThan(const Explanation& other) const
+    {
+        return std::tie(conditions, depth) > std::tie(other.conditions, other.depth);
+    }
+};
+
+Explanation Explain(const Expression& expression, const Context& context);
+
+Explanation Single(std::wstring found, std::wstring wanted, size_t depth = 0)
+{
+    return {0, depth, {{std::move(found), std::move(wanted)}}};
+}
+
+/// A value of an event: numbers bare, texts quoted and of bounded length.
+std::wstring Shown(std::wstring_view value)
+{
+    constexpr size_t kLongest = 60;
+    if (ParseNumber(value)) {
+        return std::wstring(value);
+    }
+    std::wstring shown = L"'" + std::wstring(value.substr(0, kLongest)) + (value.size() > kLongest ? L"...'" : L"'");
+    std::replace_if(
+        shown.begin(), shown.end(), [](wchar_t c) { return c == L'\n' || c == L'\r' || c == L'\t'; }, L' ');
+    return shown;
+}
+
+std::wstring Shown(const Literal& literal)
+{
+    return literal.isQuoted ? L"'" + literal.text + L"'" : literal.text;
+}
+
+/// "Provider/@Name", "Level", "Data[@Name='App']".
+std::wstring Label(const Item& item)
+{
+    std::wstring label(item.node->name);
+    if (item.kind == Item::Attribute) {
+        return label.append(L"/@").append(item.name);
+    }
+    const auto* name = item.node->Attribute(L"Name");
+    return name != nullptr ? label.append(L"[@Name='").append(*name).append(L"']") : label;
+}
+
+std::wstring StepName(const Step& step)
+{
+    const std::wstring name = step.axis == Step::Text ? L"text" : step.name.empty() ? L"child" : step.name;
+    return step.axis != Step::Attribute ? name : step.name.empty() ? L"attribute" : L"@" + name;
+}
+
+std::wstring OneOf(size_t count, const Step& step)
+{
+    return count > 1 ? L" (one of " + std::to_wstring(count) + L" " + StepName(step) + L")" : std::wstring();
+}
+
+/// What `literal` wants beside `comparison`.
+std::wstring Wanted(Expression::Operator comparison, const std::wstring& value)
+{
+    constexpr const wchar_t* kWords[] = {L"", L"anything but ", L"less than ", L"at most ", L"more than ", L"at least "};
+    return kWords[comparison] + value;
+}
+
+std::wstring Wanted(Expression::Operator comparison, const Literal& literal)
+{
+    const bool isOrder = comparison != Expression::Equal && comparison != Expression::NotEqual;
+    const bool hasOrder =
+        std::holds_alternative<Number>(literal.value) || std::holds_alternative<EventTime>(literal.value);
+    return Wanted(comparison, Shown(literal)) + (isOrder && !hasOrder ? L", but texts have no order" : L"");
+}
+
+/// The nodes that a path's steps from `index` on lead to.
+void Collect(const std::vector<Step>& path, size_t index, const Context& context, std::vector<Item>& items)
+{
+    std::array<size_t, kMostSelectExpressions> positions{};
+    AnyCandidate(path[index], context.item, [&](const Item& candidate) {
+        const auto& predicates = path[index].predicates;
+        for (size_t i = 0; i < predicates.size(); ++i) {
+            if (!IsTrue(predicates[i], {context.event, candidate, ++positions[i]})) {
+                return false;
+            }
+        }
+        if (index + 1 == path.size()) {
+            items.push_back(candidate);
+        } else {
+            Collect(path, index + 1, {context.event, candidate, 1}, items);
+        }
+        return false;
+    });
+}
+
+/// Why a path leads to no node: the step without any, or the predicate that failed at the node that came farthest.
+Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Context& context)
+{
+    const Step& step = path[index];
+    size_t count = 0;
+    Explanation nearest;
+    std::array<size_t, kMostSelectExpressions> positions{};
+    AnyCandidate(step, context.item, [&](const Item& candidate) {
+        Context here{context.event, candidate, 1};
+        size_t held = 0;
+        while (held < step.predicates.size()) {
+            here.position = ++positions[held];
+            if (!IsTrue(step.predicates[held], here)) {
+                break;
+            }
+            ++held;
+        }
+        Explanation explanation = held < step.predicates.size() ? Explain(step.predicates[held], here)
+                                                                : ExplainPath(path, index + 1, here);
+        explanation.conditions += held;
+        explanation.depth += 1;
+        if (++count == 1 || explanation.IsNearerThan(nearest)) {
+            nearest = std::move(explanation);
+        }
+        return false;
+    });
+    if (count == 0) {
+        const std::wstring parent = context.item.kind == Item::Root ? L"the log" : Label(context.item);
+        return Single(parent + L" has no " + StepName(step), L"");
+    }
+    for (Failure& failure : nearest.failures) {
+        failure.found += OneOf(count, step);
+    }
+    return nearest;
+}
+
+std::wstring TimeDifferenceText(const Expression& call, const Context& context)
+{
+    const auto difference = TimeDifference(call, context);
+    return !difference ? L"unknown, because a time is missing"
+                       : (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
+}
+
+/// The right side of a comparison: a literal, or a function that returns a number.
+std::wstring WantedBy(const Expression& comparison, const Context& context)
+{
+    const Expression& right = comparison.parts.back();
+    if (right.kind == Expression::Constant) {
+        return Wanted(comparison.comparison, *right.literal);
+    }
+    return Wanted(comparison.comparison, right.kind == Expression::Position ? std::to_wstring(context.position)
+                                                                            : TimeDifferenceText(right, context));
+}
+
+Explanation ExplainComparison(const Expression& comparison, const Context& context)
+{
+    const Expression& left = comparison.parts.front();
+    const std::wstring wanted = WantedBy(comparison, context);
+    if (left.kind == Expression::Position) {
+        return Single(Label(context.item) + L" is number " + std::to_wstring(context.position), wanted);
+    }
+    if (left.kind == Expression::TimeDifference) {
+        return Single(L"timediff() is " + TimeDifferenceText(left, context), wanted);
+    }
+    if (left.kind == Expression::Constant) {
+        return Single(L"the literal is " + Shown(*left.literal), wanted);
+    }
+    std::vector<Item> items;
+    Collect(left.path, 0, context, items);
+    if (items.empty()) {
+        return ExplainPath(left.path, 0, context);
+    }
+    std::wstring found = Label(items.front()) + L" is " + Shown(items.front().value);
+    const Literal* literal = comparison.parts.back().literal.get();
+    found += literal != nullptr && !IsConvertible(items.front().value, *literal) ? L", which is of another type" : L"";
+    return Single(found + OneOf(items.size(), left.path.back()), wanted, left.path.size());
+}
+
+Explanation ExplainBits(const Expression& call, const Context& context)
+{
+    const bool isMirrored = call.parts.front().kind == Expression::Constant;
+    const Expression& value = isMirrored ? call.parts.back() : call.parts.front();
+    const Expression& mask = isMirrored ? call.parts.front() : call.parts.back();
+    const std::wstring wanted = L"a bit of " + std::wstring(FirstValue(mask, context).value_or(L"nothing"));
+    if (value.kind == Expression::Constant) {
+        return Single(L"the literal is " + Shown(*value.literal), wanted);
+    }
+    std::vector<Item> items;
+    Collect(value.path, 0, context, items);
+    return items.empty() ? ExplainPath(value.path, 0, context)
+                         : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted,
+                                  value.path.size());
+}
+
+/// The first part that failed.
+Explanation ExplainAnd(const Expression& expression, const Context& context)
+{
+    const auto& parts = expression.parts;
+    const auto isTrue = [&](const Expression& part) { return IsTrue(part, context); };
+    Explanation explanation = Explain(*std::find_if_not(parts.begin(), parts.end(), isTrue), context);
+    explanation.conditions += static_cast<size_t>(std::count_if(parts.begin(), parts.end(), isTrue));
+    return explanation;
+}
+
+/// The nearest misses. Those of one value become one: "EventID is 3, the query wants 1 or 2".
+Explanation ExplainOr(const Expression& expression, const Context& context)
+{
+    Explanation nearest = Explain(expression.parts.front(), context);
+    for (auto part = expression.parts.begin() + 1; part != expression.parts.end(); ++part) {
+        Explanation explanation = Explain(*part, context);
+        if (explanation.IsNearerThan(nearest)) {
+            nearest = std::move(explanation);
+        } else if (!nearest.IsNearerThan(explanation)) {
+            std::move(explanation.failures.begin(), explanation.failures.end(), std::back_inserter(nearest.failures));
+        }
+    }
+    std::vector<Failure> merged;
+    for (Failure& failure : nearest.failures) {
+        const auto same = std::find_if(merged.begin(), merged.end(),
+                                       [&](const Failure& other) { return other.found == failure.found; });
+        if (same == merged.end()) {
+            merged.push_back(std::move(failure));
+        } else if (!failure.wanted.empty()) {
+            same->wanted += (same->wanted.empty() ? L"" : L" or ") + failure.wanted;
+        }
+    }
+    nearest.failures = std::move(merged);
+    return nearest;
+}
+
+/// Explains an expression that is false.
+Explanation Explain(const Expression& expression, const Context& context)
+{
+    switch (expression.kind) {
+    case Expression::Or:
+        return ExplainOr(expression, context);
+    case Expression::And:
+        return ExplainAnd(expression, context);
+    case Expression::Compare:
+        return ExplainComparison(expression, context);
+    case Expression::Bits:
+        return ExplainBits(expression, context);
+    default:
+        return ExplainPath(expression.path, 0, context);
+    }
+}
+
+} // namespace
+
+QueryMiss Query::Explain(const Node& event) const
+{
+    const Explanation explanation = replay::Explain(root_, RootContext(event));
+    QueryMiss miss{explanation.conditions, explanation.depth};
+    for (const auto& [found, wanted] : explanation.failures) {
+        miss.text += (miss.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
+    }
+    return miss;
+}
+
+} // namespace orvel::replay

@@ -38,8 +38,12 @@ printf '<Events>\n<Event></Wrong>' >broken.export.xml
 config no-channel.xml '<metric name="eventlog|eventlog_appcrash"><query>*</query></metric>'
 config no-such-channel.xml '<metric name="eventlog|eventlog_appcrash"><channel>Lost</channel><query>*</query></metric>'
 config wrong-query.xml '<metric name="eventlog|eventlog_appcrash"><channel>Setup</channel><query>*[a</query></metric>'
+config open.xml '<metric name="eventlog|eventlog_appcrash"><channel>Setup</channel><query>*[not(a)]</query></metric>'
+config open-and-wrong.xml "$(cat wrong-query.xml open.xml | grep '<metric ' | sed '2s/appcrash/lamina/')"
+config lost-list.xml '<metric name="eventlog|eventlog_appcrash"><channel/><query><![CDATA[<QueryList><Query>
+<Select Path="Application">*</Select><Select Path="Lost">*</Select></Query></QueryList>]]></query></metric>'
 config select.xml '<metric name="eventlog|eventlog_appcrash"><channel/><query><![CDATA[<QueryList><Query Path="a">
-<Select>*[System[Level=x]]</Select></Query></QueryList>]]></query></metric>'
+<Select>*[System[Level=]]</Select></Query></QueryList>]]></query></metric>'
 config blank.xml '<metric name="eventlog|eventlog_appcrash"><channel>Application</channel><query> </query></metric>'
 : >empty.export.xml
 printf '<Events/>' >root.export.xml
@@ -85,8 +89,17 @@ expect 9 "has no <query>; add one" check --config no-query.xml
 expect 9 'is already subscribed' check --config twice.xml
 expect 9 'at character 4)' check --config wrong-query.xml
 expect 0 'no event will come' run --config wrong-query.xml --replay "$export" --module "$dll"
-expect 9 '            *[System[Level=x]]' check --config select.xml
-expect 0 'of which the export has no event; it has' check --config no-such-channel.xml --replay "$export" --module "$dll"
+expect 9 '            *[System[Level=]]' check --config select.xml
+expect 9 "has events of 'Application'" check --config no-such-channel.xml --replay "$export" --module "$dll"
+expect 0 'of which the export has no event; it has' check --config no-such-channel.xml --replay "$export" \
+    --module "$dll" --channel LOST
+expect 9 'declare it with' check --config lost-list.xml --replay "$export" --module "$dll"
+! grep -q 'selected' output || { echo 'a refused subscription is reported as selecting events'; cat output; failed=1; }
+expect 12 'the replay log does not understand the query' check --config open.xml --replay "$export" --module "$dll"
+expect 12 '"verdict":"not understood","problem":"' check --config open.xml --format jsonl
+expect 9 'unknown ' check --config open-and-wrong.xml
+expect 0 ' 0 recorded + ' check --config good.xml --replay "$export" --module "$dll" \
+    --missing-publisher 'application error' --missing-publisher 'Application Hang'
 expect 0 'empty, which selects all' check --config blank.xml
 grep -q 'channel   Application' output || { echo 'a blank query is taken for a list'; failed=1; }
 expect 0 'complete, and the query is understood' check --config - <good.xml

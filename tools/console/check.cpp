@@ -20,11 +20,14 @@ struct Reason {
     DWORD line = 0, column = 0; // of the first event
 };
 
-/// What is found out about one metric.
+enum class Verdict { Good, Problem, NotUnderstood };
+
+/// The result for one metric.
 struct Finding {
     MetricConfiguration metric;
-    std::wstring problem = {};
-    ReplayProblem place = {}; // of the problem, if it is in the query
+    Verdict verdict = Verdict::Good;
+    std::wstring problem = {}; // or what is not understood
+    ReplayProblem place = {};  // of the problem, if it is in the query
     unsigned long long events = 0, selected = 0;
     std::map<std::wstring, unsigned long long> channels = {}; // of the export, with their events
     std::map<std::wstring, Reason> reasons = {};              // of events that are left out, by their text
@@ -45,15 +48,22 @@ void CALLBACK OnJudged(void* context, const ReplayVerdict* verdict)
 
 Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
 {
-    Finding finding = {metric, ToWide(metric.problem)};
-    if (metric.problem.empty() && replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding,
-                                               &finding.place) != ERROR_SUCCESS) {
-        finding.problem = std::wstring(L"the Event Log would refuse the query: ") + finding.place.reason;
+    Finding finding = {metric};
+    if (!metric.problem.empty()) {
+        finding.verdict = Verdict::Problem;
+        finding.problem = ToWide(metric.problem);
+        return finding;
+    }
+    const DWORD code =
+        replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding, &finding.place);
+    if (code != ERROR_SUCCESS) {
+        finding.verdict = code == ERROR_NOT_SUPPORTED ? Verdict::NotUnderstood : Verdict::Problem;
+        finding.problem = finding.place.reason;
     }
     return finding;
 }
 
-/// The most frequent reasons, up to a number; of equals the one that comes first in the export.
+/// The most frequent reasons, at most `most`; of equals, the one that comes first in the export.
 std::vector<Reason> Frequent(const Finding& finding, size_t most)
 {
     std::vector<Reason> reasons;
@@ -84,7 +94,8 @@ std::wstring Line(const wchar_t* label, const std::wstring& text)
 
 std::wstring ShowProblem(const Finding& finding)
 {
-    std::wstring text = Line(Marked(kBad, L"problem").c_str(), finding.problem);
+    const wchar_t* const label = finding.verdict == Verdict::NotUnderstood ? L"unknown" : L"problem";
+    std::wstring text = Line(Marked(kBad, label).c_str(), finding.problem);
     if (*finding.place.excerpt != L'\0') {
         std::wstring excerpt = finding.place.excerpt;
         std::replace(excerpt.begin(), excerpt.end(), L'\t', L' ');
@@ -115,15 +126,15 @@ std::wstring ShowChannel(const Finding& finding, bool hasExport)
 std::wstring ShowLeftOut(const Finding& finding, const Options& options)
 {
     std::wstring text = Line(L"left out", Events(finding.events - finding.selected) +
-                                              (options.explain == 0 ? L"; --explain tells why" : L", because"));
+                                              (options.explain == 0 ? L"; --explain shows why" : L", because"));
     const std::wstring file = ToWide(InputName(options.replay));
-    unsigned long long told = 0;
+    unsigned long long shown = 0;
     for (const Reason& reason : Frequent(finding, options.explain)) {
         const std::wstring place = FormatString(L":%lu:%lu", reason.line, reason.column);
         text += Line(L"", Events(reason.events) + L": " + reason.text + L"; first " + file + place);
-        told += reason.events;
+        shown += reason.events;
     }
-    const unsigned long long rest = finding.events - finding.selected - told;
+    const unsigned long long rest = finding.events - finding.selected - shown;
     if (options.explain != 0 && rest != 0) {
         text += Line(L"", Events(rest) + L" for " + std::to_wstring(finding.reasons.size() - options.explain) +
                               L" other reasons; a larger number after --explain shows more");
@@ -134,11 +145,11 @@ std::wstring ShowLeftOut(const Finding& finding, const Options& options)
 std::wstring Report(const Finding& finding, const Options& options)
 {
     std::wstring text = Marked(kHeading, ToWide(finding.metric.place) + L": " + Printable(finding.metric.name)) + L"\n";
-    if (!finding.problem.empty()) {
+    if (finding.verdict != Verdict::Good) {
         return text + ShowProblem(finding) + L"\n";
     }
     const bool hasExport = !options.replay.empty();
-    // With a QueryList the Event Log takes the channels from there.
+    // A QueryList names its own channels; the channel of the metric is ignored.
     const std::wstring& query = finding.metric.query;
     const size_t first = query.find_first_not_of(L" \t\r\n");
     const bool isStructured = first != query.npos && query[first] == L'<';
@@ -160,8 +171,10 @@ std::string JsonReport(const Finding& finding, const Options& options)
     const MetricConfiguration& metric = finding.metric;
     std::string line = "{\"check\":" + Quote(ToWide(metric.place)) + ",\"metric\":" + Quote(metric.name);
     line += ",\"channel\":" + Quote(metric.channel) + ",\"query\":" + Quote(metric.query);
+    constexpr const char* kVerdicts[] = {"good", "problem", "not understood"};
+    line += std::string(",\"verdict\":\"") + kVerdicts[static_cast<size_t>(finding.verdict)] + '"';
     line += ",\"problem\":" + (finding.problem.empty() ? std::string("null") : Quote(finding.problem));
-    if (finding.problem.empty() && !options.replay.empty()) {
+    if (finding.verdict == Verdict::Good && !options.replay.empty()) {
         line += ",\"events\":" + std::to_string(finding.events) + ",\"selected\":" + std::to_string(finding.selected);
         std::string reasons;
         for (const Reason& reason : Frequent(finding, options.explain)) {
@@ -175,7 +188,7 @@ std::string JsonReport(const Finding& finding, const Options& options)
     return line + "}\n";
 }
 
-/// What was written, of which people are shown the beginning.
+/// The first values of a collection, as a table.
 std::string Shortened(Collection collection)
 {
     constexpr size_t kMost = 20;
@@ -189,7 +202,7 @@ std::string Shortened(Collection collection)
     return text;
 }
 
-/// The expected lines, with this computer's name where they ask for it.
+/// The expected lines, with this computer's name for @HOST@.
 std::string ReadExpected(const std::wstring& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
@@ -218,26 +231,30 @@ ExitCode Check(const Options& options)
     const std::string expected = options.expect.empty() ? std::string() : ReadExpected(options.expect);
     const ReplayClient replay = LoadReplayLog();
     if (!options.replay.empty()) {
-        LoadExport(replay, options.replay);
+        LoadExport(replay, options);
     }
     const bool isTable = options.format == Format::Table;
     std::vector<MetricConfiguration> good;
-    unsigned long long actions = 0; // of the export: what of it is no event
+    ExitCode code = ExitCode::Ok;
+    unsigned long long actions = 0; // entries of the export that are not events
     for (const MetricConfiguration& metric : metrics) {
         const Finding finding = Judge(metric, replay);
         WriteData(isTable ? ToUtf8(Report(finding, options)) : JsonReport(finding, options));
-        if (finding.problem.empty()) {
+        if (finding.verdict == Verdict::Good) {
             good.push_back(metric);
             actions = replay.Count() - finding.events;
+        } else if (finding.verdict == Verdict::Problem) {
+            code = ExitCode::Problem;
+        } else if (code == ExitCode::Ok) {
+            code = ExitCode::NotUnderstood;
         }
     }
-    const ExitCode code = good.size() == metrics.size() ? ExitCode::Ok : ExitCode::Problem;
     if (options.replay.empty() || good.empty()) {
         return code;
     }
 
     std::string written;
-    // On this thread, for nobody waits meanwhile, and it is several times faster.
+    // Nothing else runs meanwhile, and deliveries on this thread are several times faster.
     replay.SetMode(ReplayOnCallingThread | ReplayWithoutWaits | (options.actions ? 0 : DWORD{ReplayWithoutActions}));
     if (actions != 0 && !options.actions) {
         Say("note", std::to_string(actions) + (actions == 1 ? " replay action" : " replay actions") +

@@ -24,6 +24,7 @@ enum class ExitCode {
     Delivery = 15,
     Value = 16,
     Removal = 17,
+    NotUnderstood = 18,
 };
 
 /// Ends the run with an exit code. The text, in UTF-8, says what is wrong and, where it can be known, what to do.

@@ -46,7 +46,7 @@ void Run(const Options& options)
 
     std::optional<ReplayClient> replay; // loaded before the module, which is to find this Event Log
     if (!options.replay.empty()) {
-        LoadExport(replay.emplace(LoadReplayLog()), options.replay);
+        LoadExport(replay.emplace(LoadReplayLog()), options);
     }
     Session session(options, replay ? &*replay : nullptr, [&](const Collection& collection) {
         WriteData(options.format == Format::Table ? ToTable(collection, TerminalWidth()) : ToJsonLines(collection));

@@ -42,6 +42,7 @@ Exit codes:
   4 bad export, lines or replay log       9 check: there are problems
   5 the module or its provider           10 check: what would be written differs from --expect
     cannot be created                    11 check, verify: stopped by Ctrl+C
+                                         18 check: the replay log does not understand a query
   verify also ends with
  12 the module cannot be registered      15 the event did not reach the metric
  13 the provider cannot be created       16 the value is not what was written
@@ -97,6 +98,18 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
         add(command, "--collect-after", options.collectAfter, "N,...",
             "Collect also after these entries of the export, events and actions alike, counted from 1")
             ->delimiter(',')
+            ->needs("--replay");
+        add(command, "--channel", options.channels, "NAME",
+            "A channel that the desktop has, although the export has no event of it; may be repeated")
+            ->allow_extra_args(false)
+            ->needs("--replay");
+        add(command, "--publisher", options.publishers, "NAME",
+            "A publisher whose messages the desktop can format; may be repeated")
+            ->allow_extra_args(false)
+            ->needs("--replay");
+        add(command, "--missing-publisher", options.missingPublishers, "NAME",
+            "A publisher that is not registered on the desktop, so that its messages are missing; may be repeated")
+            ->allow_extra_args(false)
             ->needs("--replay");
         add(command, "--format", format, "FORMAT", "Output for people or for programs: table or jsonl (default: table)")
             ->check(CLI::IsMember({"table", "jsonl"}));

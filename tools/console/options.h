@@ -21,6 +21,9 @@ struct Options {
     double interval = 0;                ///< seconds between collections; 0: only once, at the end
     double speed = 0;                   ///< of the replay against the recorded times; 0: as fast as possible
     std::vector<unsigned> collectAfter; ///< entries of the export, from 1, after which to collect as well
+    std::vector<std::string> channels;          ///< that the desktop has, beside those of the export; in UTF-8
+    std::vector<std::string> publishers;        ///< whose metadata can be opened on the desktop
+    std::vector<std::string> missingPublishers; ///< whose metadata cannot be opened
     Format format = Format::Table;
     bool summary = false; ///< also with JSON lines
     long logMask = 0;     ///< levels of the provider's lines to show, as a mask of LogLevel

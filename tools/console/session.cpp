@@ -66,10 +66,18 @@ ReplayClient LoadReplayLog()
     }
 }
 
-void LoadExport(const ReplayClient& replay, const std::wstring& path)
+void LoadExport(const ReplayClient& replay, const Options& options)
 {
-    const std::string name = InputName(path);
-    const std::string bytes = ReadInput(path, ExitCode::Export);
+    const auto declare = [&](ReplayDeclaration kind, const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            replay.Declare(kind, ToWide(name).c_str());
+        }
+    };
+    declare(ReplayChannel, options.channels);
+    declare(ReplayPublisher, options.publishers);
+    declare(ReplayMissingPublisher, options.missingPublishers);
+    const std::string name = InputName(options.replay);
+    const std::string bytes = ReadInput(options.replay, ExitCode::Export);
     wchar_t message[kMessageSize] = L"";
     if (replay.LoadBytes(bytes.data(), bytes.size(), message, kMessageSize) != ERROR_SUCCESS) {
         throw Failure(ExitCode::Export, name + ": " + ToUtf8(message));

@@ -85,15 +85,12 @@ DWORD Render(const Call& call, const RenderContext& context, const Event& event,
     return ERROR_SUCCESS;
 }
 
-/// The code that formatting an event's message comes to before any buffer is looked at, and 15029 to 15031 after.
+/// The code with which formatting an event's message ends. Those from 15029 to 15031 come with a text.
 DWORD MessageError(const std::wstring* publisher, const Event& event)
 {
-    // EvtFormatMessage page: a null metadata handle formats from the event's own rendering.
-    const bool isForeign = publisher != nullptr && !EqualNames(*publisher, event.publisher);
-    if (isForeign || !event.message) {
-        return ERROR_EVT_MESSAGE_NOT_FOUND;
-    }
-    return event.messageError;
+    // EvtFormatMessage page: the metadata handle may be null for forwarded events, whose rendering is their own.
+    const bool hasSource = publisher != nullptr ? EqualNames(*publisher, event.publisher) : event.isForwarded;
+    return hasSource && event.message ? event.messageError : DWORD{ERROR_EVT_MESSAGE_NOT_FOUND};
 }
 
 bool LeavesText(DWORD error)

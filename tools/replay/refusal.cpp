@@ -45,8 +45,13 @@ void CheckChannels(const Selection& selection, bool isStructured, const Log& log
     for (const std::wstring& channel : selection.Channels()) {
         if (!IsKnownChannel(log, channel)) {
             const DWORD code = isStructured ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
-            throw Refusal{code, L"the export neither has events of the channel '" + channel +
-                                    L"' nor declares it; if the desktop has this channel, declare it with --channel"};
+            std::wstring reason = L"the export neither has events of the channel '" + channel +
+                                  L"' nor declares it; if the desktop has this channel, declare it with --channel or " +
+                                  L"<replay:channel>. The export has events of ";
+            for (const std::wstring& known : log.channels) {
+                reason += (known == *log.channels.begin() ? L"'" : L", '") + known + L"'";
+            }
+            throw Refusal{code, std::move(reason)};
         }
         // An ordinary account may not read it; an export of it was made by one that may.
         if (EqualNames(channel, L"Security") && !HasChannel(log, channel)) {

@@ -95,8 +95,8 @@ expect 0 'of which the export has no event; it has' check --config no-such-chann
     --module "$dll" --channel LOST
 expect 9 'declare it with' check --config lost-list.xml --replay "$export" --module "$dll"
 ! grep -q 'selected' output || { echo 'a refused subscription is reported as selecting events'; cat output; failed=1; }
-expect 12 'the replay log does not understand the query' check --config open.xml --replay "$export" --module "$dll"
-expect 12 '"verdict":"not understood","problem":"' check --config open.xml --format jsonl
+expect 18 'the replay log does not understand the query' check --config open.xml --replay "$export" --module "$dll"
+expect 18 '"verdict":"not understood","problem":"' check --config open.xml --format jsonl
 expect 9 'unknown ' check --config open-and-wrong.xml
 expect 0 ' 0 recorded + ' check --config good.xml --replay "$export" --module "$dll" \
     --missing-publisher 'application error' --missing-publisher 'Application Hang'

@@ -290,13 +290,13 @@ private:
         do {
             const size_t start = position_;
             Step step = ParseStep();
-            if (path.empty() && predicates_ == 0 &&
-                (step.axis != Step::Child || !(step.name.empty() || step.name == L"Event"))) {
+            const bool isEvent = path.empty() && predicates_ == 0;
+            if (isEvent && (step.axis != Step::Child || !(step.name.empty() || step.name == L"Event"))) {
                 Forbid(start, L"a path starts with * or Event");
             }
-            const bool isInner = (path.empty() && predicates_ == 0) || Peek() == L'/' ||
-                                 AnyPredicate(step, [](const Expression& part) { return LeadsToChildren(part); });
-            if (isInner && AnyPredicate(step, IsPosition)) {
+            const bool isInner = isEvent || AnyPredicate(step, LeadsToChildren);
+            const bool hasInner = step.axis == Step::Child && !path.empty() && AnyPredicate(path.back(), IsPosition);
+            if (hasInner || (isInner && AnyPredicate(step, IsPosition))) {
                 Forbid(start, L"positions are supported on leaf nodes only");
             }
             path.push_back(std::move(step));

@@ -8,6 +8,9 @@
 
 namespace {
 
+// Not in mingw's import libraries.
+constexpr IID kIidDocument2 = {0x2933BF95, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0xC0, 0x4F, 0x98, 0x3E, 0x60}};
+
 class Generator {
 public:
     explicit Generator(unsigned seed) : random_(seed) {}
@@ -111,7 +114,7 @@ ComPtr<IXMLDOMDocument2> Parse(const std::wstring& xml)
     ComPtr<IXMLDOMDocument> document;
     ComPtr<IXMLDOMDocument2> result;
     EXPECT_EQ(root->get_ownerDocument(document.GetAddressOf()), S_OK);
-    EXPECT_EQ(document.As(&result), S_OK);
+    EXPECT_EQ(document->QueryInterface(kIidDocument2, reinterpret_cast<void**>(result.GetAddressOf())), S_OK);
     EXPECT_EQ(result->setProperty(_bstr_t(L"SelectionLanguage"), _variant_t(L"XPath")), S_OK);
     return result;
 }

@@ -348,8 +348,7 @@ protected:
 
     void Check(const Lines& baseline, const Lines& seen)
     {
-        static const std::set<std::string> silent = {
-            "EvtClose", "CloseHandle", "HeapFree", "RegCloseKey", "LocalFree"};
+        static const std::set<std::string> silent = {"EvtClose", "CloseHandle", "HeapFree", "RegCloseKey", "LocalFree"};
         if (silent.contains(run.failed)) {
             EXPECT_EQ(seen, baseline);
             return;

@@ -69,8 +69,10 @@ private:
     {
         std::wstring predicates;
         for (unsigned count = random_() % 3; count != 0; --count) {
-            predicates += L"[" + Pick({L"@Name='a'", L"@Name!='b'", L"1", L"2", L"position()>1", L"text()='x'",
-                                       L"@Name='c' or position()=1", L"text() and @*"}) + L"]";
+            predicates += L"[" +
+                          Pick({L"@Name='a'", L"@Name!='b'", L"1", L"2", L"position()>1", L"text()='x'",
+                                L"@Name='c' or position()=1", L"text() and @*"}) +
+                          L"]";
         }
         return predicates;
     }

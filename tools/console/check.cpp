@@ -54,8 +54,7 @@ Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
         finding.problem = ToWide(metric.problem);
         return finding;
     }
-    const DWORD code =
-        replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding, &finding.place);
+    const DWORD code = replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding, &finding.place);
     if (code != ERROR_SUCCESS) {
         finding.verdict = code == ERROR_NOT_SUPPORTED ? Verdict::NotUnderstood : Verdict::Problem;
         finding.problem = finding.place.reason;

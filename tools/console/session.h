@@ -20,8 +20,8 @@ namespace orvel::console {
 /// Loads the replay log from the program's directory. Throws Failure.
 ReplayClient LoadReplayLog();
 
-/// Loads the export into the replay log, and declares the channels and publishers that the options name. Throws Failure,
-/// also if the export is empty.
+/// Loads the export into the replay log, and declares the channels and publishers that the options name. Throws
+/// Failure, also if the export is empty.
 void LoadExport(const ReplayClient& replay, const Options& options);
 
 /// What became of one metric's events and values. The counter sees the events, the sink the values; the module logs

@@ -20,7 +20,7 @@ bool IsDigit(wchar_t c)
 /// The value of a digit; 16 or more for other characters.
 unsigned DigitValue(wchar_t c)
 {
-    return IsDigit(c)                 ? static_cast<unsigned>(c - L'0')
+    return IsDigit(c)               ? static_cast<unsigned>(c - L'0')
            : c >= L'a' && c <= L'f' ? static_cast<unsigned>(c - L'a') + 10
            : c >= L'A' && c <= L'F' ? static_cast<unsigned>(c - L'A') + 10
                                     : 16;

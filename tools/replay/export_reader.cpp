@@ -125,9 +125,9 @@ Event MakeEvent(const Node& node, Arena& arena)
         event.message = CopyTo(arena, WithCarriageReturns(message->text));
     }
     NodeAttribute* const attributes = Allocate<NodeAttribute>(arena, node.attributes.size());
-    event.xml.attributes = {attributes,
-                            std::copy_if(node.attributes.begin(), node.attributes.end(), attributes,
-                                         [](const NodeAttribute& other) { return !other.name.starts_with(kReplayPrefix); })};
+    event.xml.attributes = {
+        attributes, std::copy_if(node.attributes.begin(), node.attributes.end(), attributes,
+                                 [](const NodeAttribute& other) { return !other.name.starts_with(kReplayPrefix); })};
     if (const std::wstring_view* text = node.Attribute(kForwardedAttribute)) {
         if (*text != L"true" && *text != L"false") {
             Refuse(node, L"replay:forwarded='", *text, L"' is not possible: true and false are");

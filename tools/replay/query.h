@@ -38,21 +38,21 @@ struct Expression {
     enum Kind { Or, And, Compare, Bits, Path, Constant, TimeDifference, Position };
     enum Operator { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual };
     Kind kind = Path;
-    Operator comparison = Equal;                    // of Compare
-    std::vector<Expression> parts = {};             // operands of Or, And, Compare, Bits and TimeDifference
-    std::vector<Step> path = {};                    // of Path
-    std::shared_ptr<const Literal> literal = {};    // of Constant
+    Operator comparison = Equal;                 // of Compare
+    std::vector<Expression> parts = {};          // operands of Or, And, Compare, Bits and TimeDifference
+    std::vector<Step> path = {};                 // of Path
+    std::shared_ptr<const Literal> literal = {}; // of Constant
 };
 
 /// Why a query does not select an event.
 struct QueryMiss {
-    size_t conditions = 0; // that held before the one that failed
-    size_t depth = 0;      // steps of the path that led there
+    size_t conditions = 0;  // that held before the one that failed
+    size_t depth = 0;       // steps of the path that led there
     std::wstring text = {}; // "EventID is 1001, the query wants 1000"
 };
 
-/// An XPath of the subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable; may be
-/// used from any thread.
+/// An XPath of the subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable; may
+/// be used from any thread.
 class Query {
 public:
     /// Parses an event selector. Throws QueryError.
@@ -67,8 +67,8 @@ public:
     /// Why an event that the query does not match is not selected.
     QueryMiss Explain(const Node& event) const;
 
-    /// Finds the first value of the value path: an attribute, or the text of an element. Returns false if there is none.
-    /// The view is valid as long as the event.
+    /// Finds the first value of the value path: an attribute, or the text of an element. Returns false if there is
+    /// none. The view is valid as long as the event.
     bool FirstValue(const Node& event, std::wstring_view& value) const;
 
     /// The names of the value path without predicates, "Event/System/TimeCreated/@SystemTime".

@@ -122,9 +122,8 @@ bool CompareOperands(const Expression& comparison, const Context& context)
     }
     if (right.kind != Expression::Constant) {
         const auto number = NumberOf(right, context);
-        return number && AnyNode(left, context, [&](const Item& item) {
-                   return CompareNumbers(op, ParseNumber(item.value), number);
-               });
+        return number && AnyNode(left, context,
+                                 [&](const Item& item) { return CompareNumbers(op, ParseNumber(item.value), number); });
     }
     const auto holds = [&](const Item& item) { return CompareValue(op, item.value, *right.literal); };
     if (op == Expression::NotEqual && !kOneDifferentNodeSuffices) {

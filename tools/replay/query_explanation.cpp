@@ -1,4 +1,5 @@
-// Why a query does not select an event: a second pass over the parsed query, which looks for the conditions that failed.
+// Why a query does not select an event: a second pass over the parsed query, which looks for the conditions that
+// failed.
 
 #include "tools/replay/query_evaluation.h"
 
@@ -77,7 +78,8 @@ std::wstring OneOf(size_t count, const Step& step)
 /// What `literal` wants beside `comparison`.
 std::wstring Wanted(Expression::Operator comparison, const std::wstring& value)
 {
-    constexpr const wchar_t* kWords[] = {L"", L"anything but ", L"less than ", L"at most ", L"more than ", L"at least "};
+    constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
+                                         L"at most ", L"more than ",    L"at least "};
     return kWords[comparison] + value;
 }
 
@@ -126,8 +128,8 @@ Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Conte
             }
             ++held;
         }
-        Explanation explanation = held < step.predicates.size() ? Explain(step.predicates[held], here)
-                                                                : ExplainPath(path, index + 1, here);
+        Explanation explanation =
+            held < step.predicates.size() ? Explain(step.predicates[held], here) : ExplainPath(path, index + 1, here);
         explanation.conditions += held;
         explanation.depth += 1;
         if (++count == 1 || explanation.IsNearerThan(nearest)) {
@@ -198,9 +200,9 @@ Explanation ExplainBits(const Expression& call, const Context& context)
     }
     std::vector<Item> items;
     Collect(value.path, 0, context, items);
-    return items.empty() ? ExplainPath(value.path, 0, context)
-                         : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted,
-                                  value.path.size());
+    return items.empty()
+               ? ExplainPath(value.path, 0, context)
+               : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted, value.path.size());
 }
 
 /// The first part that failed.
@@ -263,7 +265,8 @@ QueryMiss Query::Explain(const Node& event) const
     const Explanation explanation = replay::Explain(root_, RootContext(event));
     QueryMiss miss{explanation.conditions, explanation.depth};
     for (const auto& [found, wanted] : explanation.failures) {
-        miss.text += (miss.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
+        miss.text +=
+            (miss.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
     }
     return miss;
 }

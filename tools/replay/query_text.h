@@ -32,8 +32,8 @@ public:
     /// Takes a name if one stands here, otherwise returns an empty text.
     std::wstring TakeName();
 
-    /// Takes the name of a function together with its opening parenthesis. Returns an empty text for other names and for
-    /// text(), which is a node test.
+    /// Takes the name of a function together with its opening parenthesis. Returns an empty text for other names and
+    /// for text(), which is a node test.
     std::wstring TakeFunction();
 
     /// The text between the quotation marks at the current position.

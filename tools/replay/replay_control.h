@@ -104,10 +104,10 @@ DWORD WINAPI ReplayCount();
 /// When an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a time.
 ULONGLONG WINAPI ReplayEntryTime(DWORD index);
 
-/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Returns 0, or the code
-/// that EvtSubscribe fails with here and why in `problem`: 50 (not supported) if the replay log does not understand the
-/// query, a code of the Event Log if Microsoft's documentation excludes it. Channels are not checked before an export
-/// is loaded.
+/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Returns 0, or the
+/// code that EvtSubscribe fails with here and why in `problem`: 50 (not supported) if the replay log does not
+/// understand the query, a code of the Event Log if Microsoft's documentation excludes it. Channels are not checked
+/// before an export is loaded.
 DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
                          ReplayProblem* problem);
 

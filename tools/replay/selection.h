@@ -11,9 +11,9 @@ public:
     /// A null or empty query and "*" select every event of the channel (EvtSubscribe page). Throws QueryError.
     static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
 
-    /// A <QueryList> (QueryType page): each Query selects what one of its Selects matches and none of its Suppresses; it
-    /// has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose position is one in
-    /// the text of the element that the reason names.
+    /// A <QueryList> (QueryType page): each Query selects what one of its Selects matches and none of its Suppresses;
+    /// it has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose position is one
+    /// in the text of the element that the reason names.
     static Selection OfQueryList(const Node& queryList);
 
     bool Matches(const Event& event) const;

@@ -28,8 +28,8 @@ struct Expression;
 struct Step {
     enum Axis { Child, Attribute, Text };
     Axis axis = Child;
-    std::wstring name = {};
-    std::vector<Expression> predicates = {};
+    std::wstring name;
+    std::vector<Expression> predicates;
 };
 
 /// A parsed expression. Or, And, Compare and Bits are true or false; a path stands for the nodes it leads to; the rest

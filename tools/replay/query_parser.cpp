@@ -340,7 +340,8 @@ private:
         }
         if (step.name == L"text" && Take(L"(")) {
             Expect(L")", L"text() has no arguments");
-            step = {Step::Text};
+            step.axis = Step::Text;
+            step.name.clear();
         }
         if (Peek() == L'(') {
             Forbid(start, L"only names, * and text() are supported as node tests");

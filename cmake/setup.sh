@@ -2,7 +2,8 @@
 # Installs the Debian packages that building and testing need, those that are missing.
 set -eu
 packages="cmake ninja-build g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libwine-dev wine64-tools wine wine64
-googletest libcli11-dev libxml2-utils clang libclang-rt-dev clang-format clang-tidy wixl msitools zip"
+googletest libcli11-dev libxml2-utils clang libclang-rt-dev clang-format clang-tidy wixl msitools zip
+locales"
 
 missing=
 for package in $packages; do

@@ -14,7 +14,7 @@ export WINEPREFIX="${WINEPREFIX:-$root/build/wine-prefix}"
 export WINEDEBUG="${WINEDEBUG:--all}"
 # No crash dialogs and no downloads; the stand-in for the Event Log must be found, never Wine's own stub.
 export WINEDLLOVERRIDES="${WINEDLLOVERRIDES:-mscoree,mshtml=;winedbg.exe=d;wevtapi=n}"
-export LC_ALL=C.UTF-8
+export LC_ALL="${ORVEL_LOCALE:-C.UTF-8}" # the tests name another
 command -v wine >/dev/null || { echo "wine is not installed; run ./cmake/setup.sh" >&2; exit 1; }
 
 # Wine's background processes inherit what the program that starts them holds, and would keep the caller's pipes open

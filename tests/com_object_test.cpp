@@ -4,6 +4,7 @@
 
 #include <future>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -65,7 +66,7 @@ public:
     ComPtr<IUnknown> part;
 };
 
-TEST(ComObject, KeepsItsIdentityPlainAndAsAPart)
+TEST(ComObject, KeepsItsIdentityAloneAndAggregated)
 {
     const ModuleUnderTest module;
     const ComPtr<IOrvelDataProvider> plain = module.CreateProvider();
@@ -83,7 +84,7 @@ TEST(ComObject, KeepsItsIdentityPlainAndAsAPart)
     ExpectIdentity(&outer, face.Get());
 }
 
-TEST(ComObject, RefusesInTheDocumentedWords)
+TEST(ComObject, RefusesWithTheDocumentedCodes)
 {
     ComPtr<IUnknown> out;
     auto** const slot = reinterpret_cast<void**>(out.GetAddressOf());
@@ -103,10 +104,16 @@ TEST(ComObject, RefusesInTheDocumentedWords)
     DISPID id = 0;
     wchar_t* name = nullptr;
     EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
-    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, slot, IID_IUnknown), CLASS_E_CLASSNOTAVAILABLE);
-    EXPECT_EQ(module.GetClassObject(IID_IDispatch, slot), E_NOINTERFACE);
-    EXPECT_EQ(factory->CreateInstance(&outer, IID_IDispatch, slot), CLASS_E_NOAGGREGATION);
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, slot), E_NOINTERFACE);
+    const auto expectEmpty = [&](HRESULT expected, const auto& call) {
+        *slot = &outer;
+        EXPECT_EQ(call(), expected);
+        EXPECT_EQ(std::exchange(*slot, nullptr), nullptr);
+    };
+    expectEmpty(CLASS_E_CLASSNOTAVAILABLE,
+                [&] { return module.GetClassObject(IID_IClassFactory, slot, IID_IUnknown); });
+    expectEmpty(E_NOINTERFACE, [&] { return module.GetClassObject(IID_IDispatch, slot); });
+    expectEmpty(CLASS_E_NOAGGREGATION, [&] { return factory->CreateInstance(&outer, IID_IDispatch, slot); });
+    expectEmpty(E_NOINTERFACE, [&] { return factory->CreateInstance(nullptr, IID_IClassFactory, slot); });
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
     EXPECT_EQ(provider->GetTypeInfoCount(nullptr), E_POINTER);
     EXPECT_TRUE(provider->GetTypeInfoCount(&count) == S_OK && count == 1);
@@ -118,7 +125,7 @@ TEST(ComObject, RefusesInTheDocumentedWords)
     EXPECT_FALSE(out);
 }
 
-TEST(ComObject, LeavesNothingBehindInManyRounds)
+TEST(ComObject, LeaksNothingInManyRounds)
 {
     constexpr DWORD kRounds = 30;
     DWORD threads = 0;
@@ -129,11 +136,14 @@ TEST(ComObject, LeavesNothingBehindInManyRounds)
             ComPtr<IClassFactory> factory = Factory(module);
             EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
             factory->LockServer(TRUE);
+            factory.Reset();
+            EXPECT_EQ(module.CanUnloadNow(), S_FALSE) << "the lock alone";
+            factory = Factory(module);
+            factory->LockServer(FALSE);
             ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
             ComPtr<ITypeInfo> typeInfo;
             EXPECT_EQ(provider->GetTypeInfo(0, 0, typeInfo.GetAddressOf()), S_OK);
             EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration().Get()), S_OK);
-            factory->LockServer(FALSE);
             factory.Reset();
             EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
         }

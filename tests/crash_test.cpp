@@ -25,13 +25,14 @@ std::wstring HostNameLine()
     return std::wstring(L"<br />Host Name: ") + name;
 }
 
-// What EvtFormatMessage gives while this has taken its place.
+// What EvtFormatMessage returns while it is replaced.
 std::wstring givenMessage;
 BOOL WINAPI GiveMessage(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT, DWORD, DWORD size, LPWSTR buffer,
                         DWORD* used)
 {
     *used = static_cast<DWORD>(givenMessage.size()) + 1;
-    SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
+    // A success may leave any last error.
+    SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA);
     return size >= *used && std::wmemcpy(buffer, givenMessage.c_str(), *used) != nullptr;
 }
 
@@ -49,7 +50,15 @@ protected:
     }
 };
 
-TEST_F(CrashTest, ACrashIsWrittenOnceToTheCharacterWithMarkupForPairsOfCrAndLf)
+TEST(TestEnvironment, IsNeitherInUtcNorInEnglish)
+{
+    TIME_ZONE_INFORMATION zone{};
+    GetTimeZoneInformation(&zone);
+    EXPECT_EQ(zone.Bias, -345) << "run the tests with ctest --preset x64";
+    EXPECT_EQ(PRIMARYLANGID(GetUserDefaultLangID()), LANG_GERMAN) << "run the tests with ctest --preset x64";
+}
+
+TEST_F(CrashTest, WritesEachCrashOnceWithMarkupForLineBreaks)
 {
     const ImportPatch patch(module, "EvtFormatMessage", &GiveMessage);
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
@@ -77,9 +86,10 @@ TEST_F(CrashTest, EventWhosePublisherCannotBeOpenedHasNoMessage)
     EXPECT_EQ(logger.Take(), (Lines{kNothingLine}));
 }
 
-TEST_F(CrashTest, TheComputersNameIsAskedForUntilItIsKnownAndThenKept)
+TEST_F(CrashTest, QueriesTheComputerNameUntilItSucceeds)
 {
     DWORD sizingError = ERROR_SUCCESS;
+    DWORD nameError = ERROR_ACCESS_DENIED;
     BOOL named = FALSE;
     computerName = [&](wchar_t* buffer, DWORD* size) {
         if (buffer == nullptr) {
@@ -89,16 +99,19 @@ TEST_F(CrashTest, TheComputersNameIsAskedForUntilItIsKnownAndThenKept)
             std::wcscpy(buffer, L"PC01");
             *size = 4;
         }
-        SetLastError(buffer == nullptr ? sizingError : ERROR_ACCESS_DENIED);
+        SetLastError(buffer == nullptr ? sizingError : nameError);
         return buffer != nullptr && named;
     };
     const ImportPatch patch(module, "GetComputerNameExW", &GiveComputerName);
     Deliver(0);
     sizingError = ERROR_MORE_DATA;
     Deliver(1);
+    nameError = 0x80041234; // negative codes pass unchanged
+    Deliver(1);
+    const std::wstring failed = L"E Failed to query the NetBIOS name of the local machine";
     EXPECT_EQ(logger.Take(), (Lines{L"E Failed to query the NetBIOS name buffer length",
-                                    L"E Failed to query the NetBIOS name of the local machine" +
-                                        ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED))}));
+                                    failed + ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)),
+                                    failed + ExpectedSuffix(static_cast<HRESULT>(nameError))}));
     named = TRUE;
     Deliver(2);
     named = FALSE;
@@ -107,11 +120,12 @@ TEST_F(CrashTest, TheComputersNameIsAskedForUntilItIsKnownAndThenKept)
     EXPECT_EQ(Collect(), S_OK);
     const std::wstring line = std::wstring(kTimeLine) + L"<br />Host Name: PC01";
     EXPECT_EQ(sink.Take(), (Lines{kFlagLine, DetailsLine(1, std::wstring(L"first") + kTimeLine),
-                                  DetailsLine(2, std::wstring(L"second") + kTimeLine), DetailsLine(3, L"third" + line),
-                                  DetailsLine(4, L"first" + line)}));
+                                  DetailsLine(2, std::wstring(L"second") + kTimeLine),
+                                  DetailsLine(3, std::wstring(L"second") + kTimeLine), DetailsLine(4, L"third" + line),
+                                  DetailsLine(5, L"first" + line)}));
 }
 
-TEST_F(CrashTest, ARefusalEndsTheCollectionAndTheThirdOneDropsTheRecord)
+TEST_F(CrashTest, ThirdRefusalDropsTheRecord)
 {
     const std::wstring flagRefused = L"E Failed to write metric flag 'appcrash|contained'.";
     const std::wstring detailRefused = L"E Failed to collect metric 'appcrash|crash_details|*'.";
@@ -147,6 +161,8 @@ TEST_F(CrashTest, ARefusalEndsTheCollectionAndTheThirdOneDropsTheRecord)
     EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 4, &sink), S_OK);
     EXPECT_EQ(sink.Take(), (Lines{kFlagLine, Details(1, L"third")}));
     EXPECT_EQ(logger.Take(), Lines{});
+    Deliver(0);
+    collect({S_FALSE, S_FALSE}, S_OK);
 }
 
 } // namespace

@@ -61,6 +61,14 @@ BOOL WINAPI Read(HANDLE file, void* buffer, DWORD size, DWORD* done, OVERLAPPED*
     return ReadFile(file, buffer, size, done, overlapped);
 }
 
+/// Renders the first of two values only.
+BOOL WINAPI RenderOneValue(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD size, void*, DWORD* used, DWORD*)
+{
+    *used = sizeof(EVT_VARIANT);
+    SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
+    return size >= *used;
+}
+
 /// Writes a text and `extraBytes` zeros at an offset and ends the file there.
 void Write(const std::wstring& path, LONGLONG offset, const std::wstring& text, LONGLONG extraBytes = 0)
 {
@@ -155,7 +163,7 @@ protected:
     const ImportPatch read{module, "ReadFile", &Read};
 };
 
-TEST_F(LaminaTest, TheManagerIsTakenFromAnyTextThatEndsAndFromNothingElse)
+TEST_F(LaminaTest, ReadsTheManagerFromTerminatedTextsOnly)
 {
     const std::wstring empty = L"Lamina manager host value in registry is empty.|";
     const std::wstring code = L"Failed to get Lamina Manager host information from registry.  Error code 0x8007000";
@@ -166,7 +174,7 @@ TEST_F(LaminaTest, TheManagerIsTakenFromAnyTextThatEndsAndFromNothingElse)
         std::wstring_view wanted; // the warning or the host
         Value next;
     } cases[] = {{{}, absent, {}}, // no key yet
-                 {{REG_SZ, L"a:443\0"sv}, L"a|", {}},
+                 {{REG_SZ, L"a:443:b\0"sv}, L"a|", {}},
                  {{}, absent, {}},
                  {{REG_EXPAND_SZ, L"%A%\0"sv}, L"%A%|", {}},
                  {{REG_SZ, L"b\0:c\0"sv}, L"b|", {}},
@@ -189,7 +197,7 @@ TEST_F(LaminaTest, TheManagerIsTakenFromAnyTextThatEndsAndFromNothingElse)
     nextValue = {};
 }
 
-TEST_F(LaminaTest, TheLogsFolderIsMadeOfWhateverTheImagePathHolds)
+TEST_F(LaminaTest, FindsTheLogDirectoryBesideAnyImagePath)
 {
     const std::wstring longest(1023, L'a'), tooLong = longest + L'\0';
     const struct {
@@ -219,7 +227,7 @@ TEST_F(LaminaTest, TheLogsFolderIsMadeOfWhateverTheImagePathHolds)
     }
 }
 
-TEST_F(LaminaTest, AHostileLogIsToldLeavesNothingHeldAndNeverBlocksTheService)
+TEST_F(LaminaTest, SurvivesHostileLogsAndHoldsNoFile)
 {
     using Step = std::function<void()>;
     constexpr LONGLONG kMost = 0x80000, kRotated = kMost + 100, k4GiB = 0x100000000, k5GiB = 0x140000000;
@@ -286,6 +294,8 @@ TEST_F(LaminaTest, AHostileLogIsToldLeavesNothingHeldAndNeverBlocksTheService)
         atSearch();
         EXPECT_EQ(Search(), wanted);
         beforeRead = nullptr;
+        Deliver(kAllDone);
+        EXPECT_EQ(Join(logger.Take(), L"I CollectLog"), L"") << "a logon is searched for once";
         CloseHandle(std::exchange(held, nullptr));
         DeleteFileW(backup.c_str());
         EXPECT_TRUE(DeleteFileW(log.c_str()) || RemoveDirectoryW(log.c_str()));
@@ -293,8 +303,21 @@ TEST_F(LaminaTest, AHostileLogIsToldLeavesNothingHeldAndNeverBlocksTheService)
     }
 }
 
+TEST_F(LaminaTest, ReadsTheLogAnewThoughTheLogonCouldNotPrepareIt)
+{
+    Write(log, 0, L"");
+    Deliver(kLogon);
+    Write(log, 0, Filled(100, L'1'));
+    const std::wstring found = L"I Read logs from korvex.log|I Find plinth path: |I Find plinth id: 1|[1] = |";
+    EXPECT_EQ(Search(), found);
+    Value{}.Store(kServiceKey, L"ImagePath");
+    Deliver(kLogon);
+    EXPECT_EQ(Search(), found) << "once, and not behind the text of the first search";
+    EXPECT_TRUE(DeleteFileW(log.c_str()));
+}
+
 // Work that grew with the square of the markers would take days.
-TEST_F(LaminaTest, AMillionMarkersAreReadOnce)
+TEST_F(LaminaTest, ReadsAMillionMarkersOnce)
 {
     logger.levels = 1;
     const std::tuple<std::wstring_view, std::wstring_view, ptrdiff_t> cases[] = {
@@ -316,7 +339,7 @@ TEST_F(LaminaTest, AMillionMarkersAreReadOnce)
     }
 }
 
-TEST_F(LaminaTest, ARefusalEndsTheTimesOrThePlinthsAndOnlyThePlinthsResultIsGiven)
+TEST_F(LaminaTest, ReturnsTheResultOfThePlinthsOnly)
 {
     constexpr size_t kManager = 4, kFlag = 5, kLast = 7;
     const std::wstring suffix = ExpectedSuffix(E_ACCESSDENIED);
@@ -346,7 +369,7 @@ TEST_F(LaminaTest, ARefusalEndsTheTimesOrThePlinthsAndOnlyThePlinthsResultIsGive
     }
 }
 
-TEST_F(LaminaTest, WhatCannotBeReadOfAnEventIsThatOfTheOneBefore)
+TEST_F(LaminaTest, KeepsThePreviousValuesOfAnUnreadableEvent)
 {
     // The times are of volumes ready and all done; a lost message is the latter's again.
     const std::tuple<ReplayFunction, DWORD, ReplayFault, const wchar_t*> cases[] = {
@@ -366,6 +389,10 @@ TEST_F(LaminaTest, WhatCannotBeReadOfAnEventIsThatOfTheOneBefore)
         EXPECT_EQ(Join(written, L"lamina|volumes_ready_timestamp ") + Join(written, L"lamina|all_done_timestamp "),
                   times);
     }
+    Deliver(kAllDone);
+    const ImportPatch patch(module, "EvtRender", &RenderOneValue);
+    Deliver(kVolume);
+    EXPECT_EQ(Join(Written(), L"lamina|volumes_ready_timestamp "), L"[lamina] = #4000|");
 }
 
 } // namespace

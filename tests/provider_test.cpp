@@ -11,7 +11,7 @@ namespace {
 
 class ProviderTest : public ModuleTest {};
 
-TEST_F(ProviderTest, NullArgumentsAndConfigurationsThatAreNoElementAreInvalidAndSilent)
+TEST_F(ProviderTest, InvalidArgumentsAreRefusedWithoutALine)
 {
     const _bstr_t name(kCrash);
     EXPECT_EQ(provider->SubscribeMetric(nullptr, Configuration().Get()), E_INVALIDARG);
@@ -28,7 +28,7 @@ TEST_F(ProviderTest, NullArgumentsAndConfigurationsThatAreNoElementAreInvalidAnd
               S_OK);
 }
 
-TEST_F(ProviderTest, NamesAreCreatedWithoutRegardToCaseAndFoundToTheLetter)
+TEST_F(ProviderTest, NamesAreCreatedIgnoringCaseAndFoundExactly)
 {
     constexpr wchar_t kCapitals[] = L"EVENTLOG|EVENTLOG_APPCRASH";
     for (const wchar_t* unknown : {L"eventlog|eventlog_appcrash ", L"eventlog|eventlog", L""}) {
@@ -49,7 +49,7 @@ TEST_F(ProviderTest, NamesAreCreatedWithoutRegardToCaseAndFoundToTheLetter)
                                     L"I Unsubscribed from metric 'EVENTLOG|EVENTLOG_APPCRASH'."}));
 }
 
-TEST_F(ProviderTest, EveryLineAsksForItsLevelAndGoesOutOnlyWhenItIsWanted)
+TEST_F(ProviderTest, EveryLineAsksForItsLevelFirst)
 {
     const HRESULT absent = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
     const Lines all = {L"I created metric 'eventlog|eventlog_appcrash'.",
@@ -80,7 +80,7 @@ TEST_F(ProviderTest, EveryLineAsksForItsLevelAndGoesOutOnlyWhenItIsWanted)
     }
 }
 
-TEST_F(ProviderTest, WithoutAHostEverythingWorksAndNothingIsLogged)
+TEST_F(ProviderTest, WorksWithoutAHost)
 {
     provider = module.CreateProvider();
     EXPECT_EQ(Subscribe(), S_OK);
@@ -89,7 +89,7 @@ TEST_F(ProviderTest, WithoutAHostEverythingWorksAndNothingIsLogged)
     EXPECT_EQ(logger.asked, 0);
 }
 
-TEST_F(ProviderTest, ANewHostIsTakenBeforeTheOldOneIsReleasedAndMetricsKeepTheirs)
+TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
 {
     ASSERT_EQ(Subscribe(), S_OK);
     const long taken = logger.taken + host.taken;
@@ -148,27 +148,54 @@ TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjec
     EXPECT_EQ(logger.references + host.references + newLogger.references, 0);
 }
 
-// The element's 37th slot is selectSingleNode; its table is replaced by a copy that fails there.
+/// Replaces one slot of an object's vtable by a function, for the life of this object.
+class SlotPatch {
+public:
+    template <typename Function>
+    SlotPatch(IUnknown* object, size_t slot, Function* function)
+        : object_(reinterpret_cast<void***>(object)), table_(*object_)
+    {
+        std::copy_n(table_, copy_.size(), copy_.begin());
+        copy_[slot] = reinterpret_cast<void*>(function);
+        *object_ = copy_.data();
+    }
+    ~SlotPatch() { *object_ = table_; }
+    SlotPatch(const SlotPatch&) = delete;
+    SlotPatch& operator=(const SlotPatch&) = delete;
+
+private:
+    void*** const object_;
+    void** const table_;
+    std::array<void*, 64> copy_{};
+};
+constexpr size_t kGetText = 26;
+constexpr size_t kSelectSingleNode = 37;
+
 HRESULT domResult = S_OK;
 Lines domAsked;
-HRESULT STDMETHODCALLTYPE FailToSelect(IXMLDOMElement*, BSTR name, IXMLDOMNode** node)
+IXMLDOMNode* selected = nullptr;
+HRESULT STDMETHODCALLTYPE Select(IXMLDOMElement*, BSTR name, IXMLDOMNode** node)
 {
     domAsked.emplace_back(name);
-    *node = nullptr;
+    *node = selected;
+    if (selected != nullptr) {
+        selected->AddRef();
+    }
     return domResult;
 }
-
-TEST_F(ProviderTest, AFailingConfigurationIsToldWithTheSystemsTextWhereThereIsOne)
+HRESULT STDMETHODCALLTYPE GetNoText(IXMLDOMNode*, BSTR* text)
 {
-    constexpr size_t kSelectSingleNode = 37;
+    *text = nullptr;
+    return S_OK;
+}
+
+TEST_F(ProviderTest, LogsAFailingConfigurationWithTheSystemText)
+{
     const auto element = Configuration();
-    auto*** object = reinterpret_cast<void***>(element.Get());
-    void** const table = *object;
-    std::array<void*, 64> copy{};
-    std::copy_n(table, copy.size(), copy.begin());
-    copy[kSelectSingleNode] = reinterpret_cast<void*>(&FailToSelect);
-    *object = copy.data();
-    for (const HRESULT code : {E_ACCESSDENIED, static_cast<HRESULT>(0x8ABC1234)}) {
+    const SlotPatch patch(element.Get(), kSelectSingleNode, &Select);
+    // The system's text of the third has an insert.
+    for (const HRESULT code :
+         {E_ACCESSDENIED, static_cast<HRESULT>(0x8ABC1234), HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)}) {
         domResult = code;
         EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), code);
         EXPECT_EQ(logger.Take(),
@@ -176,9 +203,23 @@ TEST_F(ProviderTest, AFailingConfigurationIsToldWithTheSystemsTextWhereThereIsOn
                          L"E Failed to retrieve property 'channel' from the configuration." + ExpectedSuffix(code),
                          L"E Failed to subscribe metric 'eventlog|eventlog_appcrash'." + ExpectedSuffix(code)}));
     }
-    *object = table;
-    EXPECT_EQ(domAsked, (Lines{L"channel", L"channel"})) << "without a channel the query is not read";
+    EXPECT_EQ(domAsked, (Lines{L"channel", L"channel", L"channel"})) << "without a channel the query is not read";
     EXPECT_EQ(ExpectedSuffix(static_cast<HRESULT>(0x8ABC1234)), L"  Error code 0x8abc1234.");
+    EXPECT_NE(ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)).find(L"%1"), std::wstring::npos);
+}
+
+TEST_F(ProviderTest, TakesAPropertyWithoutTextAsEmpty)
+{
+    const auto element = Configuration();
+    const auto node = Configuration();
+    const SlotPatch select(element.Get(), kSelectSingleNode, &Select);
+    const SlotPatch getText(node.Get(), kGetText, &GetNoText);
+    domResult = S_OK;
+    selected = node.Get();
+    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), S_OK);
+    selected = nullptr;
+    EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 1U);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
 }
 
 } // namespace

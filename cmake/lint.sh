@@ -1,5 +1,5 @@
 #!/bin/bash
-# Checks the form of the sources: clang-format for the layout of all, clang-tidy for faults in the module's rooms, with
+# Checks the form of the sources: clang-format for the layout of all, clang-tidy for faults in the module, with
 # --all in tools, tests and samples as well, which takes as long again. Needs a built x64 preset. A clean verdict of
 # clang-tidy is kept as long as the file, the headers and the options stay as they are.
 set -euo pipefail

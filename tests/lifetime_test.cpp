@@ -10,6 +10,9 @@
 
 namespace {
 
+/// Whether an exception of the module reaches the test. On x86 it ends the process (docs/hosting.md).
+constexpr bool kExceptionsPass = sizeof(void*) == 8;
+
 /// Lets one waiting thread go on. Not std::binary_semaphore: it can lose a wake-up where it is not built on futexes.
 class Signal {
 public:
@@ -109,7 +112,9 @@ TEST_P(LifetimeTest, SinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
         Deliver(0);
         std::thread delivery;
         sink.onNextLine = [&] {
-            EXPECT_THROW(Collect(), std::system_error) << "a collection inside itself";
+            if constexpr (kExceptionsPass) {
+                EXPECT_THROW(Collect(), std::system_error) << "a collection inside itself";
+            }
             delivery = std::thread([] { Deliver(0); });
             EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplayEventHandle) == 1; }));
             end();
@@ -301,7 +306,9 @@ TEST_F(UnansweredTest, ProviderThatEndsClosesTheSubscriptionOfARunningDelivery)
     Signal proceed;
     logger.Take();
     logger.onNextLine = [&] {
-        EXPECT_THROW(subscribed[1].Deliver(), std::system_error) << "a delivery inside itself";
+        if constexpr (kExceptionsPass) {
+            EXPECT_THROW(subscribed[1].Deliver(), std::system_error) << "a delivery inside itself";
+        }
         inside.Set();
         proceed.Await();
     };

@@ -297,6 +297,7 @@ TEST(Activation, ByProgIdAndClassIdInBothApartmentKinds)
                 EXPECT_EQ(provider.CreateInstance(name, nullptr, CLSCTX_INPROC_SERVER), S_OK);
                 EXPECT_TRUE(provider && provider->UnsubscribeAll() == S_OK);
             }
+            CoFreeUnusedLibrariesEx(0, 0); // Wine's CoUninitialize keeps them
             CoUninitialize();
         }).join();
     }

@@ -17,9 +17,9 @@ std::wstring BuiltFile(const wchar_t* name)
     return path + L"\\..\\" + variant + L"\\" + name;
 }
 
-ReplayClient& Replay()
+FaultyReplayClient& Replay()
 {
-    static ReplayClient client(BuiltFile(L"replay\\wevtapi.dll"));
+    static FaultyReplayClient client(BuiltFile(L"..\\tests\\replay\\wevtapi.dll"));
     return client;
 }
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "module/provider_ids.h"
+#include "tests/support/faulty_log.h"
 #include "tests/support/host_fakes.h"
 #include "tests/support/import_patch.h"
 #include "tools/dom_element.h"
-#include "tools/replay/replay_client.h"
 
 #include <windows.h>
 #include <OrvelAgent.h>
@@ -24,8 +24,8 @@ inline constexpr wchar_t kCrash[] = L"eventlog|eventlog_appcrash";
 /// Full path of a built file that is shipped.
 std::wstring BuiltFile(const wchar_t* name);
 
-/// The replay log that stands in for the Event Log in this process; loaded on first use.
-ReplayClient& Replay();
+/// The replay log with faults, which stands in for the Event Log in this process; loaded on first use.
+FaultyReplayClient& Replay();
 
 /// Makes events the log's future; fails the test when they cannot be read.
 void LoadEvents(const std::wstring& events);

@@ -6,12 +6,32 @@
 #include <winevt.h>
 
 #include <algorithm>
+#include <mutex>
 
 namespace orvel::replay {
+
+namespace {
+
+std::mutex refusalLock;
+std::wstring lastRefusal;
+
+} // namespace
 
 std::wstring Refusal::Text() const
 {
     return position == 0 ? reason : reason + L" (at character " + std::to_wstring(position) + L")";
+}
+
+void SetLastRefusal(std::wstring reason)
+{
+    const std::lock_guard guard(refusalLock);
+    lastRefusal = std::move(reason);
+}
+
+std::wstring LastRefusal()
+{
+    const std::lock_guard guard(refusalLock);
+    return lastRefusal;
 }
 
 Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isStructured)

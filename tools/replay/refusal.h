@@ -18,6 +18,10 @@ struct Refusal {
     std::wstring Text() const;
 };
 
+/// Why the last subscription of any thread was refused, or an action of a replay failed; empty after a success.
+void SetLastRefusal(std::wstring reason);
+std::wstring LastRefusal();
+
 /// Makes the selection of a subscription; both texts may be null. `isStructured` is set to whether the query is a
 /// QueryList. Throws Refusal.
 Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isStructured);

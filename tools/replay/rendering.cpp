@@ -102,9 +102,4 @@ size_t RenderValues(const RenderContext& context, const Event& event, void* buff
     return needed;
 }
 
-std::span<EVT_VARIANT> RenderedValues(const RenderContext& context, void* buffer)
-{
-    return {static_cast<EVT_VARIANT*>(buffer), context.size()};
-}
-
 } // namespace orvel::replay

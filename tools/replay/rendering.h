@@ -5,7 +5,7 @@
 #include <windows.h>
 #include <winevt.h>
 
-#include <span>
+#include <vector>
 
 namespace orvel::replay {
 
@@ -23,8 +23,5 @@ using RenderContext = std::vector<ValuePath>;
 /// the texts that they point to. A value that is absent, or is no number or time where one belongs, is a null variant.
 /// Gives the bytes needed; writes nothing when `size` is less.
 size_t RenderValues(const RenderContext& context, const Event& event, void* buffer, size_t size);
-
-/// The variants at the front of a rendered buffer.
-std::span<EVT_VARIANT> RenderedValues(const RenderContext& context, void* buffer);
 
 } // namespace orvel::replay

@@ -8,6 +8,8 @@
 
 /// The replay log's control functions, found in the loaded stand-in.
 class ReplayClient {
+protected:
+    /// Converts to a pointer to the exported function of that name. Throws std::runtime_error.
     struct Control {
         HMODULE module;
         const char* name;
@@ -44,11 +46,7 @@ public:
     decltype(&ReplayDeliver) Deliver = Control{module, "ReplayDeliver"};
     decltype(&ReplayDeliverError) DeliverError = Control{module, "ReplayDeliverError"};
     decltype(&ReplaySetMode) SetMode = Control{module, "ReplaySetMode"};
-    decltype(&ReplayInject) Inject = Control{module, "ReplayInject"};
-    decltype(&ReplayReset) Reset = Control{module, "ReplayReset"};
-    decltype(&ReplayCalls) Calls = Control{module, "ReplayCalls"};
     decltype(&ReplayOpenHandles) OpenHandles = Control{module, "ReplayOpenHandles"};
-    decltype(&ReplayClosesInsideCallback) ClosesInsideCallback = Control{module, "ReplayClosesInsideCallback"};
     decltype(&ReplayInvalidHandles) InvalidHandles = Control{module, "ReplayInvalidHandles"};
     decltype(&ReplayLastRefusal) LastRefusal = Control{module, "ReplayLastRefusal"};
 };

@@ -1,7 +1,6 @@
 #include "tools/replay/replay_control.h"
 
 #include "tools/replay/actions.h"
-#include "tools/replay/behaviour.h"
 #include "tools/replay/event_time.h"
 #include "tools/replay/export_reader.h"
 #include "tools/replay/handles.h"
@@ -10,6 +9,7 @@
 #include "tools/utf8.h"
 
 #include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <iterator>
 
@@ -18,6 +18,8 @@ using namespace orvel::replay;
 namespace {
 
 constexpr size_t kLargestExport = size_t{1} << 30; // it is held in memory several times while it is parsed
+
+std::atomic<DWORD> modes;
 
 void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
 {
@@ -110,18 +112,22 @@ template <typename GoOn>
 DWORD PlayAction(const Action& action, size_t index, const GoOn& goOn)
 {
     const bool isWait = action.kind == Action::Wait;
-    const Behaviour& behaviour = Behaviour::Instance();
-    if (behaviour.Has(ReplayWithoutActions) || (isWait && behaviour.Has(ReplayWithoutWaits))) {
+    if ((modes & (isWait ? ReplayWithoutActions | ReplayWithoutWaits : ReplayWithoutActions)) != 0) {
         return ERROR_SUCCESS;
     }
     WaitForDeliveries();
     const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
-        Behaviour::Instance().SetRefusal(L"entry " + std::to_wstring(index + 1) + L", <" +
-                                         std::wstring(action.node.name) + L"> in line " +
-                                         std::to_wstring(action.node.line) + L": error " + std::to_wstring(code));
+        SetLastRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + std::wstring(action.node.name) +
+                       L"> in line " + std::to_wstring(action.node.line) + L": error " + std::to_wstring(code));
     }
     return code;
+}
+
+/// How to deliver in the current modes; `mode` is meant for those that do not say.
+DeliveryMode ModeOr(DeliveryMode mode)
+{
+    return (modes & ReplayOnCallingThread) != 0 ? DeliveryMode::OnThisThread : mode;
 }
 
 /// Plays the entries in order.
@@ -133,7 +139,7 @@ DWORD Play(const std::shared_ptr<const Log>& log, ReplayProgress progress, void*
         const auto goOn = [&](DWORD done) { return progress == nullptr || progress(context, done, total); };
         const auto entry = reader.Read(i);
         const auto* const event = std::get_if<Event>(entry.get());
-        const DWORD code = event != nullptr ? Deliver({{entry, event}}, false)
+        const DWORD code = event != nullptr ? Deliver({{entry, event}}, ModeOr(DeliveryMode::Queued))
                                             : PlayAction(std::get<Action>(*entry), i, [&] { return goOn(i); });
         if (code != ERROR_SUCCESS) {
             return code;
@@ -232,12 +238,13 @@ DWORD WINAPI ReplayDeliver(DWORD index, DWORD times)
     if (index >= log->entries.size() || !log->entries[index].isEvent) {
         return ERROR_INVALID_PARAMETER;
     }
-    return Deliver({LogReader(log).ReadEvent(index), times}, true);
+    return Deliver({LogReader(log).ReadEvent(index), times}, ModeOr(DeliveryMode::Awaited));
 }
 
 DWORD WINAPI ReplayDeliverError(DWORD code)
 {
-    return code != ERROR_SUCCESS ? Deliver({nullptr, 1, code}, true) : DWORD{ERROR_INVALID_PARAMETER};
+    return code != ERROR_SUCCESS ? Deliver({nullptr, 1, code}, ModeOr(DeliveryMode::Awaited))
+                                 : DWORD{ERROR_INVALID_PARAMETER};
 }
 
 void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context)
@@ -245,28 +252,9 @@ void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context)
     SubscriberList::Instance().SetObserver({observer, context});
 }
 
-void WINAPI ReplaySetMode(DWORD modes)
+void WINAPI ReplaySetMode(DWORD newModes)
 {
-    Behaviour::Instance().SetModes(modes);
-    if ((modes & ReplayDeliverAfterClose) == 0) {
-        SubscriberList::Instance().RemoveClosed();
-    }
-}
-
-void WINAPI ReplayInject(ReplayFunction function, DWORD occurrence, ReplayFault fault, DWORD code)
-{
-    Behaviour::Instance().Inject(function, occurrence, fault, code);
-}
-
-void WINAPI ReplayReset()
-{
-    Behaviour::Instance().Reset();
-    SubscriberList::Instance().RemoveClosed();
-}
-
-DWORD WINAPI ReplayCalls(ReplayFunction function)
-{
-    return Behaviour::Instance().Calls(function);
+    modes = newModes;
 }
 
 DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind)
@@ -279,14 +267,9 @@ DWORD WINAPI ReplayInvalidHandles()
     return HandleTable::Instance().CountInvalid();
 }
 
-DWORD WINAPI ReplayClosesInsideCallback()
-{
-    return Behaviour::Instance().ClosesInsideCallback();
-}
-
 void WINAPI ReplayLastRefusal(wchar_t* message, DWORD messageCharacters)
 {
-    CopyText(Behaviour::Instance().Refusal(), message, messageCharacters);
+    CopyText(LastRefusal(), message, messageCharacters);
 }
 
 } // extern "C"

@@ -10,17 +10,6 @@
 #include <windows.h>
 #include <winevt.h>
 
-/// Calls that are counted and can be made to fail.
-enum ReplayFunction : DWORD {
-    ReplayEvtSubscribe,
-    ReplayEvtCreateRenderContext,
-    ReplayEvtRender,
-    ReplayEvtOpenPublisherMetadata,
-    ReplayEvtFormatMessage,
-    ReplayEvtClose,
-    ReplayFunctionCount
-};
-
 /// Kinds of handles, counted separately.
 enum ReplayHandleKind : DWORD {
     ReplaySubscriptionHandle,
@@ -28,18 +17,6 @@ enum ReplayHandleKind : DWORD {
     ReplayPublisherHandle,
     ReplayEventHandle, // open only while its delivery runs
     ReplayHandleKindCount
-};
-
-/// How a call fails; see ReplayInject.
-enum ReplayFault : DWORD {
-    ReplayFail,           // fails with `code`
-    ReplayFailWithText,   // fails with `code`, though the buffer was filled (EvtFormatMessage, 15029 to 15031)
-    ReplayTruncated,      // succeeds, but fills only the first half of the buffer and leaves the text unterminated
-    ReplayUsedTooLarge,   // succeeds, and reports more used than the size of the buffer
-    ReplayLongerNextTime, // the sizing call asks for less than the call after it will need
-    ReplayNullValues,     // EvtRender: every value is a null variant whose union holds junk
-    ReplayOtherTypes,     // EvtRender: every value has a type that was not asked for
-    ReplayNoBufferNeeded, // succeeds at once without a buffer
 };
 
 /// What ReplayDeclare says of the desktop.
@@ -50,16 +27,11 @@ enum ReplayDeclaration : DWORD {
     ReplayDeclarationCount
 };
 
-/// How the whole log behaves; combined as a mask. 0 is what the platform documents.
+/// How events are delivered; combined as a mask. 0 is what the platform documents.
 enum ReplayMode : DWORD {
-    ReplayCloseDoesNotWait = 1,   // EvtClose of a subscription returns while its callback runs
-    ReplayLastErrorUntouched = 2, // a successful call leaves the thread's last error alone instead of setting 0
-    ReplayDeliverAfterClose = 4,  // a closed subscription is still called with its old context
-    ReplayOnCallingThread = 8,    // ReplayPlay and ReplayDeliver call back on the caller's own thread
-    ReplayErrorAtSizingCall = 16, // 15027 to 15031 of a message without text come at the sizing call (default: 15027
-                                  // there, 15029 to 15031 at the second)
-    ReplayWithoutWaits = 32,      // ReplayPlay skips actions that wait
-    ReplayWithoutActions = 64,    // ReplayPlay skips all actions
+    ReplayOnCallingThread = 1, // ReplayPlay and ReplayDeliver call back on the caller's own thread
+    ReplayWithoutWaits = 2,    // ReplayPlay skips actions that wait
+    ReplayWithoutActions = 4,  // ReplayPlay skips all actions
 };
 
 /// Called after each entry, event or action, with the number of entries done and the total, and from time to time while
@@ -132,20 +104,10 @@ DWORD WINAPI ReplayDeliver(DWORD index, DWORD times);
 DWORD WINAPI ReplayDeliverError(DWORD code);
 
 /// Replaces the modes.
-void WINAPI ReplaySetMode(DWORD modes);
+void WINAPI ReplaySetMode(DWORD newModes);
 
-/// Makes the `occurrence`-th call (from 1, counted from now) of a function misbehave once; 0 makes every call do so.
-/// Several may be set.
-void WINAPI ReplayInject(ReplayFunction function, DWORD occurrence, ReplayFault fault, DWORD code);
-
-/// Resets faults, modes and the counts of calls; open handles stay open and counted.
-void WINAPI ReplayReset();
-
-/// Calls made since the last reset; open handles of a kind; closings of a subscription inside its own callback, which
-/// the platform may not survive.
-DWORD WINAPI ReplayCalls(ReplayFunction function);
+/// Returns the number of open handles of a kind.
 DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind);
-DWORD WINAPI ReplayClosesInsideCallback();
 
 /// Returns the number of calls with a handle that was closed, never opened or of another kind, with an event's handle
 /// after its callback, and of attempts to close an event's handle. They failed with 6.

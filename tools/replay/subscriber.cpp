@@ -1,6 +1,5 @@
 #include "tools/replay/subscriber.h"
 
-#include "tools/replay/behaviour.h"
 #include "tools/replay/handles.h"
 
 #include <algorithm>
@@ -28,8 +27,8 @@ bool Subscriber::Wants(const Delivery& delivery) const
 size_t Subscriber::Enqueue(const Delivery& delivery)
 {
     std::unique_lock guard(lock_);
-    queueChanged_.wait(guard, [&] { return queue_.size() < kLongestQueue || isRetired_; });
-    if (isRetired_) {
+    queueChanged_.wait(guard, [&] { return queue_.size() < kLongestQueue || isClosed_; });
+    if (isClosed_) {
         return 0;
     }
     if (!hasWorker_) {
@@ -58,7 +57,7 @@ void Subscriber::Work()
     std::vector<Delivery> taken;
     std::unique_lock guard(lock_);
     for (;;) {
-        queueChanged_.wait(guard, [&] { return !queue_.empty() || isRetired_; });
+        queueChanged_.wait(guard, [&] { return !queue_.empty() || isClosed_; });
         if (queue_.empty()) {
             return;
         }
@@ -86,7 +85,7 @@ bool Subscriber::RunOnce(const Delivery& delivery) noexcept // NOLINT(bugprone-e
     {
         std::unique_lock guard(lock_);
         ended_.wait(guard, [&] { return runner_ == 0; });
-        if (isRetired_ || (isClosed_ && !Behaviour::Instance().Has(ReplayDeliverAfterClose))) {
+        if (isClosed_) {
             return false;
         }
         runner_ = GetCurrentThreadId();
@@ -118,20 +117,19 @@ void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bug
     handles.Close(handle, kind, true);
 }
 
-void Subscriber::Close(bool waits)
-{
-    std::unique_lock guard(lock_);
-    isClosed_ = true;
-    if (waits && !IsRunningHere()) {
-        ended_.wait(guard, [&, running = callbacks_] { return runner_ == 0 || callbacks_ != running; });
-    }
-}
-
-void Subscriber::Retire()
+void Subscriber::Close()
 {
     const std::lock_guard guard(lock_);
-    isRetired_ = true;
+    isClosed_ = true;
     queueChanged_.notify_all();
+}
+
+void Subscriber::WaitForCallback()
+{
+    std::unique_lock guard(lock_);
+    if (!IsRunningHere()) {
+        ended_.wait(guard, [&, running = callbacks_] { return runner_ == 0 || callbacks_ != running; });
+    }
 }
 
 SubscriberList& SubscriberList::Instance()
@@ -155,26 +153,12 @@ void SubscriberList::Add(std::shared_ptr<Subscriber> subscriber)
     subscribers_ = std::move(changed);
 }
 
-template <typename Predicate>
-void SubscriberList::RemoveIf(Predicate predicate)
+void SubscriberList::Remove(const Subscriber& subscriber)
 {
     const std::lock_guard guard(lock_);
     auto changed = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>(*subscribers_);
-    const auto removed = std::stable_partition(changed->begin(), changed->end(),
-                                               [&](const auto& subscriber) { return !predicate(*subscriber); });
-    std::for_each(removed, changed->end(), [](const auto& subscriber) { subscriber->Retire(); });
-    changed->erase(removed, changed->end());
+    std::erase_if(*changed, [&](const auto& other) { return other.get() == &subscriber; });
     subscribers_ = std::move(changed);
-}
-
-void SubscriberList::Remove(const Subscriber& subscriber)
-{
-    RemoveIf([&](const Subscriber& other) { return &other == &subscriber; });
-}
-
-void SubscriberList::RemoveClosed()
-{
-    RemoveIf([](const Subscriber& subscriber) { return subscriber.IsClosed(); });
 }
 
 SubscriberList::Snapshot SubscriberList::Current()
@@ -183,36 +167,32 @@ SubscriberList::Snapshot SubscriberList::Current()
     return subscribers_;
 }
 
-void CloseSubscription(Subscriber& subscriber)
+void CloseSubscription(Subscriber& subscriber, bool waits)
 {
-    Behaviour& behaviour = Behaviour::Instance();
-    if (subscriber.IsRunningHere()) {
-        behaviour.CountCloseInsideCallback();
-    }
-    subscriber.Close(!behaviour.Has(ReplayCloseDoesNotWait));
-    if (!behaviour.Has(ReplayDeliverAfterClose)) {
-        SubscriberList::Instance().Remove(subscriber);
+    subscriber.Close();
+    SubscriberList::Instance().Remove(subscriber);
+    if (waits) {
+        subscriber.WaitForCallback();
     }
 }
 
-DWORD Deliver(const Delivery& delivery, bool waits)
+DWORD Deliver(const Delivery& delivery, DeliveryMode mode)
 {
     const auto subscribers = SubscriberList::Instance().Current();
     if (IsInsideCallback(subscribers)) {
         return ERROR_POSSIBLE_DEADLOCK;
     }
-    const bool isHere = Behaviour::Instance().Has(ReplayOnCallingThread);
     std::vector<std::pair<Subscriber*, size_t>> awaited;
     for (const auto& subscriber : *subscribers) {
         if (!subscriber->Wants(delivery)) {
             continue;
         }
-        if (isHere) {
+        if (mode == DeliveryMode::OnThisThread) {
             subscriber->DeliverHere(delivery);
             continue;
         }
         const size_t number = subscriber->Enqueue(delivery);
-        if (waits) {
+        if (mode == DeliveryMode::Awaited) {
             awaited.emplace_back(subscriber.get(), number);
         }
     }

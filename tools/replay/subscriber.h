@@ -53,14 +53,11 @@ public:
     /// Calls back on this thread. An exception from the callback ends the process, as on a thread of the platform.
     void DeliverHere(const Delivery& delivery) noexcept; // NOLINT(bugprone-exception-escape)
 
-    /// No callback starts from now on, unless the mode asks for late ones. If `waits`, blocks until the running
-    /// callback returns, except on the thread that runs it.
-    void Close(bool waits);
+    /// Ends the worker thread; no callback starts from now on.
+    void Close();
 
-    /// Ends all deliveries, whatever the mode, and the worker thread.
-    void Retire();
-
-    bool IsClosed() const noexcept { return isClosed_; }
+    /// Blocks until the callback that runs now, if any, has returned, except on the thread that runs it.
+    void WaitForCallback();
 
     /// Whether the current thread is inside this subscription's callback.
     bool IsRunningHere() const noexcept { return runner_ == GetCurrentThreadId(); }
@@ -80,8 +77,7 @@ private:
     std::condition_variable ended_; // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
-    std::atomic<bool> isClosed_ = false;
-    bool isRetired_ = false;
+    bool isClosed_ = false;
     bool hasWorker_ = false;
     std::vector<Delivery> queue_;
     size_t enqueued_ = 0;
@@ -98,26 +94,22 @@ public:
     void SetObserver(const Observer& observer);
     void Add(std::shared_ptr<Subscriber> subscriber);
     void Remove(const Subscriber& subscriber);
-    /// Releases closed subscriptions that were kept for late deliveries.
-    void RemoveClosed();
     Snapshot Current();
 
 private:
-    template <typename Predicate>
-    void RemoveIf(Predicate predicate);
-
     std::mutex lock_;
     Observer observer_;
     Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };
 
-/// What EvtClose does with a subscription in the current modes. Whether the platform waits for a running callback is
-/// not documented; clients rely on it, so it is the default.
-void CloseSubscription(Subscriber& subscriber);
+/// Ends a subscription. If `waits`, blocks until its running callback has returned, except on the thread that runs it.
+void CloseSubscription(Subscriber& subscriber, bool waits);
 
-/// Queues a delivery for every subscription that wants it, or, in the mode for that, calls back here; if `waits`,
-/// blocks until all these callbacks have returned. Returns 0, or ERROR_POSSIBLE_DEADLOCK from inside a callback.
-DWORD Deliver(const Delivery& delivery, bool waits);
+/// Where the callbacks of a delivery run, and whether the caller waits for them.
+enum class DeliveryMode { Queued, Awaited, OnThisThread };
+
+/// Makes a delivery to every subscription that wants it. Returns 0, or ERROR_POSSIBLE_DEADLOCK from inside a callback.
+DWORD Deliver(const Delivery& delivery, DeliveryMode mode);
 
 /// Blocks until all callbacks that are queued have returned. Does nothing inside a callback.
 void WaitForDeliveries();

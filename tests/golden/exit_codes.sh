@@ -1,5 +1,5 @@
 #!/bin/sh
-# Wrong use of the console: what it ends with, and that the message names what is wrong and where.
+# Checks the console's exit code and message for each kind of wrong input.
 #   tests/golden/exit_codes.sh CONSOLE.exe
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
@@ -9,7 +9,7 @@ cd "$(mktemp -d)" || exit 1
 trap 'rm -rf "$PWD"' EXIT
 failed=0
 
-# expect CODE TEXT ARGUMENT...: the exit code, and a text that standard output or standard error holds
+# expect CODE TEXT ARGUMENT...: the expected exit code, and a text that standard output or standard error must contain
 expect() {
     code=$1 text=$2
     shift 2
@@ -21,7 +21,7 @@ expect() {
         failed=1
     fi
 }
-# config FILE TEXT: a configuration around the inside of its root element
+# config FILE TEXT: writes a configuration with TEXT inside its root element
 config() { printf '<metrics>\n%s\n</metrics>\n' "$2" >"$1"; }
 
 good='<metric name="eventlog|eventlog_appcrash"><channel>Application</channel><query>*</query></metric>'
@@ -71,17 +71,17 @@ expect 6 'no-query.xml:2:' run --config no-query.xml --replay "$export" --module
 expect 0 'appcrash|contained' run --config näme-日本.xml --replay "$export" --module "$dll"
 expect 0 "no metric 'eventlog|other'" run --config twice.xml --replay "$export" --module "$dll"
 
-# What a person is most likely to do wrong, with both commands.
+# The likeliest mistakes, with both commands.
 for command in run check; do
-    # several FILE TEXT: one line that tells what is wrong, and the code of a bad export
-    several() {
+    # bad_export FILE TEXT: the exit code of a bad export and a message of one line
+    bad_export() {
         expect 4 "$2" $command --config good.xml --replay "$1" --module "$dll"
         [ "$(wc -l <output)" -eq 1 ] || { echo "more than one line from $command with $1:"; cat output; failed=1; }
     }
-    several empty.export.xml 'empty.export.xml: line 1, column 1: the export is empty'
-    several root.export.xml 'root.export.xml: the export has no event'
-    several binary.export.xml 'this is a binary file'
-    several binary.evtx 'turn it into an export with: wevtutil qe FILE.evtx'
+    bad_export empty.export.xml 'empty.export.xml: line 1, column 1: the export is empty'
+    bad_export root.export.xml 'root.export.xml: the export has no event'
+    bad_export binary.export.xml 'this is a binary file'
+    bad_export binary.evtx 'turn it into an export with: wevtutil qe FILE.evtx'
 done
 expect 6 'no-channel.xml:2:2: ' run --config no-channel.xml --replay "$export" --module "$dll"
 expect 9 "has no <channel>; add one" check --config no-channel.xml
@@ -91,7 +91,7 @@ expect 9 'at character 4)' check --config wrong-query.xml
 expect 0 'no event will come' run --config wrong-query.xml --replay "$export" --module "$dll"
 expect 9 '            *[System[Level=]]' check --config select.xml
 expect 9 "has events of 'Application'" check --config no-such-channel.xml --replay "$export" --module "$dll"
-expect 0 'of which the export has no event; it has' check --config no-such-channel.xml --replay "$export" \
+expect 0 'which has no events in the export; the export has' check --config no-such-channel.xml --replay "$export" \
     --module "$dll" --channel LOST
 expect 9 'declare it with' check --config lost-list.xml --replay "$export" --module "$dll"
 ! grep -q 'selected' output || { echo 'a refused subscription is reported as selecting events'; cat output; failed=1; }
@@ -100,12 +100,12 @@ expect 18 '"verdict":"not understood","problem":"' check --config open.xml --for
 expect 9 'unknown ' check --config open-and-wrong.xml
 expect 0 ' 0 recorded + ' check --config good.xml --replay "$export" --module "$dll" \
     --missing-publisher 'application error' --missing-publisher 'Application Hang'
-expect 0 'empty, which selects all' check --config blank.xml
+expect 0 'empty, selects every event' check --config blank.xml
 grep -q 'channel   Application' output || { echo 'a blank query is taken for a list'; failed=1; }
-expect 0 'complete, and the query is understood' check --config - <good.xml
+expect 0 'complete, and the query is valid' check --config - <good.xml
 expect 0 ' of the export' check --config good.xml --replay - --module "$dll" <"$export"
 expect 0 'entries played' run --config - --replay "$export" --speed 1000000000x --module "$dll" <good.xml
-expect 2 'only one input' check --config - --replay -
+expect 2 'only one of' check --config - --replay -
 expect 2 '--speed' run --config good.xml --replay "$export" --speed fast
 expect 2 '--replay' check --config good.xml --explain
 expect 4 'missing.jsonl' check --config good.xml --replay "$export" --expect missing.jsonl
@@ -116,14 +116,14 @@ cat >actions.export.xml <<'EOF'
 <Events xmlns:replay='urn:orvel:replay'><replay:wait milliseconds='600000'/><replay:write file='made.txt'/>
 <Event><System><Provider Name='a'/><Channel>Application</Channel></System></Event></Events>
 EOF
-expect 0 'note: 2 replay actions left out' check --config good.xml --replay actions.export.xml --module "$dll"
+expect 0 'note: 2 replay actions skipped' check --config good.xml --replay actions.export.xml --module "$dll"
 [ ! -e made.txt ] || { echo "a check has written a file without being asked to"; failed=1; }
 expect 0 '3 of 3 entries played' check --config good.xml --replay actions.export.xml --module "$dll" --actions
 [ -e made.txt ] || { echo "a check with --actions has not carried them out"; failed=1; }
 sed 1d expected.jsonl >less.jsonl
 expect 10 '+ {"collection":1' check --config good.xml --replay "$export" --module "$dll" --expect less.jsonl
 iconv -f utf-8 -t utf-16 expected.jsonl >utf16.jsonl
-expect 4 'the lines are in UTF-16' check --config good.xml --replay "$export" --module "$dll" --expect utf16.jsonl
+expect 4 'the file is in UTF-16' check --config good.xml --replay "$export" --module "$dll" --expect utf16.jsonl
 { printf '\357\273\277{"check":"a"}\n\n' && cat expected.jsonl; } >report.jsonl
 expect 0 '' check --config good.xml --replay "$export" --module "$dll" --expect report.jsonl
 sed 's/日/年/' "$here/texts.expected.jsonl" | sed '1s/^/{"check":"a"}\n\n/' >other.jsonl

@@ -22,15 +22,15 @@ struct Reason {
 
 enum class Verdict { Good, Problem, NotUnderstood };
 
-/// The result for one metric.
+/// The result of the check for one metric.
 struct Finding {
     MetricConfiguration metric;
     Verdict verdict = Verdict::Good;
-    std::wstring problem = {}; // or what is not understood
-    ReplayProblem place = {};  // of the problem, if it is in the query
+    std::wstring problem = {}; // why the verdict is not Good
+    ReplayProblem place = {};  // where in the query the problem is
     unsigned long long events = 0, selected = 0;
-    std::map<std::wstring, unsigned long long> channels = {}; // of the export, with their events
-    std::map<std::wstring, Reason> reasons = {};              // of events that are left out, by their text
+    std::map<std::wstring, unsigned long long> channels = {}; // number of the export's events by channel
+    std::map<std::wstring, Reason> reasons = {};              // by text
 };
 
 void CALLBACK OnJudged(void* context, const ReplayVerdict* verdict)
@@ -62,8 +62,8 @@ Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
     return finding;
 }
 
-/// The most frequent reasons, at most `most`; of equals, the one that comes first in the export.
-std::vector<Reason> Frequent(const Finding& finding, size_t most)
+/// Returns the most frequent reasons, at most `limit`. Equally frequent ones are in the order of the export.
+std::vector<Reason> MostFrequent(const Finding& finding, size_t limit)
 {
     std::vector<Reason> reasons;
     for (const auto& [text, reason] : finding.reasons) {
@@ -72,17 +72,17 @@ std::vector<Reason> Frequent(const Finding& finding, size_t most)
     std::sort(reasons.begin(), reasons.end(), [](const Reason& a, const Reason& b) {
         return std::tie(b.events, a.line, a.column, a.text) < std::tie(a.events, b.line, b.column, b.text);
     });
-    reasons.resize(std::min(most, reasons.size()));
+    reasons.resize(std::min(limit, reasons.size()));
     return reasons;
 }
 
-/// "1 event", "2 events".
+/// Returns "1 event", "2 events".
 std::wstring Events(unsigned long long count)
 {
     return std::to_wstring(count) + (count == 1 ? L" event" : L" events");
 }
 
-/// One line of a report, or several where it is too long for the terminal.
+/// Formats a line of the report, wrapped to the width of the terminal.
 std::wstring Line(const wchar_t* label, const std::wstring& text)
 {
     constexpr size_t kIndent = 12;
@@ -104,7 +104,7 @@ std::wstring ShowProblem(const Finding& finding)
     return text;
 }
 
-/// The channel, and whether the export has it.
+/// Returns the channel with the number of its events, or the channels that the export has instead.
 std::wstring ShowChannel(const Finding& finding, bool hasExport)
 {
     std::wstring text = finding.metric.channel;
@@ -114,7 +114,7 @@ std::wstring ShowChannel(const Finding& finding, bool hasExport)
         }
     }
     if (hasExport) {
-        text += L", of which the export has no event; it has ";
+        text += L", which has no events in the export; the export has ";
         for (const auto& [channel, count] : finding.channels) {
             text += (channel == finding.channels.begin()->first ? L"" : L", ") + channel + L" (" + Events(count) + L")";
         }
@@ -128,7 +128,7 @@ std::wstring ShowLeftOut(const Finding& finding, const Options& options)
                                               (options.explain == 0 ? L"; --explain shows why" : L", because"));
     const std::wstring file = ToWide(InputName(options.replay));
     unsigned long long shown = 0;
-    for (const Reason& reason : Frequent(finding, options.explain)) {
+    for (const Reason& reason : MostFrequent(finding, options.explain)) {
         const std::wstring place = FormatString(L":%lu:%lu", reason.line, reason.column);
         text += Line(L"", Events(reason.events) + L": " + reason.text + L"; first " + file + place);
         shown += reason.events;
@@ -136,7 +136,7 @@ std::wstring ShowLeftOut(const Finding& finding, const Options& options)
     const unsigned long long rest = finding.events - finding.selected - shown;
     if (options.explain != 0 && rest != 0) {
         text += Line(L"", Events(rest) + L" for " + std::to_wstring(finding.reasons.size() - options.explain) +
-                              L" other reasons; a larger number after --explain shows more");
+                              L" other reasons; --explain N shows more");
     }
     return text;
 }
@@ -152,10 +152,10 @@ std::wstring Report(const Finding& finding, const Options& options)
     const std::wstring& query = finding.metric.query;
     const size_t first = query.find_first_not_of(L" \t\r\n");
     const bool isStructured = first != query.npos && query[first] == L'<';
-    text += Line(L"channel", isStructured ? L"as the query list names them" : ShowChannel(finding, hasExport));
-    text += Line(L"query", first == query.npos ? L"empty, which selects all" : query);
+    text += Line(L"channel", isStructured ? L"named in the query list" : ShowChannel(finding, hasExport));
+    text += Line(L"query", first == query.npos ? L"empty, selects every event" : query);
     if (!hasExport) {
-        return text + Line(Marked(kGood, L"good").c_str(), L"complete, and the query is understood") + L"\n";
+        return text + Line(Marked(kGood, L"good").c_str(), L"complete, and the query is valid") + L"\n";
     }
     text += Line(Marked(kGood, L"selected").c_str(),
                  std::to_wstring(finding.selected) + L" of " + Events(finding.events) + L" of the export");
@@ -176,7 +176,7 @@ std::string JsonReport(const Finding& finding, const Options& options)
     if (finding.verdict == Verdict::Good && !options.replay.empty()) {
         line += ",\"events\":" + std::to_string(finding.events) + ",\"selected\":" + std::to_string(finding.selected);
         std::string reasons;
-        for (const Reason& reason : Frequent(finding, options.explain)) {
+        for (const Reason& reason : MostFrequent(finding, options.explain)) {
             reasons += reasons.empty() ? "{\"events\":" : ",{\"events\":";
             reasons += std::to_string(reason.events) + ",\"reason\":" + Quote(reason.text);
             reasons += ",\"line\":" + std::to_string(reason.line);
@@ -187,27 +187,28 @@ std::string JsonReport(const Finding& finding, const Options& options)
     return line + "}\n";
 }
 
-/// The first values of a collection, as a table.
-std::string Shortened(Collection collection)
+/// Formats the first values of a collection as a table.
+std::string ToShortTable(Collection collection)
 {
-    constexpr size_t kMost = 20;
+    constexpr size_t kMaxValues = 20;
     const size_t count = collection.values.size();
-    collection.values.resize(std::min(count, kMost));
+    collection.values.resize(std::min(count, kMaxValues));
     std::string text = ToTable(collection, TerminalWidth());
-    if (count > kMost) {
-        text.insert(text.size() - 1, "  and " + std::to_string(count - kMost) +
-                                         " more values, which run --format jsonl or check --format jsonl shows\n");
+    if (count > kMaxValues) {
+        text.insert(text.size() - 1,
+                    "  and " + std::to_string(count - kMaxValues) + " more; --format jsonl prints all values\n");
     }
     return text;
 }
 
-/// The expected lines, with this computer's name for @HOST@.
+/// Reads the expected lines and replaces @HOST@ by the computer's name. Throws Failure.
 std::string ReadExpected(const std::wstring& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
     std::string text = ReadInput(path, ExitCode::Export);
     if (text.starts_with("\xFF\xFE") || text.find('\0') != text.npos) {
-        throw Failure(ExitCode::Export, InputName(path) + ": the lines are in UTF-16; make them UTF-8, in PowerShell " +
+        throw Failure(ExitCode::Export, InputName(path) +
+                                            ": the file is in UTF-16; convert it to UTF-8, in PowerShell " +
                                             "with: Get-Content FILE | Set-Content -Encoding UTF8 NEWFILE");
     }
     text.erase(0, text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
@@ -253,15 +254,15 @@ ExitCode Check(const Options& options)
     }
 
     std::string written;
-    // Nothing else runs meanwhile, and deliveries on this thread are several times faster.
+    // Delivering on this thread is several times faster, and nothing else has to run meanwhile.
     replay.SetMode(ReplayOnCallingThread | ReplayWithoutWaits | (options.actions ? 0 : DWORD{ReplayWithoutActions}));
     if (actions != 0 && !options.actions) {
         Say("note", std::to_string(actions) + (actions == 1 ? " replay action" : " replay actions") +
-                        " left out; --actions carries out all but waits, on this computer");
+                        " skipped; with --actions, all except waits are carried out on this computer");
     }
     Session session(options, &replay, [&](const Collection& collection) {
         const std::string lines = ToJsonLines(collection);
-        WriteData(isTable ? Shortened(collection) : lines);
+        WriteData(isTable ? ToShortTable(collection) : lines);
         written += lines;
     });
     if (const std::optional<Failure> failure = session.Run(good)) {
@@ -270,14 +271,14 @@ ExitCode Check(const Options& options)
     WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
     if (IsStopped()) {
         throw Failure(ExitCode::Stopped,
-                      "stopped by Ctrl+C before the whole export was played; the check says nothing");
+                      "stopped by Ctrl+C before the whole export was played; the check has no result");
     }
     std::string difference = options.expect.empty() ? "" : Difference(expected, written);
     if (difference.empty()) {
         return code;
     }
     difference.pop_back(); // the last line break
-    WriteLine(InputName(options.expect) + " (-) and what would be written (+) differ:\n" + difference);
+    WriteLine(InputName(options.expect) + " (-) and the values that would be written (+) differ:\n" + difference);
     return code == ExitCode::Ok ? ExitCode::Differs : code;
 }
 

@@ -5,8 +5,8 @@
 
 namespace orvel::console {
 
-/// Reports what is wrong with a configuration and, given an export, what the provider would make of it. Returns Ok,
-/// Problem, NotUnderstood or Differs, the first that applies in the order 9, 18, 10. COM must be initialised. Throws
+/// Checks a configuration and, given an export, prints what it selects and what the provider would write. Returns
+/// Problem, NotUnderstood or Differs, the first of these that applies, else Ok. COM must be initialised. Throws
 /// Failure.
 ExitCode Check(const Options& options);
 

@@ -18,7 +18,7 @@ namespace {
 
 using namespace orvel::console;
 
-// The wide command line: the narrow one loses letters outside the system's code page.
+/// Returns the arguments in UTF-8, from the wide command line: argv loses characters outside the system's code page.
 std::vector<std::string> Arguments()
 {
     std::vector<std::string> arguments;
@@ -44,7 +44,7 @@ void Run(const Options& options)
     }
     std::erase_if(metrics, [](const MetricConfiguration& metric) { return metric.isIgnored; });
 
-    std::optional<ReplayClient> replay; // loaded before the module, which is to find this Event Log
+    std::optional<ReplayClient> replay; // loaded before the module, so that the module imports this wevtapi.dll
     if (!options.replay.empty()) {
         LoadExport(replay.emplace(LoadReplayLog()), options);
     }
@@ -92,7 +92,7 @@ int main()
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
     const UINT codePage = GetConsoleOutputCP();
-    SetConsoleOutputCP(CP_UTF8); // what a terminal is to make of the output
+    SetConsoleOutputCP(CP_UTF8);
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const int code = Main();
     CoUninitialize();

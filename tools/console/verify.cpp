@@ -41,7 +41,7 @@ void Require(bool isGood, ExitCode code, const std::string& text)
     }
 }
 
-/// The module registered for the current user, until it is removed.
+/// Registers the module for the current user and removes it again.
 class UserRegistration {
 public:
     explicit UserRegistration(std::wstring path) : path_(std::move(path)) {}
@@ -52,16 +52,17 @@ public:
     {
         const HRESULT hr = Install(TRUE);
         Require(SUCCEEDED(hr), ExitCode::Registration,
-                ToUtf8(path_) + " cannot be registered for this user: " + Describe(hr) +
-                    "; it must lie beside this program, with the same word size");
+                "cannot register " + ToUtf8(path_) + " for this user: " + Describe(hr) +
+                    "; put a module of this program's architecture beside the program");
     }
 
-    /// Returns what is wrong afterwards; empty if everything was removed.
+    /// Returns why the registration could not be removed, or an empty text.
     std::string Remove() const
     {
         const HRESULT hr = Install(FALSE);
         if (FAILED(hr)) {
-            return "the module cannot be removed from the user's classes: " + Describe(hr);
+            return "cannot remove the module's registration for this user: " + Describe(hr) +
+                   "; retry with: regsvr32 /s /u /n /i:user Orvel_eventlog.dll";
         }
         for (const wchar_t* const left :
              {L"OrvelAgent.EventLogProvider", L"OrvelAgent.EventLogProvider.1", L"AppID\\Orvel_eventlog.dll",
@@ -70,7 +71,8 @@ public:
             const std::wstring name = std::wstring(L"Software\\Classes\\") + left;
             if (RegOpenKeyExW(HKEY_CURRENT_USER, name.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS) {
                 RegCloseKey(key);
-                return "HKEY_CURRENT_USER\\" + ToUtf8(name) + " is still there";
+                return "HKEY_CURRENT_USER\\" + ToUtf8(name) +
+                       " still exists after the removal; delete it with reg delete";
             }
         }
         return {};
@@ -87,7 +89,7 @@ private:
     const std::wstring path_;
 };
 
-/// The event that is written: what its publisher's message inserts, in order. The first text marks it.
+/// The event to write: the insertion strings of its publisher's message, in order. The first one is unique.
 struct WrittenEvent {
     std::wstring mark = FormatString(L"orvel-verify-%lu-%llu.exe", GetCurrentProcessId(), GetTickCount64());
     std::vector<std::wstring> inserts = {mark,
@@ -118,7 +120,8 @@ struct WrittenEvent {
             source != nullptr && ReportEventW(source.get(), EVENTLOG_ERROR_TYPE, kCategory, kEventId, nullptr,
                                               static_cast<WORD>(texts.size()), 0, texts.data(), nullptr);
         Require(isWritten, ExitCode::Writing,
-                "the event cannot be written: " + Describe(HRESULT_FROM_WIN32(GetLastError())));
+                "cannot write an event to the channel Application: " + Describe(HRESULT_FROM_WIN32(GetLastError())) +
+                    "; verify --replay checks the rest without it");
     }
 
     void Replay(const ReplayClient& replay) const
@@ -137,10 +140,10 @@ struct WrittenEvent {
         wchar_t problem[256] = L"";
         const bool isPlayed = replay.LoadText(xml.c_str(), problem, ARRAYSIZE(problem)) == ERROR_SUCCESS &&
                               replay.Play(nullptr, nullptr) == ERROR_SUCCESS;
-        Require(isPlayed, ExitCode::Writing, "the event cannot be replayed: " + ToUtf8(problem));
+        Require(isPlayed, ExitCode::Writing, "cannot replay the event: " + ToUtf8(problem));
     }
 
-    /// What is missing in the collected record; empty if it is the written event's.
+    /// Returns what the collected record lacks, or an empty text.
     std::string Difference(const std::wstring& record) const
     {
         wchar_t computer[MAX_COMPUTERNAME_LENGTH + 1] = L"";
@@ -150,7 +153,7 @@ struct WrittenEvent {
              {inserts[0], inserts[1], inserts[3], inserts[4], std::wstring(L"<br />Crash Time: "),
               L"<br />Host Name: " + std::wstring(computer)}) {
             if (record.find(expected) == record.npos) {
-                return "the value has no '" + ToUtf8(expected) + "'";
+                return "the collected value does not contain '" + ToUtf8(expected) + "'";
             }
         }
         return {};
@@ -171,18 +174,19 @@ ComPtr<IXMLDOMElement> ConfigurationElement()
         document->loadXML(MakeBstr(xml.c_str()).get(), &isLoaded);
         document->get_documentElement(root.GetAddressOf());
     }
-    Require(root != nullptr, ExitCode::Creation, "MSXML 6 cannot read a configuration");
+    Require(root != nullptr, ExitCode::Creation,
+            "cannot load a configuration with MSXML 6; check that msxml6.dll is registered");
     return root;
 }
 
-/// Collects until a record carries the event's mark.
+/// Collects until a record contains the event's mark, and returns that record. Throws Failure after 30 seconds.
 std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const WrittenEvent& event,
                          const EventCounter& counter)
 {
-    constexpr std::chrono::seconds kPatience(30);
-    constexpr DWORD kPause = 200;
+    constexpr std::chrono::seconds kTimeout(30);
+    constexpr DWORD kPause = 200; // milliseconds
     const UniqueBstr name = MakeBstr(kCrashMetric);
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto end = std::chrono::steady_clock::now() + kTimeout;
     do {
         const HRESULT hr = provider.QueryMetric(name.get(), 0, &sink);
         Require(SUCCEEDED(hr), ExitCode::Collection, "the collection failed: " + Describe(hr));
@@ -196,12 +200,12 @@ std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const Written
     const unsigned long long seen =
         counter.Counted(EventCounter::Recorded) + counter.Counted(EventCounter::WithoutMessage);
     throw Failure(ExitCode::Delivery,
-                  "the event's record did not come within 30 seconds; meanwhile the Event Log delivered " +
+                  "the metric had no value for the event within 30 seconds; meanwhile the Event Log delivered " +
                       std::to_string(seen) + " such events to this program, " +
                       std::to_string(counter.Counted(EventCounter::WithoutMessage)) + " without a message");
 }
 
-/// Whether hosts of this word size find the provider; the ProgID alone may be the other word size's.
+/// Returns whether hosts of this architecture find the provider; the ProgID alone may be registered by the other one.
 bool IsInstalled()
 {
     CLSID providerClass{};
@@ -216,13 +220,14 @@ bool IsInstalled()
     return isInstalled;
 }
 
-/// From the creation of the provider to its unloading.
+/// Creates the registered provider, verifies it with an event and unloads it. `replay` may be null. Throws Failure.
 void VerifyProvider(const ReplayClient* replay)
 {
     CLSID providerClass{};
     const HRESULT found = CLSIDFromProgID(kProgId, &providerClass);
-    Require(SUCCEEDED(found), ExitCode::Creation, ToUtf8(kProgId) + " leads to no class: " + Describe(found));
-    // Before the module: it must outlive the provider's references.
+    Require(SUCCEEDED(found), ExitCode::Creation,
+            "the ProgID " + ToUtf8(kProgId) + " is not registered: " + Describe(found));
+    // Declared before the module, so that they outlive the provider's references to them.
     Logger logger(static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning));
     Host host;
     Sink sink;
@@ -257,13 +262,13 @@ void VerifyProvider(const ReplayClient* replay)
     WriteData(ToUtf8(L"  " + Wrapped(Printable(record), 0, 2)) + "\n");
     const std::string difference = event.Difference(record);
     Require(difference.empty(), ExitCode::Value, difference);
-    Report("Comparison", "the value holds what was written");
+    Report("Comparison", "the value matches the event");
 
     counter.Stop();
     module.Provider().UnsubscribeAll();
     module.Unload();
     Require(logger.References() + host.References() + sink.References() == 0, ExitCode::Unclean,
-            "the module is unloaded but still holds references on the host's objects");
+            "the module is unloaded but has not released all of the host's objects");
     Report("Unloading", "the module released everything");
 }
 
@@ -271,7 +276,7 @@ void VerifyProvider(const ReplayClient* replay)
 
 void Verify(const Options& options)
 {
-    std::optional<ReplayClient> replay; // loaded before the module, which is to find this Event Log
+    std::optional<ReplayClient> replay; // loaded before the module, so that the module imports this wevtapi.dll
     if (options.replayOwn) {
         replay.emplace(LoadReplayLog());
     }
@@ -279,7 +284,7 @@ void Verify(const Options& options)
     if (IsInstalled()) {
         Report("Installation", ToUtf8(kProgId) + " is installed");
         VerifyProvider(log);
-        Report("Removal", "nothing, the installed provider stays");
+        Report("Removal", "none; the provider stays installed");
     } else {
         const UserRegistration registration(std::filesystem::path(ModulePath(nullptr)).parent_path() /
                                             L"Orvel_eventlog.dll");

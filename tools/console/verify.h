@@ -4,10 +4,11 @@
 
 namespace orvel::console {
 
-/// Checks the whole path from a written event to its metric on this computer, reporting each step on standard output:
-/// the installed provider, or Orvel_eventlog.dll beside the program registered for the user meanwhile, is created by
-/// its ProgID and subscribed; an event is written, or replayed with `options.replayOwn`, collected and compared. COM
-/// must be initialised. Throws Failure with the exit code of the step that failed, after removing the registration.
+/// Checks on this computer that an event becomes a metric, and reports each step on standard output. Creates the
+/// provider by its ProgID, subscribes it, writes an event (or replays one with `options.replayOwn`), collects the
+/// metric and compares. If no provider is installed, Orvel_eventlog.dll beside the program is registered for the user
+/// during the check. COM must be initialised. Throws Failure with the exit code of the step that failed, after removing
+/// that registration.
 void Verify(const Options& options);
 
 } // namespace orvel::console

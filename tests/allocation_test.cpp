@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(AllocationTest, ACrashTakesItsBuffersItsTimeLineAndItsTextAndAValueThreeStrings)
+TEST_F(AllocationTest, CountsThoseOfACrashAndOfAValue)
 {
     for (const wchar_t* message :
          {L"short", L"one line&#13;&#10;and another&#13;&#10;and a third that ends the text"}) {
@@ -44,7 +44,7 @@ TEST_F(AllocationTest, ACrashTakesItsBuffersItsTimeLineAndItsTextAndAValueThreeS
     }
 }
 
-TEST_F(AllocationTest, ALaminaEventTakesItsTwoBuffersAndWhatItKeeps)
+TEST_F(AllocationTest, CountsThoseOfALaminaEvent)
 {
     const std::pair<std::wstring, long> kinds[] = {
         {L"User is logging in", 2},

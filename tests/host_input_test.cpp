@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(HostInputTest, NamesAreCountedTextsOfAnyLength)
+TEST_F(HostInputTest, ComparesNamesOfAnyLengthWhole)
 {
     ASSERT_EQ(Subscribe(), S_OK);
     const std::wstring ended(kCrash);
@@ -46,7 +46,7 @@ TEST_F(HostInputTest, NamesAreCountedTextsOfAnyLength)
     EXPECT_EQ(ValuesOfOneEvent(), 2U);
 }
 
-TEST_F(HostInputTest, NodesThatAreNoElementsAreRefused)
+TEST_F(HostInputTest, RefusesNodesThatAreNotElements)
 {
     const auto element = Configuration(L"<metric a='b'>text<!--c--><channel>Application</channel></metric>");
     for (const wchar_t* path : {L"text()", L"comment()", L"@a", L"/"}) {
@@ -57,7 +57,7 @@ TEST_F(HostInputTest, NodesThatAreNoElementsAreRefused)
     EXPECT_EQ(logger.asked, 0);
 }
 
-TEST_F(HostInputTest, APropertyIsTheWholeTextOfAChildElement)
+TEST_F(HostInputTest, TakesTheWholeTextOfAChildElement)
 {
     const std::wstring megabytes(size_t{1} << 20, L'x');
     // A configuration, its result, and how many values one event brings.
@@ -80,7 +80,7 @@ TEST_F(HostInputTest, APropertyIsTheWholeTextOfAChildElement)
     EXPECT_EQ(Replay().InvalidHandles(), 0U) << "what the Event Log refused has nothing to close";
 }
 
-TEST_F(HostInputTest, ASinkMayUseTheProviderButForTheMetricThatItReceives)
+TEST_F(HostInputTest, SinkMayUseTheProvider)
 {
     ASSERT_EQ(Subscribe(), S_OK);
     RecordingLogger other;
@@ -100,7 +100,7 @@ TEST_F(HostInputTest, ASinkMayUseTheProviderButForTheMetricThatItReceives)
     provider.Reset();
 }
 
-TEST_F(HostInputTest, ALoggerMayEndTheMetricOrTheProviderFromAnyCall)
+TEST_F(HostInputTest, LoggerMayEndTheMetricOrTheProviderInAnyCall)
 {
     const std::function<HRESULT()> calls[] = {[this] { return Subscribe(); }, [this] { return Collect(); },
                                               [this] { return Unsubscribe(); },

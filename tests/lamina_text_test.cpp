@@ -17,7 +17,7 @@ AgentEventKind Classify(std::wstring message)
     return ClassifyAgentEvent({1, 2, std::move(message)});
 }
 
-TEST(AgentEvent, EveryWordingIsKnownByItsStartAndItsPart)
+TEST(AgentEvent, IsClassifiedByStartAndPart)
 {
     const std::tuple<const wchar_t*, const wchar_t*, AgentEventKind> rules[] = {
         {L"User is logging in", L"", AgentEventKind::Logon},
@@ -79,7 +79,7 @@ TEST(MountedEntries, AreTakenWhenComplete)
 }
 
 // A log may be read while its last line is being written, and a search may start anywhere.
-TEST(MountedEntries, AreFoundFromEveryStartAndUpToEveryEnd)
+TEST(MountedEntries, AreFoundFromAnyStartToAnyEnd)
 {
     const std::wstring first = L"..MOUNTED-READ;C:\\vols\\a.vhd;{1234}\r\n";
     const std::wstring text = first + L"MOUNTED-READ;C:\\vols\\b.vhd;{5678}\r\n";

@@ -68,7 +68,7 @@ protected:
     }
 };
 
-TEST_P(QuirksTest, ACrashIsToldAsFarAsItIsKnown)
+TEST_P(QuirksTest, ReportsWhatIsKnownOfACrash)
 {
     LoadEvents(Event(L"before") + Event(L"Faulted"));
     const std::wstring time = L"<br />Crash Time: 2024-03-05 07:08:09";
@@ -91,7 +91,7 @@ TEST_P(QuirksTest, ACrashIsToldAsFarAsItIsKnown)
     }
 }
 
-TEST_P(QuirksTest, ALogonKeepsWhatItKnew)
+TEST_P(QuirksTest, KeepsWhatIsKnownOfALogon)
 {
     const auto at = [](const wchar_t* message, const wchar_t* time) { return Event(message, time, L"korvex"); };
     LoadEvents(at(L"User is logging in", L"2024-03-05T07:08:10Z") +

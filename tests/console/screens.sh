@@ -1,7 +1,7 @@
 #!/bin/bash
 # Runs what a page shows: each indented block that begins with "$ " is a dialogue whose commands must print what stands
 # below them. A "$ cat FILE" of a file that is not there yet makes it of what stands below.
-#   tests/golden/screens.sh CONSOLE.exe PAGE.md
+#   tests/console/screens.sh CONSOLE.exe PAGE.md
 # The commands run in a folder of their own that holds the samples, 100 columns wide, for the computer "DESKTOP-7Q1".
 # With --write the page is brought up to date instead of compared.
 set -eu

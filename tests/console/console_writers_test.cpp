@@ -15,7 +15,7 @@ std::string JsonOf(const std::wstring& text)
     return ToJsonLines({2, L"m", {{L"k", L"", VT_BSTR, text, 0}}, {}});
 }
 
-TEST(JsonLines, EscapeWhatJsonCannotHoldAndNothingElse)
+TEST(JsonLines, EscapeOnlyWhatJsonRequires)
 {
     const auto line = [](const std::string& value) {
         return R"({"collection":2,"metric":"m","key":"k","instance":"","type":"VT_BSTR","value":")" + value + "\"}\n";
@@ -39,7 +39,7 @@ std::wstring Picture(std::vector<ULONGLONG> times, const std::wstring& plinth)
     return DrawTimeline(collection);
 }
 
-TEST(Timeline, ShowsEachStepInItsPlace)
+TEST(Timeline, ShowsTheStepsInOrder)
 {
     const std::wstring head = L"\n  Logon on 2026-01-22, times in UTC\n"
                               L"                      time           since logon          step\n";
@@ -52,7 +52,7 @@ TEST(Timeline, ShowsEachStepInItsPlace)
                      L"  plinths\n    7  C:\\a\xfffd[2J\n");
 }
 
-TEST(Timeline, BearsAnyNumbers)
+TEST(Timeline, TakesAnyNumbers)
 {
     EXPECT_NE(Picture({5, 5, 5, 5}, L"").find(L"0.000 s  |o\n  no plinths"), std::wstring::npos);
     EXPECT_NE(Picture({~0ULL, 0, 1, ~0ULL - 999}, L"").find(L"Logon on ?,"), std::wstring::npos);
@@ -63,7 +63,7 @@ TEST(Timeline, BearsAnyNumbers)
     EXPECT_EQ(Picture({}, L""), L"");
 }
 
-TEST(Terminal, BreaksLinesWhereTheyAreFullAndNotWithinACharacter)
+TEST(Terminal, WrapsLinesBetweenCharacters)
 {
     EXPECT_EQ(Wrapped(L"ab cd ef", 5, 2), L"ab cd\n  ef");
     EXPECT_EQ(Wrapped(L"abcdefg\n\nh", 3, 1), L"abc\n def\n g\n\n h");

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Ctrl+C while the console waits: it ends at once, in order, and the sums of its summary are right.
-#   tests/golden/interrupt.sh CONSOLE.exe
+#   tests/console/interrupt.sh CONSOLE.exe
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
 console=$(realpath "$1")
@@ -21,24 +21,26 @@ text='<RenderingInfo><Message>crash</Message></RenderingInfo>'
     event 00 'Application Error' ''
     event 00 'Other' "$text"
     event 00 'Application Error' "$text"
+    echo "<replay:write file='Z:$PWD/played'/>"
 } >start.xml
 { cat start.xml; event 59 'Application Error' "$text"; echo '</Events>'; } >paced.xml
 { cat start.xml; echo "<replay:wait milliseconds='600000'/></Events>"; } >waiting.xml
 
 failed=0
 command=run
-# interrupt CODE TEXT INPUT OPTION...: a second after it has subscribed, if it does; TEXT is what standard error must hold
+# interrupt CONDITION CODE TEXT INPUT OPTION...: as soon as the command CONDITION succeeds; TEXT is what standard error must
+# hold
 interrupt() {
-    local code=$1 text=$2 input=$3 actual=0 started
-    shift 3
+    local condition=$1 code=$2 text=$3 input=$4 actual=0 started
+    shift 4
     : >log
+    rm -f played
     "$here/../../cmake/wine.sh" "$console" $command --config config.xml --module "$(dirname "$console")/Orvel_eventlog.dll" "$@" \
         --log info <"$input" >output 2>log &
-    for ((tries = 0; tries < 30; ++tries)); do
-        grep -q '^info: Subscribed' log && break
-        sleep 0.1
+    for ((tries = 0; tries < 600; ++tries)); do
+        $condition && break
+        sleep 0.05
     done
-    sleep 1
     started=$SECONDS
     kill -INT $!
     wait $! || actual=$?
@@ -48,6 +50,10 @@ interrupt() {
         failed=1
     fi
 }
+is_played() { [ -e played ]; }
+is_subscribed() { grep -q '^info: Subscribed' log; }
+# Succeeds when the console has read from the pipe what it holds at most and more.
+is_reading() { head -c 70000 /dev/zero | tr '\0' ' ' >&3; }
 sums='    4 delivered = 2 recorded + 1 without a message + 1 of other kinds
     2 recorded = 2 written + 0 dropped + 0 still pending
     3 values written, 0 refused'
@@ -58,17 +64,17 @@ check_sums() {
         failed=1
     fi
 }
-interrupt 0 Stopped /dev/null --replay paced.xml --speed 1x
-check_sums '4 of 5 entries played'
-interrupt 0 Stopped paced.xml --replay - --speed 60x
-check_sums '4 of 5 entries played'
-interrupt 0 Stopped /dev/null --replay waiting.xml
-check_sums '4 of 5 entries played'
+interrupt is_played 0 Stopped /dev/null --replay paced.xml --speed 1x
+check_sums '5 of 6 entries played'
+interrupt is_played 0 Stopped paced.xml --replay - --speed 60x
+check_sums '5 of 6 entries played'
+interrupt is_played 0 Stopped /dev/null --replay waiting.xml
+check_sums '5 of 6 entries played'
 { echo '<Events>'; for ((i = 0; i < 60000; ++i)); do event 00 'Application Error' "$text"; done; echo '</Events>'; } >long.xml
 command=check
-interrupt 11 'error: stopped by Ctrl+C before' /dev/null --replay long.xml --expect config.xml
+interrupt is_subscribed 11 'error: stopped by Ctrl+C before' /dev/null --replay long.xml --expect config.xml
 command=run
 mkfifo pipe
-exec 3<>pipe # nobody ever writes to it
-interrupt 4 'stdin: stopped by Ctrl+C' pipe --replay -
+exec 3<>pipe # open for writing, too, so that it never ends
+interrupt is_reading 4 'stdin: stopped by Ctrl+C' pipe --replay -
 exit $failed

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Checks the console's exit code and message for each kind of wrong input.
-#   tests/golden/exit_codes.sh CONSOLE.exe
+#   tests/console/exit_codes.sh CONSOLE.exe
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
+golden=$here/../golden
 console=$(realpath "$1")
 dll=$(dirname "$console")/Orvel_eventlog.dll
 cd "$(mktemp -d)" || exit 1
@@ -25,7 +26,7 @@ expect() {
 config() { printf '<metrics>\n%s\n</metrics>\n' "$2" >"$1"; }
 
 good='<metric name="eventlog|eventlog_appcrash"><channel>Application</channel><query>*</query></metric>'
-export=$here/left-out.export.xml
+export=$golden/left-out.export.xml
 config good.xml "$good"
 config näme-日本.xml "$good"
 config twice.xml "$good$good<metric name='eventlog|other'/>"
@@ -126,8 +127,8 @@ iconv -f utf-8 -t utf-16 expected.jsonl >utf16.jsonl
 expect 4 'the file is in UTF-16' check --config good.xml --replay "$export" --module "$dll" --expect utf16.jsonl
 { printf '\357\273\277{"check":"a"}\n\n' && cat expected.jsonl; } >report.jsonl
 expect 0 '' check --config good.xml --replay "$export" --module "$dll" --expect report.jsonl
-sed 's/日/年/' "$here/texts.expected.jsonl" | sed '1s/^/{"check":"a"}\n\n/' >other.jsonl
-expect 10 'at line 7 of' check --config "$here/texts.config.xml" --replay "$here/texts.export.xml" --module "$dll" \
+sed 's/日/年/' "$golden/texts.expected.jsonl" | sed '1s/^/{"check":"a"}\n\n/' >other.jsonl
+expect 10 'at line 7 of' check --config "$golden/texts.config.xml" --replay "$golden/texts.export.xml" --module "$dll" \
     --expect other.jsonl
 grep -q 'at character 168:' output || { echo 'the lines part at another character:'; cat output; failed=1; }
 { cat expected.jsonl && echo '{"more":1}'; } >more.jsonl

@@ -1,6 +1,5 @@
 #include "tools/console/event_counter.h"
 
-#include "lamina/agent_event.h"
 #include "tools/function_of.h"
 
 #include <cwchar>
@@ -65,18 +64,18 @@ EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event)
         metadata_ = Log().OpenMetadata(nullptr, ownPublisher, nullptr, 0, 0);
     }
     // The sizing call gets a buffer for one character: without one, Windows faults at an empty message.
-    AgentEventRecord record;
-    record.message.resize(1);
+    std::wstring& message = record_.message;
+    message.resize(1);
     DWORD used = 0;
     const auto format = [&] {
-        return Log().Format(metadata_, event, 0, 0, nullptr, EvtFormatMessageEvent,
-                            static_cast<DWORD>(record.message.size()), record.message.data(), &used);
+        return Log().Format(metadata_, event, 0, 0, nullptr, EvtFormatMessageEvent, static_cast<DWORD>(message.size()),
+                            message.data(), &used);
     };
     if (!format() && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
-        record.message.resize(used);
+        message.resize(used);
         if (format()) {
-            record.message.resize(wcsnlen(record.message.c_str(), used));
-            return isLamina_ && ClassifyAgentEvent(record) == AgentEventKind::Other ? OtherKind : Recorded;
+            message.resize(wcsnlen(message.c_str(), used));
+            return isLamina_ && ClassifyAgentEvent(record_) == AgentEventKind::Other ? OtherKind : Recorded;
         }
     }
     const std::wstring publisher = Publisher(event);

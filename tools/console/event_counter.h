@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lamina/agent_event.h"
 #include "tools/console/configuration.h"
 
 #include <windows.h>
@@ -38,6 +39,7 @@ private:
     EVT_HANDLE subscription_ = nullptr;
     EVT_HANDLE metadata_ = nullptr; // opened, like the context, at the first event; callbacks run one at a time
     EVT_HANDLE context_ = nullptr;
+    AgentEventRecord record_; // kept for its memory
     std::atomic<unsigned long long> counted_[KindCount] = {};
 };
 

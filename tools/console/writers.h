@@ -20,7 +20,7 @@ struct Collection {
 std::string ToJsonLines(const Collection& collection);
 
 /// A text as a JSON string.
-std::string Quote(const std::wstring& text);
+std::string Quote(std::wstring_view text);
 
 /// An aligned table for people under a heading of its own, of up to `width` columns (0: any); line breaks in values are
 /// shown as such. Where nothing was written the provider's info lines say why.

@@ -217,6 +217,9 @@ TEST_F(ProviderTest, TakesAPropertyWithoutTextAsEmpty)
     domResult = S_OK;
     selected = node.Get();
     EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), S_OK);
+    EXPECT_EQ(Unsubscribe(), S_OK);
+    domResult = S_FALSE; // no match, whatever the node is
+    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
     selected = nullptr;
     EXPECT_EQ(Replay().Calls(ReplayEvtSubscribe), 1U);
     EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);

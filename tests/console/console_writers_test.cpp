@@ -1,7 +1,6 @@
 // What no event can bring into a golden case: texts that are not Unicode, and the picture of a logon at its edges.
 
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
 #include "tools/console/writers.h"
 
 #include <gtest/gtest.h>

@@ -2,9 +2,10 @@
 
 #include "host/format.h"
 #include "tools/console/input.h"
+#include "tools/console/output.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
+#include "tools/utf8.h"
 
 #include <algorithm>
 #include <map>

@@ -2,9 +2,10 @@
 
 #include "host/bstr.h"
 #include "host/property.h"
+#include "tools/console/failure.h"
 #include "tools/console/input.h"
-#include "tools/console/text.h"
 #include "tools/replay/xml_reader.h"
+#include "tools/utf8.h"
 
 #include <shlwapi.h>
 

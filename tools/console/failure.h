@@ -1,11 +1,13 @@
 #pragma once
 
+#include <windows.h>
+
 #include <stdexcept>
 #include <string>
 
 namespace orvel::console {
 
-/// What the process ends with; `--help` lists them.
+/// The exit codes of the process; `--help` explains them.
 enum class ExitCode {
     Ok = 0,
     Usage = 2,
@@ -33,7 +35,10 @@ struct Failure : std::runtime_error {
     ExitCode code;
 };
 
-/// The exception that is being handled, as a Failure.
+/// Describes an error code: "0x80070002 (File not found.)", without the brackets when the system has no text.
+std::string Describe(HRESULT code);
+
+/// Returns the exception that is being handled as a Failure.
 Failure CurrentFailure();
 
 } // namespace orvel::console

@@ -1,7 +1,8 @@
 #include "tools/console/host_objects.h"
 
+#include "tools/console/output.h"
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
+#include "tools/utf8.h"
 
 namespace orvel::console {
 

@@ -1,6 +1,7 @@
 #include "tools/console/input.h"
 
-#include "tools/console/text.h"
+#include "tools/console/failure.h"
+#include "tools/utf8.h"
 
 #include <atomic>
 #include <future>

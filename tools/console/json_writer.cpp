@@ -1,6 +1,6 @@
 #include "host/format.h"
-#include "tools/console/text.h"
 #include "tools/console/writers.h"
+#include "tools/utf8.h"
 
 namespace orvel::console {
 

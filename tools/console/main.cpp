@@ -1,9 +1,11 @@
 #include "tools/console/check.h"
+#include "tools/console/failure.h"
 #include "tools/console/input.h"
+#include "tools/console/output.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
 #include "tools/console/verify.h"
+#include "tools/utf8.h"
 
 #include <windows.h>
 #include <fcntl.h>
@@ -25,7 +27,7 @@ std::vector<std::string> Arguments()
     int count = 0;
     wchar_t** const all = CommandLineToArgvW(GetCommandLineW(), &count);
     for (int i = 1; i < count; ++i) {
-        arguments.push_back(ToUtf8(all[i]));
+        arguments.push_back(orvel::ToUtf8(all[i]));
     }
     LocalFree(all);
     return arguments;
@@ -53,7 +55,7 @@ void Run(const Options& options)
     });
     const std::optional<Failure> failure = session.Run(metrics);
     if (options.format == Format::Table || options.summary) {
-        WriteLine(ToUtf8(session.Summary()));
+        WriteLine(orvel::ToUtf8(session.Summary()));
     }
     if (failure) {
         throw *failure;

@@ -1,7 +1,7 @@
 #include "tools/console/options.h"
 
 #include "tools/console/failure.h"
-#include "tools/console/text.h"
+#include "tools/utf8.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

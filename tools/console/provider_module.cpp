@@ -2,8 +2,9 @@
 
 #include "module/provider_ids.h"
 #include "tools/console/failure.h"
-#include "tools/console/text.h"
+#include "tools/console/output.h"
 #include "tools/function_of.h"
+#include "tools/utf8.h"
 
 namespace orvel::console {
 

@@ -2,9 +2,11 @@
 
 #include "host/bstr.h"
 #include "host/format.h"
+#include "tools/console/failure.h"
 #include "tools/console/input.h"
+#include "tools/console/output.h"
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
+#include "tools/utf8.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
 #include "tools/console/writers.h"
+#include "tools/utf8.h"
 
 #include <algorithm>
 #include <array>

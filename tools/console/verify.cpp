@@ -3,13 +3,15 @@
 #include "host/bstr.h"
 #include "host/format.h"
 #include "tools/console/event_counter.h"
+#include "tools/console/failure.h"
 #include "tools/console/host_objects.h"
 #include "tools/console/input.h"
+#include "tools/console/output.h"
 #include "tools/console/provider_module.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
-#include "tools/console/text.h"
 #include "tools/function_of.h"
+#include "tools/utf8.h"
 
 #include <msxml2.h>
 

@@ -33,9 +33,8 @@ std::wstring DrawTimeline(const Collection& collection, size_t width = 0);
 /// The provider's info lines of the collection, for people.
 std::wstring Reasons(const Collection& collection);
 
-/// How two texts of lines differ, for people; empty when they do not. Lines that are blank or those of a check's report
-/// are no part of either. Lines that are in one only are marked with - and +; where one stands for another, the place
-/// where they part is shown.
+/// Shows the first line in which two texts differ, marked with - and +, the place where it begins to differ, and how
+/// many lines follow; empty if they are equal. Blank lines and the lines of a check's report are skipped.
 std::string Difference(const std::string& expected, const std::string& actual);
 
 } // namespace orvel::console

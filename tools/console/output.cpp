@@ -1,10 +1,10 @@
-#include "tools/console/text.h"
+#include "tools/console/output.h"
 
-#include "host/log.h"
 #include "tools/console/failure.h"
 #include "tools/console/terminal.h"
+#include "tools/utf8.h"
 
-#include <comdef.h>
+#include <windows.h>
 #include <io.h>
 
 #include <algorithm>
@@ -30,7 +30,7 @@ WORD Attribute(char mark, WORD plain)
     return static_cast<WORD>((plain & colour.kept) | colour.added);
 }
 
-// To a console in pieces that it takes, as wide text, which it understands whatever its code page is.
+/// Writes in pieces that a console accepts, in UTF-16, which does not depend on its code page.
 bool WriteToConsole(HANDLE console, std::wstring_view text)
 {
     constexpr size_t kPiece = 8000;
@@ -46,7 +46,7 @@ bool WriteToConsole(HANDLE console, std::wstring_view text)
 }
 
 std::mutex outputLock;
-bool isProgressShown = false; // on a terminal, whose line it has not ended
+bool isProgressShown = false; // on a line of a terminal that is not ended
 
 void LeaveProgressLine()
 {
@@ -56,7 +56,7 @@ void LeaveProgressLine()
     }
 }
 
-// Gives whether all of it was written. Colours are set by the call that every version of the console knows.
+/// Returns whether all of it was written. Colours are set with the function that every version of Windows has.
 bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 {
     const std::lock_guard guard(outputLock);
@@ -79,27 +79,6 @@ bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 }
 
 } // namespace
-
-std::string Describe(HRESULT code)
-{
-    const ErrorSuffix suffix(code);
-    std::wstring text = suffix.Text() == nullptr ? L"" : suffix.Text();
-    text.erase(text.find_last_not_of(L"\r\n ") + 1);
-    return ToUtf8(FormatString(text.empty() ? L"0x%08lx" : L"0x%08lx (%s)", code, text.c_str()));
-}
-
-Failure CurrentFailure()
-{
-    try {
-        throw;
-    } catch (const Failure& failure) {
-        return failure;
-    } catch (const _com_error& error) {
-        return {ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error())};
-    } catch (const std::exception& error) {
-        return {ExitCode::Collection, error.what()};
-    }
-}
 
 void WriteData(std::string_view utf8)
 {

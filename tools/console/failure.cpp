@@ -1,0 +1,32 @@
+#include "tools/console/failure.h"
+
+#include "host/format.h"
+#include "host/log.h"
+#include "tools/utf8.h"
+
+#include <comdef.h>
+
+namespace orvel::console {
+
+std::string Describe(HRESULT code)
+{
+    const ErrorSuffix suffix(code);
+    std::wstring text = suffix.Text() == nullptr ? L"" : suffix.Text();
+    text.erase(text.find_last_not_of(L"\r\n ") + 1);
+    return ToUtf8(FormatString(text.empty() ? L"0x%08lx" : L"0x%08lx (%s)", code, text.c_str()));
+}
+
+Failure CurrentFailure()
+{
+    try {
+        throw;
+    } catch (const Failure& failure) {
+        return failure;
+    } catch (const _com_error& error) {
+        return {ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error())};
+    } catch (const std::exception& error) {
+        return {ExitCode::Collection, error.what()};
+    }
+}
+
+} // namespace orvel::console

@@ -96,7 +96,7 @@ expect 0 'which has no events in the export; the export has' check --config no-s
     --module "$dll" --channel LOST
 expect 9 'declare it with' check --config lost-list.xml --replay "$export" --module "$dll"
 ! grep -q 'selected' output || { echo 'a refused subscription is reported as selecting events'; cat output; failed=1; }
-expect 18 'the replay log does not understand the query' check --config open.xml --replay "$export" --module "$dll"
+expect 18 'the replay log does not support the query' check --config open.xml --replay "$export" --module "$dll"
 expect 18 '"verdict":"not understood","problem":"' check --config open.xml --format jsonl
 expect 9 'unknown ' check --config open-and-wrong.xml
 expect 0 ' 0 recorded + ' check --config good.xml --replay "$export" --module "$dll" \

@@ -11,7 +11,7 @@ static auto Try(std::wstring_view text, const Parse& parse) -> std::optional<dec
         return parse(text);
     } catch (const QueryError& error) {
         assert(error.position <= text.size() && !error.reason.empty());
-        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotUnderstood);
+        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotSupported);
         return std::nullopt;
     }
 }

@@ -1,4 +1,4 @@
-// The Event Log's own functions. The pages named are those of the Windows Event Log reference.
+// The Event Log API. Comments name the pages of the Windows Event Log reference.
 
 #include "tools/replay/handles.h"
 #include "tools/replay/refusal.h"
@@ -12,8 +12,8 @@ using namespace orvel::replay;
 
 namespace {
 
-/// Sets the last error and returns whether `code` is 0. What a success does to the last error is not documented; the
-/// samples "Rendering Events" and "Subscribing to Events" rely on 0.
+/// Sets the last error and returns whether `code` is 0. Success resets it, because the pages "Rendering Events" and
+/// "Subscribing to Events" rely on that; it is not documented.
 BOOL Finish(DWORD code)
 {
     SetLastError(code);
@@ -25,10 +25,12 @@ EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, 
 {
     // EvtSubscribe page: the signal event must be NULL with a callback; a bookmark goes with its own flag only.
     if ((callback != nullptr) == (signal != nullptr) || bookmark != nullptr) {
-        throw Refusal{ERROR_INVALID_PARAMETER, L"a callback without a signal event and without a bookmark is needed"};
+        throw Refusal{ERROR_INVALID_PARAMETER,
+                      L"a subscription needs a callback, and neither a signal event nor a bookmark"};
     }
     if (session != nullptr || signal != nullptr || flags != EvtSubscribeToFutureEvents) {
-        throw Refusal{ERROR_NOT_SUPPORTED, L"only push subscriptions to future events of this computer are played"};
+        throw Refusal{ERROR_NOT_SUPPORTED,
+                      L"the replay log supports only push subscriptions to future events of this computer"};
     }
     bool isStructured = false;
     Selection selection = MakeSelection(channel, query, isStructured);
@@ -41,25 +43,26 @@ EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, 
 
 DWORD Render(const RenderContext& context, const Event& event, DWORD size, void* buffer, DWORD* used, DWORD* count)
 {
-    const size_t room = buffer != nullptr ? size : 0;
-    const size_t needed = RenderValues(context, event, buffer, room);
-    *used = static_cast<DWORD>(needed); // EvtRender page: in bytes; with 122, what is needed
-    if (room < needed) {
+    const size_t capacity = buffer != nullptr ? size : 0;
+    const size_t needed = RenderValues(context, event, buffer, capacity);
+    *used = static_cast<DWORD>(needed); // in bytes (EvtRender page)
+    if (capacity < needed) {
         return ERROR_INSUFFICIENT_BUFFER;
     }
     *count = static_cast<DWORD>(context.size());
     return ERROR_SUCCESS;
 }
 
-/// The code with which formatting an event's message ends. Those from 15029 to 15031 come with a text.
+/// Returns the error of formatting an event's message, or 0.
 DWORD MessageError(const std::wstring* publisher, const Event& event)
 {
-    // EvtFormatMessage page: the metadata handle may be null for forwarded events, whose rendering is their own.
+    // Forwarded events contain their message, so the metadata handle may be null (EvtFormatMessage page).
     const bool hasSource = publisher != nullptr ? EqualNames(*publisher, event.publisher) : event.isForwarded;
     return hasSource && event.message ? event.messageError : DWORD{ERROR_EVT_MESSAGE_NOT_FOUND};
 }
 
-bool LeavesText(DWORD error)
+/// Returns whether formatting returns a text in spite of the error.
+bool HasText(DWORD error)
 {
     return error >= ERROR_EVT_UNRESOLVED_VALUE_INSERT && error <= ERROR_EVT_MAX_INSERTS_REACHED;
 }
@@ -68,19 +71,19 @@ DWORD Format(const std::wstring* publisher, const Event& event, DWORD size, wcha
 {
     const DWORD error = MessageError(publisher, event);
     *used = 0;
-    if (error != ERROR_SUCCESS && !LeavesText(error)) {
+    if (error != ERROR_SUCCESS && !HasText(error)) {
         return error;
     }
-    // EvtFormatMessage page: sizes are in characters; the samples use the text with the NUL that is counted.
+    // In characters, including the terminator (EvtFormatMessage page and samples).
     const std::wstring_view text = *event.message;
     const size_t needed = text.size() + 1;
-    const size_t room = buffer != nullptr ? size : 0;
+    const size_t capacity = buffer != nullptr ? size : 0;
     *used = static_cast<DWORD>(needed);
-    // An empty message is known to need no buffer; the platform writes its NUL through a null pointer, this one not.
-    if (room < needed && !text.empty()) {
+    // An empty message succeeds without a buffer, as on Windows, which writes the terminator through the null pointer.
+    if (capacity < needed && !text.empty()) {
         return ERROR_INSUFFICIENT_BUFFER;
     }
-    if (room >= needed) {
+    if (capacity >= needed) {
         std::copy(text.begin(), text.end(), buffer);
         buffer[text.size()] = L'\0';
     }
@@ -96,7 +99,7 @@ EVT_HANDLE WINAPI EvtSubscribe(EVT_HANDLE session, HANDLE signalEvent, LPCWSTR c
 {
     try {
         if (const DWORD error = StartUnattended(); error != ERROR_SUCCESS) {
-            throw Refusal{error, L"the export that ORVEL_REPLAY names cannot be read"};
+            throw Refusal{error, L"cannot read the export named by ORVEL_REPLAY"};
         }
         const EVT_HANDLE handle =
             Subscribe(session, signalEvent, channelPath, query, bookmark, context, callback, flags);

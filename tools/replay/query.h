@@ -11,20 +11,20 @@ namespace orvel::replay {
 
 constexpr unsigned kInvalidQuery = 15001;    // ERROR_EVT_INVALID_QUERY
 constexpr unsigned kQueryTooComplex = 15026; // ERROR_EVT_FILTER_TOO_COMPLEX
-constexpr unsigned kNotUnderstood = 50;      // ERROR_NOT_SUPPORTED
+constexpr unsigned kNotSupported = 50;       // ERROR_NOT_SUPPORTED
 
-/// Why a query is refused. Codes of the Event Log stand for what the documentation forbids, kNotUnderstood for what it
-/// leaves open and the replay log does not evaluate.
+/// Thrown for a query that is refused. The code is kNotSupported if the documentation leaves the construct open, else
+/// the Event Log's code for an invalid query.
 struct QueryError {
     unsigned code;
-    size_t position; // in characters from 0
+    size_t position; // in characters, from 0
     std::wstring reason;
-    std::wstring source = {}; // the text that the position counts in, if it is not the whole query
+    std::wstring source = {}; // the text that `position` refers to; empty: the whole query
 };
 
 struct Expression;
 
-/// One step of a location path. Text is the node test text(); an empty name is "*".
+/// A step of a location path. Text is the node test text(); an empty name stands for "*".
 struct Step {
     enum Axis { Child, Attribute, Text };
     Axis axis = Child;
@@ -32,8 +32,8 @@ struct Step {
     std::vector<Expression> predicates;
 };
 
-/// A parsed expression. Or, And, Compare and Bits are true or false; a path stands for the nodes it leads to; the rest
-/// are operands.
+/// A parsed expression. Or, And, Compare and Bits (a call of band()) are true or false, a path selects nodes, and the
+/// others are operands.
 struct Expression {
     enum Kind { Or, And, Compare, Bits, Path, Constant, TimeDifference, Position };
     enum Operator { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual };
@@ -45,40 +45,40 @@ struct Expression {
 };
 
 /// Why a query does not select an event.
-struct QueryMiss {
-    size_t conditions = 0;  // that held before the one that failed
-    size_t depth = 0;       // steps of the path that led there
+struct QueryExplanation {
+    size_t conditions = 0;  // number of conditions that are true beside the one that failed
+    size_t depth = 0;       // number of path steps to the condition that failed
     std::wstring text = {}; // "EventID is 1001, the query wants 1000"
 };
 
-/// An XPath of the subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable; may
-/// be used from any thread.
+/// A query in the XPath subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable
+/// and thread-safe.
 class Query {
 public:
-    /// Parses an event selector. Throws QueryError.
-    static Query Parse(std::wstring_view text, size_t mostExpressions = kMostExpressions);
+    /// Parses an event selector with at most `maxExpressions` expressions. Throws QueryError.
+    static Query Parse(std::wstring_view text, size_t maxExpressions = kMaxExpressions);
 
-    /// Parses the path of a value, which has neither "or" nor "and" (EvtCreateRenderContext page). Throws QueryError.
+    /// Parses a value path, which cannot have "or" and "and" (EvtCreateRenderContext page). Throws QueryError.
     static Query ParseValuePath(std::wstring_view text);
 
-    /// Whether the event is selected. The current time is the time of the event, as when it was written.
+    /// Returns whether the query selects the event. The current time is the time of the event.
     bool Matches(const Node& event) const;
 
-    /// Why an event that the query does not match is not selected.
-    QueryMiss Explain(const Node& event) const;
+    /// Explains why the query does not select the event. Call it only if Matches returned false.
+    QueryExplanation Explain(const Node& event) const;
 
-    /// Finds the first value of the value path: an attribute, or the text of an element. Returns false if there is
-    /// none. The view is valid as long as the event.
+    /// Sets `value` to the first value of the value path: an attribute, or the text of an element. Returns false if
+    /// there is none. The view is valid as long as the event.
     bool FirstValue(const Node& event, std::wstring_view& value) const;
 
-    /// The names of the value path without predicates, "Event/System/TimeCreated/@SystemTime".
+    /// Returns the names of the value path without predicates, "Event/System/TimeCreated/@SystemTime".
     std::wstring PlainPath() const;
 
 private:
     Expression root_;
 };
 
-/// When an event was created, as ParseEventTime returns it.
+/// Returns the event's creation time as ParseEventTime does.
 std::optional<uint64_t> CreationTime(const Node& event);
 
 } // namespace orvel::replay

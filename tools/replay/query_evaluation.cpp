@@ -9,14 +9,14 @@ namespace orvel::replay {
 
 namespace {
 
-/// Calls `visit` with each node that the steps from `index` on lead to, until it returns true; returns whether it did.
+/// Calls `visit` with each node that the steps from `index` on select until it returns true. Returns whether it did.
 template <typename Visit>
 bool AnyNode(const std::vector<Step>& path, size_t index, const Item& from, const Node& event, const Visit& visit)
 {
     const Step& step = path[index];
-    // Each predicate counts positions among the nodes that the predicates before it left. The parser counts at least
-    // one expression in each.
-    std::array<size_t, kMostSelectExpressions> positions{};
+    // One position for each predicate, counted among the nodes that pass the predicates before it. The array is large
+    // enough because each predicate has at least one expression.
+    std::array<size_t, kMaxSelectExpressions> positions{};
     return AnyCandidate(step, from, [&](const Item& candidate) {
         for (size_t i = 0; i < step.predicates.size(); ++i) {
             if (!IsTrue(step.predicates[i], {event, candidate, ++positions[i]})) {
@@ -52,20 +52,20 @@ bool Compare(Expression::Operator comparison, const Value& left, const Value& ri
     }
 }
 
-/// Identifiers and texts are equal or not; an order between them never holds (XPath 1.0, 3.4).
+/// Compares identifiers or texts. They have no order, so <, <=, > and >= are false (XPath 1.0, 3.4).
 bool CompareUnordered(Expression::Operator comparison, bool areEqual)
 {
     return comparison == (areEqual ? Expression::Equal : Expression::NotEqual);
 }
 
-/// A text that is not a number differs from every number and has no order.
+/// Compares two values, of which one that is not a number differs from every number and has no order.
 bool CompareNumbers(Expression::Operator comparison, const std::optional<Number>& left,
                     const std::optional<Number>& right)
 {
     return left && right ? Compare(comparison, *left, *right) : comparison == Expression::NotEqual;
 }
 
-/// Compares a value of an event after its conversion to the literal's type.
+/// Converts an event's value to the literal's type and compares them.
 bool CompareValue(Expression::Operator comparison, std::wstring_view value, const Literal& literal)
 {
     if (const auto* number = std::get_if<Number>(&literal.value)) {
@@ -92,7 +92,7 @@ std::optional<Number> LiteralNumber(const Literal& literal)
     return number != nullptr ? std::optional(*number) : std::nullopt;
 }
 
-/// The number that position(), timediff() or a literal stands for.
+/// Returns the value of position(), timediff() or a numeric literal.
 std::optional<Number> NumberOf(const Expression& operand, const Context& context)
 {
     switch (operand.kind) {
@@ -105,7 +105,7 @@ std::optional<Number> NumberOf(const Expression& operand, const Context& context
     }
 }
 
-/// The parser has put a path to the left, and a literal to the right of a function.
+/// Evaluates a comparison. The parser has ordered its operands: paths before functions before literals.
 bool CompareOperands(const Expression& comparison, const Context& context)
 {
     const Expression& left = comparison.parts.front();
@@ -140,7 +140,7 @@ std::optional<uint64_t> BitsOf(const Expression& operand, const Context& context
     return number && !number->isNegative && number->fraction == 0 ? std::optional(number->whole) : std::nullopt;
 }
 
-/// Consuming Events page: the arguments of timediff() are times, or numbers in FILETIME representation.
+/// Returns an argument of timediff(): a time, or a number that is a FILETIME (Consuming Events page).
 std::optional<uint64_t> TimeOf(const Expression& operand, const Context& context)
 {
     const auto text = FirstValue(operand, context);
@@ -222,7 +222,11 @@ std::wstring Query::PlainPath() const
     std::wstring plain;
     for (const Step& step : root_.path) {
         plain.append(plain.empty() ? L"" : L"/").append(step.axis == Step::Attribute ? L"@" : L"");
-        plain.append(step.axis == Step::Text ? L"text()" : step.name.empty() ? L"*" : step.name);
+        if (step.axis == Step::Text) {
+            plain.append(L"text()");
+        } else {
+            plain.append(step.name.empty() ? L"*" : step.name);
+        }
     }
     return plain;
 }

@@ -4,16 +4,16 @@
 
 namespace orvel::replay {
 
-/// A node that an expression is evaluated at, or that a path leads to.
+/// A context node, or a node that a path selects.
 struct Item {
     enum Kind { Root, Element, Attribute, Text };
     Kind kind;
-    const Node* node; // the element that an attribute or a text belongs to; of the root, the event
+    const Node* node; // the element of an attribute or a text; for the root, the event
     std::wstring_view name = {};
     std::wstring_view value = {};
 };
 
-/// What an expression is evaluated in. The virtual root above the event is the context of a whole query.
+/// The context of an expression. For a whole query it is the virtual root above the event.
 struct Context {
     const Node& event;
     Item item;
@@ -25,19 +25,19 @@ inline Context RootContext(const Node& event)
     return {event, {Item::Root, &event}, 1};
 }
 
-/// Whether an expression is true, or leads to a node. Allocates nothing.
+/// Returns whether an expression is true, or selects a node. Allocates nothing.
 bool IsTrue(const Expression& expression, const Context& context);
 
-/// The first value of a path or a literal's text; nothing if the path leads nowhere.
+/// Returns a literal's text, or the first value of a path, if any.
 std::optional<std::wstring_view> FirstValue(const Expression& operand, const Context& context);
 
-/// Milliseconds from the first time to the second, or to the event's; nothing if one is missing.
+/// Returns the milliseconds from the first time to the second (default: the event's), or nothing if one is missing.
 std::optional<Number> TimeDifference(const Expression& call, const Context& context);
 
-/// Whether a value of an event can be converted to a literal's type, so that the two can be compared.
+/// Returns whether an event's value can be converted to the literal's type.
 bool IsConvertible(std::wstring_view value, const Literal& literal);
 
-/// Calls `visit` with each node that a step's axis and name select, until it returns true; returns whether it did.
+/// Calls `visit` with each node that a step's axis and name select until it returns true. Returns whether it did.
 template <typename Visit>
 bool AnyCandidate(const Step& step, const Item& from, const Visit& visit)
 {

@@ -1,5 +1,4 @@
-// Why a query does not select an event: a second pass over the parsed query, which looks for the conditions that
-// failed.
+// Explains why a query does not select an event, in a second pass over the parsed query.
 
 #include "tools/replay/query_evaluation.h"
 
@@ -11,7 +10,7 @@ namespace orvel::replay {
 
 namespace {
 
-/// A value that failed a condition, and what the query wants instead, if it is a value.
+/// A failed condition: the value found and, unless a node is missing, the value that the query wants.
 struct Failure {
     std::wstring found;
     std::wstring wanted;
@@ -35,7 +34,7 @@ Explanation Single(std::wstring found, std::wstring wanted, size_t depth = 0)
     return {0, depth, {{std::move(found), std::move(wanted)}}};
 }
 
-/// A value of an event: numbers bare, texts quoted and of bounded length.
+/// Formats an event's value: texts are quoted and truncated.
 std::wstring Shown(std::wstring_view value)
 {
     constexpr size_t kLongest = 60;
@@ -53,7 +52,7 @@ std::wstring Shown(const Literal& literal)
     return literal.isQuoted ? L"'" + literal.text + L"'" : literal.text;
 }
 
-/// "Provider/@Name", "Level", "Data[@Name='App']".
+/// Returns a name such as "Provider/@Name", "Level" or "Data[@Name='App']".
 std::wstring Label(const Item& item)
 {
     std::wstring label(item.node->name);
@@ -66,8 +65,14 @@ std::wstring Label(const Item& item)
 
 std::wstring StepName(const Step& step)
 {
-    const std::wstring name = step.axis == Step::Text ? L"text" : step.name.empty() ? L"child" : step.name;
-    return step.axis != Step::Attribute ? name : step.name.empty() ? L"attribute" : L"@" + name;
+    switch (step.axis) {
+    case Step::Text:
+        return L"text";
+    case Step::Attribute:
+        return step.name.empty() ? L"attribute" : L"@" + step.name;
+    default:
+        return step.name.empty() ? L"child" : step.name;
+    }
 }
 
 std::wstring OneOf(size_t count, const Step& step)
@@ -75,7 +80,7 @@ std::wstring OneOf(size_t count, const Step& step)
     return count > 1 ? L" (one of " + std::to_wstring(count) + L" " + StepName(step) + L")" : std::wstring();
 }
 
-/// What `literal` wants beside `comparison`.
+/// Describes the values for which a comparison is true, such as "at most 3".
 std::wstring Wanted(Expression::Operator comparison, const std::wstring& value)
 {
     constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
@@ -91,10 +96,10 @@ std::wstring Wanted(Expression::Operator comparison, const Literal& literal)
     return Wanted(comparison, Shown(literal)) + (isOrder && !hasOrder ? L", but texts have no order" : L"");
 }
 
-/// The nodes that a path's steps from `index` on lead to.
+/// Appends the nodes that a path's steps from `index` on select.
 void Collect(const std::vector<Step>& path, size_t index, const Context& context, std::vector<Item>& items)
 {
-    std::array<size_t, kMostSelectExpressions> positions{};
+    std::array<size_t, kMaxSelectExpressions> positions{};
     AnyCandidate(path[index], context.item, [&](const Item& candidate) {
         const auto& predicates = path[index].predicates;
         for (size_t i = 0; i < predicates.size(); ++i) {
@@ -111,13 +116,13 @@ void Collect(const std::vector<Step>& path, size_t index, const Context& context
     });
 }
 
-/// Why a path leads to no node: the step without any, or the predicate that failed at the node that came farthest.
+/// Explains why a path selects no node: a step without nodes, or the predicate that failed at the nearest node.
 Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Context& context)
 {
     const Step& step = path[index];
     size_t count = 0;
     Explanation nearest;
-    std::array<size_t, kMostSelectExpressions> positions{};
+    std::array<size_t, kMaxSelectExpressions> positions{};
     AnyCandidate(step, context.item, [&](const Item& candidate) {
         Context here{context.event, candidate, 1};
         size_t held = 0;
@@ -154,7 +159,7 @@ std::wstring TimeDifferenceText(const Expression& call, const Context& context)
                        : (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
 }
 
-/// The right side of a comparison: a literal, or a function that returns a number.
+/// Describes the right side of a comparison: a literal, or a function that returns a number.
 std::wstring WantedBy(const Expression& comparison, const Context& context)
 {
     const Expression& right = comparison.parts.back();
@@ -205,7 +210,7 @@ Explanation ExplainBits(const Expression& call, const Context& context)
                : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted, value.path.size());
 }
 
-/// The first part that failed.
+/// Explains the first operand that is false.
 Explanation ExplainAnd(const Expression& expression, const Context& context)
 {
     const auto& parts = expression.parts;
@@ -215,7 +220,7 @@ Explanation ExplainAnd(const Expression& expression, const Context& context)
     return explanation;
 }
 
-/// The nearest misses. Those of one value become one: "EventID is 3, the query wants 1 or 2".
+/// Explains the operands that came nearest, and merges those on one value: "EventID is 3, the query wants 1 or 2".
 Explanation ExplainOr(const Expression& expression, const Context& context)
 {
     Explanation nearest = Explain(expression.parts.front(), context);
@@ -260,15 +265,15 @@ Explanation Explain(const Expression& expression, const Context& context)
 
 } // namespace
 
-QueryMiss Query::Explain(const Node& event) const
+QueryExplanation Query::Explain(const Node& event) const
 {
     const Explanation explanation = replay::Explain(root_, RootContext(event));
-    QueryMiss miss{explanation.conditions, explanation.depth};
+    QueryExplanation result{explanation.conditions, explanation.depth};
     for (const auto& [found, wanted] : explanation.failures) {
-        miss.text +=
-            (miss.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
+        result.text +=
+            (result.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
     }
-    return miss;
+    return result;
 }
 
 } // namespace orvel::replay

@@ -1,28 +1,28 @@
 #pragma once
 
-// What the documentation of the Event Log's queries leaves open, and what the replay log does there. Each of these may
-// differ on a desktop; docs/replay.md lists them under "Open points".
+// The replay log's choices where the documentation of queries is silent. A desktop may differ; docs/replay.md lists
+// them under "Open points".
 
 #include <cstddef>
 #include <string_view>
 
 namespace orvel::replay {
 
-/// The pages limit a query to 20 expressions (Consuming Events) and a Select or Suppress to 32 (QueryType), and do not
-/// say what an expression is. Counted are comparisons, band() calls and paths whose existence is the condition.
-constexpr size_t kMostExpressions = 20;
-constexpr size_t kMostSelectExpressions = 32;
+/// Limits from the pages Consuming Events and QueryType, which do not define "expression". Comparisons, band() calls
+/// and paths whose existence is the condition are counted.
+constexpr size_t kMaxExpressions = 20;
+constexpr size_t kMaxSelectExpressions = 32;
 
-/// Whether the platform compares texts without regard to case is not documented.
+/// Compares texts case-sensitively.
 inline bool EqualTexts(std::wstring_view value, std::wstring_view literal)
 {
     return value == literal;
 }
 
-/// Whether "!=" holds for several nodes when one of them differs, as XPath 1.0 has it, or when all of them do.
+/// Whether "!=" is true for several nodes if one of them differs (XPath 1.0), or only if all do.
 constexpr bool kOneDifferentNodeSuffices = true;
 
-/// Whether a time without a trailing Z, "2026-03-02T00:00:00", is a time in UTC.
+/// Whether a time without a trailing Z, such as "2026-03-02T00:00:00", is a time in UTC.
 constexpr bool kTimesMayLackZ = true;
 
 } // namespace orvel::replay

@@ -8,14 +8,15 @@ namespace orvel::replay {
 
 namespace {
 
-constexpr size_t kDeepest = 64;
+constexpr size_t kMaxDepth = 64;
 
 bool IsCondition(const Expression& expression)
 {
     return expression.kind <= Expression::Path;
 }
 
-/// Whether `test` holds for an expression or one of its operands, however deep; predicates of paths are not entered.
+/// Returns whether `test` is true for the expression or one of its direct and indirect operands. Does not visit the
+/// predicates of paths.
 template <typename Test>
 bool Contains(const Expression& expression, const Test& test)
 {
@@ -41,8 +42,8 @@ bool LeadsToChildren(const Expression& expression)
 /// A recursive descent parser.
 class Parser : private QueryText {
 public:
-    Parser(std::wstring_view text, size_t mostExpressions, bool isValuePath)
-        : QueryText(text), mostExpressions_(mostExpressions), isValuePath_(isValuePath)
+    Parser(std::wstring_view text, size_t maxExpressions, bool isValuePath)
+        : QueryText(text), maxExpressions_(maxExpressions), isValuePath_(isValuePath)
     {
     }
 
@@ -52,16 +53,16 @@ public:
         const size_t start = position_;
         Expression expression = ParseOr();
         if (!IsAtEnd()) {
-            Unexpected(L"the query should end here");
+            FailUnexpected(L"expected the end of the query");
         }
         if (!IsCondition(expression) || !Contains(expression, IsPath)) {
-            Forbid(start, L"a query selects events, so it needs a path that starts with * or Event");
+            FailInvalid(start, L"a query needs a path that starts with * or Event");
         }
         if (Contains(expression, IsPosition)) {
-            Forbid(start, L"position() is supported on leaf nodes only");
+            FailInvalid(start, L"position() is supported on leaf nodes only");
         }
         if (isValuePath_ && !IsPath(expression)) {
-            Forbid(start, L"a single path is expected");
+            FailInvalid(start, L"expected a single path");
         }
         return expression;
     }
@@ -69,16 +70,16 @@ public:
 private:
     void Enter()
     {
-        if (++depth_ > kDeepest) {
-            GiveUp(position_, L"this nests deeper than 64 levels");
+        if (++depth_ > kMaxDepth) {
+            FailUnsupported(position_, L"expressions are nested deeper than 64 levels");
         }
     }
 
     void Count(size_t start)
     {
-        if (++expressions_ > mostExpressions_) {
+        if (++expressions_ > maxExpressions_) {
             throw QueryError{kQueryTooComplex, start,
-                             L"only " + std::to_wstring(mostExpressions_) + L" expressions are supported"};
+                             L"only " + std::to_wstring(maxExpressions_) + L" expressions are supported"};
         }
     }
 
@@ -98,7 +99,7 @@ private:
         series.parts.push_back(std::move(first));
         do {
             if (isValuePath_) {
-                Forbid(wordStart, L"the path of a value contains neither 'or' nor 'and'");
+                FailInvalid(wordStart, L"a value path cannot contain 'or' or 'and'");
             }
             RequireCondition(series.parts.back(), start);
             start = position_;
@@ -112,7 +113,8 @@ private:
     static void RequireCondition(const Expression& expression, size_t start)
     {
         if (!IsCondition(expression)) {
-            GiveUp(start, L"a number, a text or timediff() alone is not a condition; compare it with something");
+            FailUnsupported(start,
+                            L"a number, a text or timediff() alone is not a condition; compare it with something");
         }
     }
 
@@ -122,7 +124,7 @@ private:
         Expression left = ParseOperand();
         Expression comparison{Expression::Compare};
         if (!TakeOperator(comparison.comparison)) {
-            // A path with predicates at its end consists of the expressions in these.
+            // A path that ends with predicates counts as the expressions in them.
             if (IsPath(left) && left.path.back().predicates.empty()) {
                 Count(start);
             }
@@ -132,14 +134,17 @@ private:
         Expression right = ParseOperand();
         Expression::Operator ignored{};
         if ((IsCondition(left) && !IsPath(left)) || (IsCondition(right) && !IsPath(right)) || TakeOperator(ignored)) {
-            GiveUp(start, L"the result of a comparison or of band() is compared; the documentation has no such case");
+            FailUnsupported(start, L"comparing the result of a comparison or of band() is not documented");
         }
         if (IsPath(left) && IsPath(right)) {
-            GiveUp(start, L"two paths are compared; whether node sets can be compared is not documented");
+            FailUnsupported(start, L"comparing two paths is not documented");
         }
-        // Paths go to the left, then functions, then literals.
+        // The evaluation expects paths before functions before literals.
         const auto rank = [](const Expression& operand) {
-            return IsPath(operand) ? 0 : operand.kind == Expression::Constant ? 2 : 1;
+            if (IsPath(operand)) {
+                return 0;
+            }
+            return operand.kind == Expression::Constant ? 2 : 1;
         };
         if (rank(right) < rank(left)) {
             constexpr Expression::Operator kMirrored[] = {Expression::Equal,   Expression::NotEqual,
@@ -179,7 +184,7 @@ private:
         const size_t start = position_;
         if (Take(L"(")) {
             Expression expression = ParseOr();
-            Expect(L")", L"a comparison, 'and', 'or' or ) should stand here");
+            Expect(L")", L"expected a comparison, 'and', 'or' or )");
             if (Peek() == L'[' || Peek() == L'/') {
                 ContinuePath(expression, start);
             }
@@ -192,11 +197,10 @@ private:
             return ParseNumberLiteral();
         }
         if (Peek() == L'-') {
-            GiveUp(start, L"negative numbers are not among the documented literals; a quoted one, '-1', is a text that "
-                          L"counts as a number");
+            FailUnsupported(start, L"negative numbers are not documented as literals; quote the number: '-1'");
         }
         if (Peek() == L'$') {
-            Forbid(start, L"variables are not supported");
+            FailInvalid(start, L"variables are not supported");
         }
         const std::wstring function = TakeFunction();
         if (!function.empty()) {
@@ -207,17 +211,17 @@ private:
         return path;
     }
 
-    /// Steps or predicates after a path in parentheses.
+    /// Parses the steps or predicates after a path in parentheses.
     void ContinuePath(Expression& expression, size_t start)
     {
         if (!IsPath(expression)) {
-            Forbid(position_, L"only a path can be continued");
+            FailInvalid(position_, L"only a path can be followed by steps or predicates");
         }
         if (Peek() == L'[') {
             auto& predicates = expression.path.back().predicates;
             ParsePredicates(predicates);
             if (Contains(predicates.back(), IsPosition)) {
-                GiveUp(start, L"positions among the nodes of a path in parentheses are not understood");
+                FailUnsupported(start, L"positions after a path in parentheses are not supported");
             }
         }
         if (Take(L"/")) {
@@ -230,7 +234,7 @@ private:
         const size_t start = position_;
         Expression number = MakeConstant(TakeNumber(), false);
         if (!std::holds_alternative<Number>(number.literal->value)) {
-            GiveUp(start, L"this number has more than 64 bits");
+            FailUnsupported(start, L"this number has more than 64 bits");
         }
         return number;
     }
@@ -256,12 +260,13 @@ private:
             return ParseArguments(Expression::TimeDifference, start, 1, 2, L"timediff() takes one or two times");
         }
         if (function == L"node" || function == L"comment" || function == L"processing-instruction") {
-            Forbid(start, L"only names, * and text() are supported as node tests");
+            FailInvalid(start, L"only names, * and text() are supported as node tests");
         }
         if (function == L"last") {
-            Forbid(start, L"the context size, and so last(), is not supported");
+            FailInvalid(start, L"the context size, and so last(), is not supported");
         }
-        GiveUp(start, L"the function " + function + L"() is not documented; position(), band() and timediff() are");
+        FailUnsupported(start,
+                        L"the function " + function + L"() is not documented; position(), band() and timediff() are");
     }
 
     Expression ParseArguments(Expression::Kind kind, size_t start, size_t least, size_t most, const wchar_t* reason)
@@ -275,12 +280,12 @@ private:
             const bool fits = literal == nullptr || std::holds_alternative<Number>(literal->value) ||
                               (kind == Expression::TimeDifference && std::holds_alternative<EventTime>(literal->value));
             if (!(IsPath(value) || value.kind == Expression::Constant) || !fits) {
-                GiveUp(argument, std::wstring(reason) + L": paths or literals");
+                FailUnsupported(argument, std::wstring(reason) + L": paths or literals");
             }
         } while (Take(L","));
         Expect(L")", L"an argument ends with , or )");
         if (call.parts.size() < least || call.parts.size() > most) {
-            Forbid(start, reason);
+            FailInvalid(start, reason);
         }
         return call;
     }
@@ -292,12 +297,12 @@ private:
             Step step = ParseStep();
             const bool isEvent = path.empty() && predicates_ == 0;
             if (isEvent && (step.axis != Step::Child || !(step.name.empty() || step.name == L"Event"))) {
-                Forbid(start, L"a path starts with * or Event");
+                FailInvalid(start, L"a path starts with * or Event");
             }
             const bool isInner = isEvent || AnyPredicate(step, LeadsToChildren);
             const bool hasInner = step.axis == Step::Child && !path.empty() && AnyPredicate(path.back(), IsPosition);
             if (hasInner || (isInner && AnyPredicate(step, IsPosition))) {
-                Forbid(start, L"positions are supported on leaf nodes only");
+                FailInvalid(start, L"positions are supported on leaf nodes only");
             }
             path.push_back(std::move(step));
         } while (Take(L"/"));
@@ -314,10 +319,10 @@ private:
     {
         const size_t start = position_;
         if (Peek() == L'/') {
-            Forbid(start, L"absolute paths and // are not supported; only child and attribute axes are");
+            FailInvalid(start, L"absolute paths and // are not supported; only child and attribute axes are");
         }
         if (Peek() == L'.') {
-            Forbid(start, L". and .. are not supported; only child and attribute axes are");
+            FailInvalid(start, L". and .. are not supported; only child and attribute axes are");
         }
         Step step;
         step.axis = Take(L"@") ? Step::Attribute : Step::Child;
@@ -325,18 +330,18 @@ private:
             step.name = TakeName();
             if (Take(L"::")) {
                 if (step.axis == Step::Attribute || (step.name != L"child" && step.name != L"attribute")) {
-                    Forbid(start, L"this axis is not supported; only child and attribute axes are");
+                    FailInvalid(start, L"this axis is not supported; only child and attribute axes are");
                 }
                 step.axis = step.name == L"child" ? Step::Child : Step::Attribute;
                 step.name = Take(L"*") ? L"*" : TakeName();
             }
             if (step.name.empty()) {
-                Unexpected(L"a name, *, @, a literal or a function should stand here");
+                FailUnexpected(L"expected a name, *, @, a literal or a function");
             }
             step.name = step.name == L"*" ? L"" : step.name;
         }
         if (Peek() == L':') {
-            Forbid(start, L"namespaces are not supported");
+            FailInvalid(start, L"namespaces are not supported");
         }
         if (step.name == L"text" && Take(L"(")) {
             Expect(L")", L"text() has no arguments");
@@ -344,7 +349,7 @@ private:
             step.name.clear();
         }
         if (Peek() == L'(') {
-            Forbid(start, L"only names, * and text() are supported as node tests");
+            FailInvalid(start, L"only names, * and text() are supported as node tests");
         }
         ParsePredicates(step.predicates);
         return step;
@@ -364,33 +369,33 @@ private:
                 predicate = std::move(comparison);
             }
             RequireCondition(predicate, start);
-            Expect(L"]", L"a comparison, 'and', 'or' or ] should stand here");
+            Expect(L"]", L"expected a comparison, 'and', 'or' or ]");
             predicates.push_back(std::move(predicate));
             --predicates_;
             --depth_;
         }
     }
 
-    size_t mostExpressions_;
+    size_t maxExpressions_;
     bool isValuePath_;
     size_t depth_ = 0;
-    size_t predicates_ = 0; // that enclose the current position
+    size_t predicates_ = 0; // number of predicates that enclose the current position
     size_t expressions_ = 0;
 };
 
 } // namespace
 
-Query Query::Parse(std::wstring_view text, size_t mostExpressions)
+Query Query::Parse(std::wstring_view text, size_t maxExpressions)
 {
     Query query;
-    query.root_ = Parser(text, mostExpressions, false).Parse();
+    query.root_ = Parser(text, maxExpressions, false).Parse();
     return query;
 }
 
 Query Query::ParseValuePath(std::wstring_view text)
 {
     Query query;
-    query.root_ = Parser(text, kMostExpressions, true).Parse();
+    query.root_ = Parser(text, kMaxExpressions, true).Parse();
     return query;
 }
 

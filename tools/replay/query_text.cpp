@@ -25,35 +25,35 @@ bool IsNameCharacter(wchar_t c)
 
 } // namespace
 
-void QueryText::Forbid(size_t position, std::wstring reason)
+void QueryText::FailInvalid(size_t position, std::wstring reason)
 {
     throw QueryError{kInvalidQuery, position, std::move(reason)};
 }
 
-void QueryText::GiveUp(size_t position, std::wstring reason)
+void QueryText::FailUnsupported(size_t position, std::wstring reason)
 {
-    throw QueryError{kNotUnderstood, position, std::move(reason)};
+    throw QueryError{kNotSupported, position, std::move(reason)};
 }
 
-void QueryText::Unexpected(const wchar_t* expected)
+void QueryText::FailUnexpected(const wchar_t* reason)
 {
     const std::wstring_view rest = text_.substr(position_);
     if (rest.starts_with(L"&lt;") || rest.starts_with(L"&gt;")) {
-        Forbid(position_, L"&lt; and &gt; are for queries in XML; write < and > here");
+        FailInvalid(position_, L"&lt; and &gt; are for queries inside XML; use < and > here");
     }
     if (rest.starts_with(L'|')) {
-        Forbid(position_, L"node sets, and so |, are not supported; use 'or'");
+        FailInvalid(position_, L"node sets, and so |, are not supported; use 'or'");
     }
     const size_t start = position_;
     const std::wstring word = TakeName();
     if (EqualNames(word, L"and") || EqualNames(word, L"or")) {
-        GiveUp(start, L"the documentation writes AND and OR, but XPath 1.0 has them in lower case only");
+        FailUnsupported(start, L"the documentation writes AND and OR, but XPath 1.0 has them in lower case only");
     }
     if (word == L"div" || word == L"mod" || rest.starts_with(L'+') || rest.starts_with(L'-') ||
         rest.starts_with(L'*')) {
-        GiveUp(start, L"arithmetic is part of XPath 1.0, but is not among the documented operators");
+        FailUnsupported(start, L"arithmetic is part of XPath 1.0, but is not among the documented operators");
     }
-    Forbid(start, expected);
+    FailInvalid(start, reason);
 }
 
 wchar_t QueryText::Peek(size_t ahead) const
@@ -89,7 +89,7 @@ bool QueryText::TakeWord(std::wstring_view word)
 void QueryText::Expect(std::wstring_view token, const wchar_t* reason)
 {
     if (!Take(token)) {
-        Unexpected(reason);
+        FailUnexpected(reason);
     }
 }
 
@@ -120,7 +120,7 @@ std::wstring_view QueryText::TakeQuoted()
     const size_t start = position_;
     const size_t end = text_.find(Peek(), start + 1);
     if (end == text_.npos) {
-        Forbid(start, L"this text has no closing quotation mark");
+        FailInvalid(start, L"the closing quotation mark is missing");
     }
     position_ = end + 1;
     SkipSpace();
@@ -135,10 +135,10 @@ std::wstring_view QueryText::TakeNumber()
     }
     const std::wstring_view digits = text_.substr(start, position_ - start);
     if (text_.substr(start).starts_with(L"0x")) {
-        GiveUp(start, L"hexadecimal numbers are not among the documented literals; quote it: '0x...'");
+        FailUnsupported(start, L"hexadecimal numbers are not among the documented literals; quote it: '0x...'");
     }
     if (IsNameStart(Peek()) || std::count(digits.begin(), digits.end(), L'.') > 1) {
-        Forbid(start, L"this is not a number; quote a text");
+        FailInvalid(start, L"this is not a number; quote a text");
     }
     SkipSpace();
     return digits;

@@ -5,20 +5,20 @@
 
 namespace orvel::replay {
 
-/// The text of a query and how far it has been parsed. The functions that take something skip the blanks after it; they
-/// and the refusals throw QueryError.
+/// The text of a query and the current position. The Take functions consume a token and the blanks after it. Take
+/// functions, Expect and Fail functions throw QueryError.
 class QueryText {
 public:
     explicit QueryText(std::wstring_view text) : text_(text) {}
 
-    /// Refuses what the documentation excludes.
-    [[noreturn]] static void Forbid(size_t position, std::wstring reason);
+    /// Fails with kInvalidQuery: the documentation excludes the construct.
+    [[noreturn]] static void FailInvalid(size_t position, std::wstring reason);
 
-    /// Refuses what the documentation does not settle and the replay log does not evaluate.
-    [[noreturn]] static void GiveUp(size_t position, std::wstring reason);
+    /// Fails with kNotSupported: the documentation leaves the construct open.
+    [[noreturn]] static void FailUnsupported(size_t position, std::wstring reason);
 
-    /// Refuses the text at the current position, where `expected` should be.
-    [[noreturn]] void Unexpected(const wchar_t* expected);
+    /// Fails at the current position. `reason` says what was expected there.
+    [[noreturn]] void FailUnexpected(const wchar_t* reason);
 
     bool IsAtEnd() const { return position_ == text_.size(); }
     wchar_t Peek(size_t ahead = 0) const;
@@ -29,17 +29,17 @@ public:
     bool TakeWord(std::wstring_view word);
     void Expect(std::wstring_view token, const wchar_t* reason);
 
-    /// Takes a name if one stands here, otherwise returns an empty text.
+    /// Takes a name. Returns an empty text if there is none.
     std::wstring TakeName();
 
-    /// Takes the name of a function together with its opening parenthesis. Returns an empty text for other names and
-    /// for text(), which is a node test.
+    /// Takes a function's name and its opening parenthesis. Returns an empty text and takes nothing for other names and
+    /// for the node test text().
     std::wstring TakeFunction();
 
-    /// The text between the quotation marks at the current position.
+    /// Takes a quoted text and returns it without its quotation marks.
     std::wstring_view TakeQuoted();
 
-    /// The digits and the point at the current position.
+    /// Takes an unsigned number.
     std::wstring_view TakeNumber();
 
 protected:

@@ -44,13 +44,13 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
             return Selection::OfQueryList(XmlDocument(ToUtf8(text)).Root());
         }
         if (channel == nullptr || *channel == L'\0') {
-            throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"a channel is needed with an XPath query"};
+            throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"an XPath query needs a channel"};
         }
         return Selection::OfChannel(channel, text);
     } catch (QueryError& error) {
         const bool hasPlace = !isStructured || !error.source.empty();
-        const std::wstring verdict = error.code == kNotUnderstood
-                                         ? L"the replay log does not understand the query, though a desktop may: "
+        const std::wstring verdict = error.code == kNotSupported
+                                         ? L"the replay log does not support the query, though a desktop may: "
                                          : L"the query is not valid by Microsoft's documentation: ";
         throw Refusal{error.code, verdict + error.reason, hasPlace ? error.position + 1 : 0,
                       isStructured ? std::move(error.source) : std::wstring(text)};
@@ -74,10 +74,10 @@ void CheckChannels(const Selection& selection, bool isStructured, const Log& log
             }
             throw Refusal{code, std::move(reason)};
         }
-        // An ordinary account may not read it; an export of it was made by one that may.
+        // An export with events from Security shows that the desktop's account may read it.
         if (EqualNames(channel, L"Security") && !HasChannel(log, channel)) {
             throw Refusal{ERROR_ACCESS_DENIED, L"an ordinary account has no access to the channel '" + channel +
-                                                   L"'; if the provider's has, declare it with --channel"};
+                                                   L"'; if the host's account has, declare the channel with --channel"};
         }
     }
 }

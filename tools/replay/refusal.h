@@ -9,24 +9,25 @@ namespace orvel::replay {
 
 /// Why EvtSubscribe fails.
 struct Refusal {
-    DWORD code; ///< kNotUnderstood for queries that the documentation does not exclude
+    DWORD code; ///< kNotSupported for queries that the documentation does not exclude
     std::wstring reason;
-    size_t position = 0;      ///< from 1, within `source`; 0 if the reason has no place in the query
+    size_t position = 0;      ///< in characters of `source`, from 1; 0: unknown
     std::wstring source = {}; ///< the query, or the text of the element with the mistake
 
-    /// The reason with the place.
+    /// Returns the reason with the position.
     std::wstring Text() const;
 };
 
-/// Why the last subscription of any thread was refused, or an action of a replay failed; empty after a success.
+/// Stores and returns why the last subscription of any thread was refused, or an action of a replay failed; empty after
+/// a success.
 void SetLastRefusal(std::wstring reason);
 std::wstring LastRefusal();
 
-/// Makes the selection of a subscription; both texts may be null. `isStructured` is set to whether the query is a
+/// Parses the arguments of a subscription, both of which may be null. Sets `isStructured` to whether the query is a
 /// QueryList. Throws Refusal.
 Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isStructured);
 
-/// Throws Refusal if the selection names a channel that cannot be subscribed to.
+/// Checks that every channel of the selection can be subscribed. Throws Refusal.
 void CheckChannels(const Selection& selection, bool isStructured, const Log& log);
 
 } // namespace orvel::replay

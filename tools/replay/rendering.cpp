@@ -10,7 +10,8 @@ namespace orvel::replay {
 
 namespace {
 
-/// EVT_SYSTEM_PROPERTY_ID page. Everything else is a text, also the identifiers (Guid, UserID), which would be binary.
+/// Returns the documented type (EVT_SYSTEM_PROPERTY_ID page). Everything else is a text, including Guid and UserID,
+/// which are binary on Windows.
 EVT_VARIANT_TYPE TypeOf(std::wstring_view path)
 {
     constexpr std::pair<std::wstring_view, EVT_VARIANT_TYPE> kTypes[] = {
@@ -97,7 +98,7 @@ size_t RenderValues(const RenderContext& context, const Event& event, void* buff
         } else if (isPresent) {
             variant = MakeNumber(context[i].type, text);
         }
-        std::memcpy(variants + i, &variant, sizeof(variant)); // a caller's buffer may stand anywhere
+        std::memcpy(variants + i, &variant, sizeof(variant)); // the caller's buffer may be unaligned
     }
     return needed;
 }

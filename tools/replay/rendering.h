@@ -9,7 +9,7 @@
 
 namespace orvel::replay {
 
-/// One value that a render context asks for: where it stands and how it is typed.
+/// The path and type of a value in a render context. The constructor throws QueryError.
 struct ValuePath {
     explicit ValuePath(std::wstring_view path);
 
@@ -20,8 +20,8 @@ struct ValuePath {
 using RenderContext = std::vector<ValuePath>;
 
 /// Renders an event's values into `buffer` as EvtRender lays them out: one EVT_VARIANT per path, in path order, then
-/// the texts that they point to. A value that is absent, or is no number or time where one belongs, is a null variant.
-/// Gives the bytes needed; writes nothing when `size` is less.
+/// the texts that they point to. A value that is absent or cannot be converted to its type is a null variant. Returns
+/// the number of bytes needed; if it exceeds `size`, nothing is written.
 size_t RenderValues(const RenderContext& context, const Event& event, void* buffer, size_t size);
 
 } // namespace orvel::replay

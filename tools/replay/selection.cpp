@@ -19,7 +19,7 @@ std::wstring Place(const Node& element)
 Query ParseSelector(const Node& element)
 {
     try {
-        return Query::Parse(element.text, kMostSelectExpressions);
+        return Query::Parse(element.text, kMaxSelectExpressions);
     } catch (QueryError& error) {
         error.reason = Place(element) + L": " + error.reason;
         error.source = std::wstring(element.text);
@@ -54,21 +54,21 @@ Selection Selection::OfQueryList(const Node& queryList)
             const auto* ownPath = element.Attribute(L"Path");
             const auto* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
             if (path == nullptr || path->empty()) {
-                Refuse(element, L"it or its Query needs a Path, the name of a channel");
+                Refuse(element, L"the element or its Query needs a Path, the name of a channel");
             }
             if (path->find(L"://") != path->npos) {
-                Refuse(element, L"the Path is a file, which the replay log does not play; name a channel",
-                       kNotUnderstood);
+                Refuse(element, L"the Path is a file, which the replay log does not support; use a channel",
+                       kNotSupported);
             }
             selectors.push_back(
                 {element.name == L"Suppress", std::wstring(*path), ParseSelector(element), Place(element)});
         }
-        const auto isServed = [&](const Selector& suppress) {
+        const auto hasSelect = [&](const Selector& suppress) {
             return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
                 return !other.isSuppress && EqualNames(other.channel, suppress.channel);
             });
         };
-        if (selectors.empty() || !std::all_of(selectors.begin(), selectors.end(), isServed)) {
+        if (selectors.empty() || !std::all_of(selectors.begin(), selectors.end(), hasSelect)) {
             Refuse(query, L"a Query needs a Select, and each Suppress a Select with the same Path");
         }
     }
@@ -106,10 +106,10 @@ std::wstring Selection::Explain(const Event& event) const
         }
         for (const Selector& selector : selectors) {
             if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
-                const QueryMiss miss = selector.query.Explain(event.xml);
-                const std::pair own(miss.conditions, miss.depth);
+                const QueryExplanation explanation = selector.query.Explain(event.xml);
+                const std::pair own(explanation.conditions, explanation.depth);
                 if (nearest.empty() || own > distance) {
-                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + miss.text;
+                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + explanation.text;
                     distance = own;
                     equals = 0;
                 }
@@ -122,7 +122,7 @@ std::wstring Selection::Explain(const Event& event) const
     if (nearest.empty()) {
         return std::wstring(L"the channel is '").append(event.channel) + L"', the query wants " + channels;
     }
-    return equals > 1 ? nearest + L" (the first of " + std::to_wstring(equals) + L" that came as near)" : nearest;
+    return equals > 1 ? nearest + L" (the first of " + std::to_wstring(equals) + L" equally near ones)" : nearest;
 }
 
 std::vector<std::wstring> Selection::Channels() const

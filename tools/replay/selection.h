@@ -4,24 +4,23 @@
 
 namespace orvel::replay {
 
-/// Which events a subscription selects: a channel and a query, or a structured query. Immutable; may be used from any
-/// thread.
+/// The events that a subscription selects: a channel and a query, or a structured query. Immutable and thread-safe.
 class Selection {
 public:
-    /// A null or empty query and "*" select every event of the channel (EvtSubscribe page). Throws QueryError.
+    /// Parses an XPath query. An empty query and "*" select every event of the channel (EvtSubscribe page). Throws
+    /// QueryError.
     static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
 
-    /// A <QueryList> (QueryType page): each Query selects what one of its Selects matches and none of its Suppresses;
-    /// it has at least one Select, and a Select for the path of each Suppress. Throws QueryError, whose position is one
-    /// in the text of the element that the reason names.
+    /// Parses a <QueryList> (QueryType page). A Query selects the events that one of its Selects and none of its
+    /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws QueryError.
     static Selection OfQueryList(const Node& queryList);
 
     bool Matches(const Event& event) const;
 
-    /// Why an event is not selected; empty for one that is.
+    /// Returns why an event is not selected, or an empty text if it is.
     std::wstring Explain(const Event& event) const;
 
-    /// The channels that it names.
+    /// Returns the names of the channels.
     std::vector<std::wstring> Channels() const;
 
 private:

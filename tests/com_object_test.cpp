@@ -104,6 +104,7 @@ TEST(ComObject, RefusesWithTheDocumentedCodes)
     DISPID id = 0;
     wchar_t* name = nullptr;
     EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(Ask(factory.Get(), IID_IUnknown).Get(), factory.Get());
     const auto expectEmpty = [&](HRESULT expected, const auto& call) {
         *slot = &outer;
         EXPECT_EQ(call(), expected);

@@ -27,13 +27,22 @@ std::wstring HostNameLine()
 
 // What EvtFormatMessage returns while it is replaced.
 std::wstring givenMessage;
-BOOL WINAPI GiveMessage(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT, DWORD, DWORD size, LPWSTR buffer,
-                        DWORD* used)
+BOOL WINAPI GiveMessage(EVT_HANDLE, EVT_HANDLE, DWORD id, DWORD count, PEVT_VARIANT, DWORD flags, DWORD size,
+                        LPWSTR buffer, DWORD* used)
 {
+    EXPECT_TRUE(id == 0 && count == 0 && flags == EvtFormatMessageEvent);
     *used = static_cast<DWORD>(givenMessage.size()) + 1;
     // A success may leave any last error.
     SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA);
     return size >= *used && std::wmemcpy(buffer, givenMessage.c_str(), *used) != nullptr;
+}
+
+EVT_HANDLE WINAPI OpenMetadata(EVT_HANDLE session, const wchar_t* publisher, const wchar_t* file, LCID locale,
+                               DWORD flags)
+{
+    EXPECT_TRUE(session == nullptr && file == nullptr && locale == 0 && flags == 0);
+    EXPECT_STREQ(publisher, L"Application Error");
+    return nullptr;
 }
 
 class CrashTest : public ModuleTest {
@@ -60,7 +69,8 @@ TEST(TestEnvironment, IsNeitherInUtcNorInEnglish)
 
 TEST_F(CrashTest, WritesEachCrashOnceWithMarkupForLineBreaks)
 {
-    const ImportPatch patch(module, "EvtFormatMessage", &GiveMessage);
+    const ImportPatch format(module, "EvtFormatMessage", &GiveMessage);
+    const ImportPatch open(module, "EvtOpenPublisherMetadata", &OpenMetadata);
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"", L""},
         {L"\r\n\r\nGr\u00F6\u00DFe <\u65E5\u672C>", L"<br /><br />Gr\u00F6\u00DFe <\u65E5\u672C>"},

@@ -98,13 +98,13 @@ void RunCrashCases(Rig& rig, Report& report, const Events& events)
             rig.Deliver(event, kFirst, kEvents);
         };
     };
-    report.Run("crash event, 200 characters", {1.9, 17.1, 5.1, 1400},
+    report.Run("crash event, 200 characters", {2.4, 17.1, 5.1, 1400},
                [&] { return Measure(kRounds, {deliver(events.crash200)})[0]; });
-    report.Run("crash event, 1,000 characters", {3, 17.1, 5.1, 4600},
+    report.Run("crash event, 1,000 characters", {4.2, 17.1, 5.1, 4600},
                [&] { return Measure(kRounds, {deliver(events.crash1000)})[0]; });
-    report.Run("crash event, 20,000 characters", {30, 17.1, 5.1, 83200},
+    report.Run("crash event, 20,000 characters", {50, 17.1, 5.1, 83200},
                [&] { return Measure(kRounds, {deliver(events.crash20000)})[0]; });
-    report.Run("collected crash, 1,000 characters", {0.4, 9.1, 3.1, 2320}, [&] {
+    report.Run("collected crash, 1,000 characters", {0.4, 9.2, 3.1, 2320}, [&] {
         return Measure(kRounds, {[&] {
                            rig.Deliver(events.crash1000, kFirst, kEvents);
                            DropSamples();
@@ -123,8 +123,8 @@ void RunLaminaCases(Rig& rig, Report& report, const Events& events)
     };
     const Case cases[] = {
         {"lamina event, nothing to do", events.heartbeat, 50, {0.6, 12, 2, 136}},
-        {"lamina event, logon", events.logon, 50, {1.6, 27.2, 5, 460}},
-        {"lamina event, logon response with 3 plinths", events.plinths3, 50, {1.0, 25.3, 8.2, 1700}},
+        {"lamina event, logon", events.logon, 50, {1.6, 31.2, 7, 613}},
+        {"lamina event, logon response with 3 plinths", events.plinths3, 50, {1.3, 25.3, 8.2, 1700}},
         {"lamina event, volume attached", events.volume, 50, {0.6, 12, 2, 192}},
         {"lamina event, all done", events.allDone, 50, {0.6, 12, 2, 102}},
         {"lamina event, logoff", events.logoff, 50, {0.6, 12, 2, 104}},
@@ -173,10 +173,10 @@ void RunGrowthCases(Rig& rig, Report& report, const Events& events)
                 });
         });
         // The sink refuses the record after the last, so that the rest stays pending.
-        report.Run(kCollectedOf, {0.4, 9.1, 3.1, 710},
+        report.Run(kCollectedOf, {0.4, 9.2, 3.1, 710},
                    [&] { return Measure(kRounds, {[&] { rig.Collect(full, kCrashMetric, kFew); }})[0]; });
     }
-    report.Run("entry without end of 30,000, to one of 3,000", 3, [&] {
+    report.Run("entry without end of 30,000, to one of 3,000", 4, [&] {
         const Provider lamina = rig.Subscribe(kLaminaMetric, kLaminaQuery);
         return Growth(
                    50, [&] { rig.Deliver(events.endlessMany); }, [&] { rig.Deliver(events.endlessFew); }) /

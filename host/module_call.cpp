@@ -5,13 +5,16 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdint>
 
 namespace orvel {
 
 namespace {
 
-constinit std::atomic<long> callsInside = 0;
-constinit std::atomic<long> returnedReferences = 0;
+// The number of calls inside, and from bit 32 on the number of returned references. One variable, so that references
+// are released only if no call was inside at that very moment.
+constinit std::atomic<uint64_t> state = 0;
+constexpr uint64_t kOneReference = uint64_t{1} << 32;
 
 HMODULE FindThisModule(DWORD flags) noexcept
 {
@@ -41,13 +44,15 @@ void ReleaseReferenceSoon() noexcept
 
 ModuleCall::ModuleCall() noexcept
 {
-    ++callsInside;
+    ++state;
 }
 
 ModuleCall::~ModuleCall()
 {
-    if (--callsInside == 0 && !isProcessEnding) {
-        for (long returned = returnedReferences.exchange(0); returned > 0; --returned) {
+    uint64_t left = --state;
+    const bool isLast = left % kOneReference == 0;
+    if (isLast && left != 0 && !isProcessEnding && state.compare_exchange_strong(left, 0)) {
+        for (uint64_t references = left / kOneReference; references > 0; --references) {
             ReleaseReferenceSoon();
         }
     }
@@ -60,7 +65,7 @@ bool ModuleCall::AddLoaderReference() noexcept
 
 void ModuleCall::ReturnLoaderReference() noexcept
 {
-    ++returnedReferences;
+    state += kOneReference;
 }
 
 } // namespace orvel

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Fails unless a shipped binary is hardened, imports system DLLs alone and exports exactly the given names, by name.
+# Checks that a shipped binary is hardened, imports only system DLLs and exports exactly the given names.
 #   check_binary.sh OBJDUMP FILE [EXPORT...]
 set -eu
 objdump=$1 file=$2
@@ -21,13 +21,13 @@ done
 imports=$(printf '%s\n' "$headers" | sed -n 's/^[[:space:]]*DLL Name: \(.*\)\.dll$/\1/Ip' | tr '[:upper:]' '[:lower:]')
 [ -n "$imports" ] || fail "imports cannot be read"
 for import in $imports; do
-    case " $system " in *" $import "*) ;; *) fail "imports $import.dll, which is no system DLL" ;; esac
+    case " $system " in *" $import "*) ;; *) fail "imports $import.dll, which is not a system DLL" ;; esac
 done
 
-# Entries of the address table that are exported by number only would be counted here without having a name below.
+# Counting the address table finds exports by ordinal, which have no name below.
 addresses=$(printf '%s\n' "$headers" | sed -n '/^Export Address Table -- /,/^$/p' | grep -c 'Export RVA' || true)
 names=$(printf '%s\n' "$headers" | sed -n '/^\[Ordinal\/Name Pointer\] Table/,/^$/p' |
-    awk '/^[[:space:]]*\[ *[0-9]+\] / { print $NF }' | LC_ALL=C sort | xargs) # newer binutils put numbers before the name
+    awk '/^[[:space:]]*\[ *[0-9]+\] / { print $NF }' | LC_ALL=C sort | xargs) # newer binutils print numbers before the name
 expected=$(printf '%s\n' "$@" | LC_ALL=C sort | xargs)
 [ "$names" = "$expected" ] || fail "exports '$names', expected '$expected'"
 [ "$addresses" -eq $# ] || fail "has $addresses exports for $# names"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds everything for x86 and runs the tests in a 32-bit Debian system of the same release below build/i386, which is
-# made on first use. That, and running programs in it, takes root.
+# Builds everything for x86 and runs the tests in a 32-bit Debian system of the same release, which is installed below
+# build/i386 on first use. Needs root.
 set -eu
 cd "$(dirname "$0")/.."
 system=$PWD/build/i386
@@ -8,14 +8,14 @@ skip() {
     echo "== Skipped the tests for x86: $*"
     exit 0
 }
-[ "$(id -u)" -eq 0 ] || skip "making a 32-bit system takes root"
+[ "$(id -u)" -eq 0 ] || skip "installing a 32-bit system needs root"
 echo "== Building for x86"
 cmake --preset x86
 cmake --build --preset x86
 
 log=$PWD/build/i386.log
 if [ ! -e "$system/.ready" ]; then
-    echo "== Making a 32-bit system in build/i386 (build/i386.log has the details)"
+    echo "== Installing a 32-bit system in build/i386 (details in build/i386.log)"
     command -v debootstrap >/dev/null ||
         DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends debootstrap >"$log" 2>&1 ||
         { cat "$log"; skip "debootstrap cannot be installed"; }
@@ -24,14 +24,14 @@ if [ ! -e "$system/.ready" ]; then
     rm -rf "$system"
     debootstrap --arch=i386 --variant=minbase --include=ca-certificates "$release" "$system" "$mirror" >"$log" 2>&1 ||
         { tail -n 20 "$log"; skip "debootstrap failed"; }
-    cp -a /etc/apt/apt.conf.d/. "$system/etc/apt/apt.conf.d/" # proxies and the like
+    cp -a /etc/apt/apt.conf.d/. "$system/etc/apt/apt.conf.d/" # such as proxies
     cp -L /etc/resolv.conf /etc/hosts "$system/etc/"
     chroot "$system" sh -c 'apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends wine wine32' \
         >>"$log" 2>&1 || { tail -n 20 "$log"; skip "Wine cannot be installed in the 32-bit system"; }
     touch "$system/.ready"
 fi
 
-# The tests see the same paths inside and outside.
+# The paths are the same inside and outside.
 export ORVEL_WINE_SYSTEM=$system WINEPREFIX=$PWD/build/wine-prefix-x86
 mounts="/proc /sys /dev /tmp $PWD"
 leave() {

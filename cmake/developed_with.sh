@@ -1,5 +1,5 @@
-# To be sourced. The tools that the project is developed with are those of Debian 12. Other versions warn about other
-# things and lay out some lines differently, so only these decide whether ./check passes.
+# Sourced by ./check and lint.sh. Only the tool versions of Debian 12 can fail ./check, because others warn and format
+# differently.
 is_development_gcc() {
     case $(x86_64-w64-mingw32-g++-posix -dumpversion) in 12 | 12[.-]*) ;; *) return 1 ;; esac
 }

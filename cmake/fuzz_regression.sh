@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the fuzzers and runs each once over its kept inputs; the names of some may be given. A failure shows the input.
-# With --build it only builds.
+# Builds the fuzzers and runs them, or those named, once over their corpus.
+#   fuzz_regression.sh [--build | TARGET...]      --build: only build
 set -eu
 cd "$(dirname "$0")/.."
 [ -f build/fuzz/build.ninja ] || cmake -S tools/fuzz -B build/fuzz -G Ninja -DCMAKE_CXX_COMPILER=clang++ >/dev/null

@@ -1,7 +1,7 @@
 #!/bin/bash
-# Checks the form of the sources: clang-format for the layout of all, clang-tidy for faults in the module, with
-# --all in tools, tests and samples as well, which takes as long again. Needs a built x64 preset. A clean verdict of
-# clang-tidy is kept as long as the file, the headers and the options stay as they are.
+# Lints the sources: clang-format for all files, clang-tidy for the module's directories and, with --all, for tools, tests
+# and samples, which doubles the time. Needs a built x64 preset. Clean results of clang-tidy are cached until the file, a
+# header or an option changes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/x64
@@ -9,19 +9,19 @@ stamps=$build/tidy
 
 . cmake/developed_with.sh
 if ! is_development_clang; then
-    echo "Skipped: the form of the sources is checked with clang-format and clang-tidy 14, here is:"
+    echo "Skipped the lint: it needs clang-format and clang-tidy 14; installed is:"
     clang-format --version
     exit 0
 fi
 
 mapfile -t sources < <(find . -path ./build -prune -o \( -name '*.cpp' -o -name '*.h' \) -print | LC_ALL=C sort)
 if ! clang-format --dry-run -Werror "${sources[@]}"; then
-    echo "The layout differs from .clang-format. This command puts it right:" >&2
+    echo "The layout differs from .clang-format. To fix it, run:" >&2
     echo "    find . -path ./build -prune -o \\( -name '*.cpp' -o -name '*.h' \\) -exec clang-format -i {} +" >&2
     exit 1
 fi
 
-# clang parses as for mingw-w64, with the standard library of its g++.
+# clang targets mingw-w64 and uses the standard library of its g++.
 library=$(dirname "$(x86_64-w64-mingw32-g++-posix -print-libgcc-file-name)")/include/c++
 export build library
 tidy() {
@@ -33,14 +33,14 @@ tidy_and_stamp() {
     if findings=$(tidy "$1"); then
         touch "$2"
     else
-        # clang also counts the warnings in system headers that it did not show.
+        # The count includes hidden warnings in system headers.
         printf '%s\n' "$findings" | grep -vE '^[0-9]+ warnings? ' >&2
         return 1
     fi
 }
 export -f tidy tidy_and_stamp
 
-# What every file's verdict depends on, apart from the file.
+# The inputs that all results depend on.
 common=$({
     declare -f tidy
     clang-tidy --version
@@ -56,7 +56,7 @@ for source in "${sources[@]}"; do
     [ -e "$stamp" ] || todo+=("$source" "$stamp")
 done
 if [ ${#todo[@]} -gt 0 ]; then
-    echo "clang-tidy reads $((${#todo[@]} / 2)) files"
+    echo "Running clang-tidy on $((${#todo[@]} / 2)) files"
     printf '%s\0' "${todo[@]}" | xargs -0 -n 2 -P "$(nproc)" bash -c 'tidy_and_stamp "$@"' tidy
 fi
-echo "The sources' form is in order"
+echo "The lint found no problems"

@@ -1,5 +1,6 @@
 #!/bin/sh
-# Makes PACKAGE.zip and PACKAGE.msi of the files below STAGED; SOURCE_DATE_EPOCH is their time. See make_packages.cmake.
+# Builds PACKAGE.zip and PACKAGE.msi from the files below STAGED, with the time SOURCE_DATE_EPOCH. Called by
+# make_packages.cmake.
 #   make_packages.sh STAGED PACKAGE VERSION WIXL-ARGUMENT...
 set -eu
 staged=$1 package=$2 version=$3
@@ -10,7 +11,7 @@ chmod -R u=rwX,go=rX .
 find . -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 rm -f "$package.zip" "$package.msi"
 
-# No users, groups or directory entries.
+# -X: without users and groups; only files: without directory entries.
 (cd .. && find "$(basename "$staged")" -type f | LC_ALL=C sort | zip -X -q -@ "$package.zip")
 
 wixl "$@" -o "$package.msi"
@@ -19,7 +20,8 @@ for file in Module Console; do
     msibuild "$package.msi" -q "UPDATE \`File\` SET \`Version\` = '$version.0', \`Language\` = '1033' WHERE \`File\` = '$file'" \
         -q "DELETE FROM \`MsiFileHash\` WHERE \`File_\` = '$file'"
 done
-# Both write the current time into the summary, and wixl a random package code. The code is made from the contents instead.
+# wixl and msibuild write the current time and a random package code into the summary. For reproducible builds, both are
+# replaced; the code is derived from the contents.
 summarize() {
     perl -0777 -pi -e '
         BEGIN { our $code = shift; our $time = pack "Q<", ((shift) + 11644473600) * 10_000_000 }

@@ -1,10 +1,9 @@
 #!/bin/sh
-# Prints what the binaries contain besides this project's own code, with the versions and the licences of the packages
-# that are installed here.
+# Prints the third-party code in the binaries, with the versions and licences of the installed packages.
 set -eu
 documents=/usr/share/doc
 
-# part TITLE PACKAGE: the heading; the version is the package's.
+# part TITLE PACKAGE: prints a heading with the package's version.
 part() {
     printf '\n%s\n%s, Debian package %s %s\n%s\n\n' "$line" "$1" "$2" "$(dpkg-query -W -f '${Version}' "$2")" "$line"
 }

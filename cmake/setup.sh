@@ -1,5 +1,5 @@
 #!/bin/sh
-# Installs the Debian packages that building and testing need, those that are missing.
+# Installs the missing Debian packages for building and testing.
 set -eu
 packages="cmake ninja-build g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix libwine-dev wine64-tools wine wine64
 googletest libcli11-dev libxml2-utils clang libclang-rt-dev clang-format clang-tidy wixl msitools zip
@@ -17,19 +17,18 @@ if [ "$(id -u)" -eq 0 ]; then
 elif command -v sudo >/dev/null; then
     as_root=sudo
 else
-    echo "These packages are missing and only root can install them:$missing" >&2
-    echo "Run this as root, or install sudo." >&2
+    echo "Installing these packages needs root; run this as root, or install sudo:$missing" >&2
     exit 1
 fi
 
 echo "Installing$missing"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# Nobody answers questions here, and nothing that apt starts may hold on to the caller's input.
+# Non-interactive, and without the caller's standard input.
 apt_get() {
     $as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0 "$@" </dev/null >>"$log" 2>&1
 }
-# The lists of packages are fetched only when those at hand do not serve.
+# Updates the package lists only if the installation fails without.
 # shellcheck disable=SC2086
 if ! apt_get install -y --no-install-recommends $missing; then
     if ! { apt_get update && apt_get install -y --no-install-recommends $missing; }; then

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Ctrl+C while the console waits: it ends at once, in order, and the sums of its summary are right.
+# Checks that Ctrl+C ends a waiting console at once and in order, with a correct summary.
 #   tests/console/interrupt.sh CONSOLE.exe
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
@@ -28,8 +28,8 @@ text='<RenderingInfo><Message>crash</Message></RenderingInfo>'
 
 failed=0
 command=run
-# interrupt CONDITION CODE TEXT INPUT OPTION...: as soon as the command CONDITION succeeds; TEXT is what standard error must
-# hold
+# interrupt CONDITION CODE TEXT INPUT OPTION...: sends Ctrl+C when the command CONDITION succeeds; CODE is the expected exit
+# code, TEXT must be in standard error
 interrupt() {
     local condition=$1 code=$2 text=$3 input=$4 actual=0 started
     shift 4
@@ -52,7 +52,7 @@ interrupt() {
 }
 is_played() { [ -e played ]; }
 is_subscribed() { grep -q '^info: Subscribed' log; }
-# Succeeds when the console has read from the pipe what it holds at most and more.
+# Writes more than the pipe's capacity, so it returns only after the console has started to read.
 is_reading() { head -c 70000 /dev/zero | tr '\0' ' ' >&3; }
 sums='    4 delivered = 2 recorded + 1 without a message + 1 of other kinds
     2 recorded = 2 written + 0 dropped + 0 still pending

@@ -1,16 +1,16 @@
 #!/bin/bash
-# Runs what a page shows: each indented block that begins with "$ " is a dialogue whose commands must print what stands
-# below them. A "$ cat FILE" of a file that is not there yet makes it of what stands below.
+# Compares the screens of a page. An indented block that begins with "$ " has commands and their expected output. A
+# "$ cat FILE" creates the file from that output if it does not exist.
 #   tests/console/screens.sh CONSOLE.exe PAGE.md
-# The commands run in a folder of their own that holds the samples, 100 columns wide, for the computer "DESKTOP-7Q1".
-# With --write the page is brought up to date instead of compared.
+# The commands run in a new directory with the samples, 100 columns wide. The computer's name is shown as "DESKTOP-7Q1".
+# --write updates the page.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 wine=$here/../../cmake/wine.sh
 console=$(realpath "$1")
 page=$(realpath "$2")
 work=$(mktemp -d)
-# What the samples of a logon leave behind.
+# Removes what the actions of the logon samples leave behind.
 clean() {
     "$wine" cmd /c 'reg delete HKLM\System\CurrentControlSet\Services\korvex /f & rd /s /q C:\Korvex' >/dev/null 2>&1 || :
 }
@@ -31,14 +31,14 @@ eventlog_console() {
 }
 
 actual=$work/.page
-block=() # the lines of a dialogue, without their indentation
+block=() # the lines of a screen, without their indentation
 play() {
     local file i=0 line status=0
     while [ $i -lt ${#block[@]} ]; do
         line=${block[i]} file=${line#\$ cat }
         [ $i -eq 0 ] || [ -n "${block[i - 1]}" ] || echo
         printf '    %s\n' "$line"
-        local shown=() # what the page has below the command
+        local shown=() # the command's output in the page
         while i=$((i + 1)) && [ $i -lt ${#block[@]} ] && [[ ${block[i]} != '$ '* ]]; do
             shown+=("${block[i]}")
         done

@@ -1,15 +1,14 @@
 #!/bin/bash
-# Runs the commands that the documentation gives: those in blocks marked sh from the root of the sources, each once, then
-# those in blocks marked bat from the folder of the unpacked package, by Wine's cmd. The lines of a block marked text must
-# be in what the command before it printed, up to "..." where they have that. Fails for a command that fails, and for one
-# that is neither run nor listed in not-run.txt, also where it stands in a line of text.
+# Runs the commands in the pages: blocks marked sh in the root of the sources, each once, then blocks marked bat in the
+# unpacked package, with Wine's cmd. The output of the command before a block marked text must contain its lines, each up
+# to "...". Fails if a command fails, or is neither run nor listed in not-run.txt, including commands in running text.
 #   commands.sh BUILD-FOLDER [--list]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "$1")
 cd "$here/../.."
 work=$(mktemp -d)
-# As an administrator registers it: with the system's own wevtapi.dll, of which Wine has a stub.
+# Registers with Wine's wevtapi.dll, as an administrator would with Windows' own.
 export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe=d'
 bat() { (cd "$work"/OrvelEventLog-* && "$here/../../cmake/wine.sh" cmd /c "$1"); }
 clean() {
@@ -18,8 +17,8 @@ clean() {
 }
 trap 'clean >/dev/null 2>&1' EXIT
 
-# Lines of KIND, PLACE and COMMAND: sh and bat from marked blocks, without comments and with continued lines joined; out
-# for a line of output; text for what stands in a line and begins as a command does.
+# Prints lines of KIND, PLACE and COMMAND: sh and bat for marked blocks, without comments and with continued lines joined;
+# out for a line of output; text for a command in running text.
 extract() {
     awk -v OFS='\t' '
         function begins(text) {
@@ -43,7 +42,7 @@ extract() {
         { n = split($0, spans, "`"); for (i = 2; i <= n; i += 2) mention(spans[i]) }
     ' README.md CONTRIBUTING.md "${pages[@]}"
 }
-# The console's manual has a test of its own, among the golden cases, which compares every character of its screens.
+# tests/console/screens.sh compares the screens of docs/console.md.
 mapfile -t pages < <(ls docs/*.md | grep -vx docs/console.md)
 extract >"$work/commands"
 if [ "${2-}" = --list ]; then
@@ -72,14 +71,14 @@ listed() {
 run() { # KIND
     local kind place command log=$work/log page=
     while IFS=$'\t' read -r kind place command; do
-        # The output that a block shows is that of the last command of its page, if that was run just now.
+        # A block of output belongs to the page's last command, if that was run just now.
         if [ "$kind" = out ] && [ "$page" = "${place%:*}" ]; then
             command=${command%%...*}
-            [ -z "${command// /}" ] || grep -qF -- "$command" "$log" || fail "$place" "is not printed" "$command"
+            [ -z "${command// /}" ] || grep -qF -- "$command" "$log" || fail "$place" "was not printed" "$command"
         elif [ "$kind" = sh ] || [ "$kind" = bat ]; then
             page=
             [ "$kind" = "$1" ] || continue
-            # What is done in the package's folder may be undone by the next line, and is to be done again.
+            # A bat command can be undone by the next one, so it runs each time.
             [ "$kind" = bat ] || [ -z "${known[$command]-}" ] || continue
             known[$command]=1
             ! listed "$command" || continue
@@ -89,7 +88,7 @@ run() { # KIND
                 fail "$place" "ends with $?" "$command"
                 cat "$log"
             }
-            ! grep -qE '^\[=+\] 0 tests ' "$log" || fail "$place" "there is no such test" "$command"
+            ! grep -qE '^\[=+\] 0 tests ' "$log" || fail "$place" "no test matches" "$command"
             printf '%6d ms  %s\n' $(((${EPOCHREALTIME/./} - start) / 1000)) "$command"
         fi
     done <"$work/commands"
@@ -105,7 +104,7 @@ while IFS=$'\t' read -r kind place command; do
         fail "$place" "neither run nor listed in tests/docs/not-run.txt" "$command"
 done <"$work/commands"
 for exception in "${exceptions[@]}"; do
-    [ -n "${used[$exception]-}" ] || fail tests/docs/not-run.txt "no page has this command any more" "$exception"
+    [ -n "${used[$exception]-}" ] || fail tests/docs/not-run.txt "no page has this command" "$exception"
 done
 [ ${#known[@]} -gt 0 ] || fail README.md "no command was found" ""
 exit $failed

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The pages against what they speak of: links lead to files and headings that are there, every page is linked, and every
-# line and value that the code can write is explained.
+# Checks the pages: links lead to existing files and headings, every page is linked, and every log line and value in the
+# code is documented.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 failed=0
@@ -9,7 +9,7 @@ fail() {
     failed=1
 }
 pages=(README.md CONTRIBUTING.md CHANGELOG.md SECURITY.md docs/*.md)
-# The anchors of a page's headings, as they are made on the usual sites.
+# Prints the anchors of a page's headings, as GitHub generates them.
 anchors() { sed -n '/^```/,/^```/d; s/^##* //p' "$1" | tr '[:upper:]' '[:lower:]' | sed 's/[^a-z0-9 _-]//g; s/ /-/g'; }
 
 linked=README.md
@@ -19,22 +19,22 @@ for page in "${pages[@]}"; do
         target=$(realpath -m --relative-to=. "$(dirname "$page")/$file")
         [ -n "$file" ] || target=$page
         if [ ! -e "$target" ]; then
-            fail "$page: there is no $link"
+            fail "$page: the link $link leads nowhere"
         elif [ -n "$anchor" ] && ! anchors "$target" | grep -qxF -- "${anchor#\#}"; then
             fail "$page: $target has no heading for $anchor"
         fi
         linked+=$'\n'$target
     done < <(grep -o '](\(\.\.\/\|#\|[A-Za-z]\)[^):]*)' "$page" | sed 's/^](//; s/)$//')
-    # Files of the repository that are named in the text.
+    # File names in the text.
     while read -r file; do
-        compgen -G "$file*" >/dev/null || fail "$page: there is no $file"
+        compgen -G "$file*" >/dev/null || fail "$page: $file does not exist"
     done < <(grep -o '`\(host\|metric\|appcrash\|lamina\|provider\|module\|tools\|tests\|samples\|cmake\|docs\)/[a-z0-9_./-]*`' "$page" | tr -d '`')
 done
 for page in "${pages[@]}"; do
-    grep -qxF "$page" <<<"$linked" || fail "$page: no page leads here"
+    grep -qxF "$page" <<<"$linked" || fail "$page: no page links here"
 done
 
-# explained PAGE: reads texts, each of which the page must hold. A table's page has its bars escaped.
+# explained PAGE: reads texts, each of which the page must contain. Tables in pages escape |.
 explained() {
     local text count=0 page
     page=$(sed 's/\\|/|/g' "$1")
@@ -46,7 +46,7 @@ explained() {
 }
 sources=(host/property.cpp provider/provider.cpp appcrash/app_crash_metric.cpp
     lamina/lamina_metric.cpp lamina/lamina_log_collector.cpp)
-# Texts of several words, or of one with a capital letter alone in its call; not paths, names and markers.
+# Log lines: texts of several words, or of one capitalized word in a call of its own; not paths, names and markers.
 grep -hoP '(Log|LogInfo|LogError|LogFailure)\((.*, )?L"\K[^"]+|^ *L"\K[A-Z][^"|\\]* [^"]+' "${sources[@]}" |
     explained docs/operations.md
 {

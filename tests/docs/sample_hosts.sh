@@ -1,5 +1,5 @@
 #!/bin/sh
-# The hosts to copy: each plays a sample and must write, each value in a line, what the console writes.
+# Checks that each sample host writes the same values as the console, one per line.
 #   sample_hosts.sh BUILD-FOLDER
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
@@ -15,7 +15,7 @@ cd "$work"
 sed 's/<query>/<other>/; s/<.query>/<\/other>/' application-error.config.xml >no-query.xml
 failed=0
 
-# expect NAME CODE FILE PROGRAM...: exit code and output
+# expect NAME CODE FILE PROGRAM...: the expected exit code, and a file with the expected output
 expect() {
     name=$1 code=$2 expected=$3
     shift 3
@@ -30,7 +30,7 @@ console=$build/bin/eventlog_console.exe
 "$wine" "$console" run --format jsonl --module "$module" --config application-error.config.xml \
     --replay application-error.export.xml >values.jsonl
 sed -E 's/.*"key":"([^"]*)","instance":"([^"]*)".*"value":"(.*)"\}$/\1 [\2] = \3/; s/\\(.)/\1/g' values.jsonl >values
-[ "$(wc -l <values)" -eq 3 ] || { echo "FAILED: the console wrote other values than three"; failed=1; }
+[ "$(wc -l <values)" -eq 3 ] || { echo "FAILED: the console did not write three values"; failed=1; }
 { echo 'eventlog|eventlog_appcrash is accepted' && cat values; } >script
 "$wine" regsvr32 /s "$module"
 expect "C++" 0 values eventlog_host.exe application-error.config.xml 2

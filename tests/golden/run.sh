@@ -10,7 +10,7 @@ console=$(realpath "$1")
 cd "$(dirname "$2")"
 case=$(basename "$2")
 actual=$(mktemp -d)
-# An export that plays the layering agent's service leaves its registry key and its folder behind, as would ./demo.
+# Removes what exports with actions leave behind: the layering agent's registry key and folder.
 clean() {
     ! grep -q '<replay:registry' "$case.export.xml" ||
         "$wine" cmd /c 'reg delete HKLM\System\CurrentControlSet\Services\korvex /f & rd /s /q C:\Korvex' \
@@ -19,7 +19,7 @@ clean() {
 trap 'clean; rm -rf "$actual"' EXIT
 clean
 
-# What the system itself has on record, not what the module made of it.
+# The name in the registry, independent of the module.
 host=$("$wine" reg query 'HKLM\System\CurrentControlSet\Control\ComputerName\ActiveComputerName' /v ComputerName |
     tr -d '\r' | sed -n 's/.*REG_SZ *//p')
 options=

@@ -1,8 +1,8 @@
-// Drives the provider late-bound, as a script of an administrator would. Exit code 0: everything was as expected.
+// Calls the provider through late binding. The exit code is 0 if every call has the expected result.
 var INVALID_ARGUMENT = 0x80070057 | 0, NOT_FOUND = 0x80070490 | 0, UNKNOWN_METHOD = 0x800A01B6 | 0;
 var failures = 0;
 
-// The call ends with this error number; 0: without an error.
+// Expects the call to throw an error with this number, or none if it is 0.
 function expect(what, number, call) {
     var found = numberOf(call);
     WScript.Echo((found === number ? "ok      " : "FAILED  ") + what + (found === number ? "" : ": " + found));
@@ -26,23 +26,23 @@ function configuration(text) {
 
 var name = "eventlog|eventlog_appcrash";
 var element = configuration("<metric><channel>Application</channel><query>*</query></metric>");
-// An object argument that is missing: the literal null is no object to late binding, what a method gave is.
+// A null object. The literal null would be passed as VT_NULL, not as an object.
 var nothing = element.selectSingleNode("missing");
 var provider = new ActiveXObject("OrvelAgent.EventLogProvider");
 
 expect("subscribes with a DOM element", 0, function () { provider.SubscribeMetric(name, element); });
-expect("subscribes again without harm", 0, function () { provider.SubscribeMetric(name, element); });
+expect("subscribes again", 0, function () { provider.SubscribeMetric(name, element); });
 expect("accepts an unknown metric", 0, function () { provider.SubscribeMetric("other", element); });
 expect("queries without a sink", 0, function () { provider.QueryMetric(name, 0, nothing); });
 expect("queries an unknown metric", 0, function () { provider.QueryMetric("other", 7, nothing); });
-expect("answers a slot that is not served", 0, function () { provider.Reserved10(); });
-expect("refuses no configuration", INVALID_ARGUMENT, function () { provider.SubscribeMetric("x", nothing); });
-expect("refuses what is no DOM element", INVALID_ARGUMENT, function () { provider.SubscribeMetric("x", provider); });
+expect("calls a reserved slot", 0, function () { provider.Reserved10(); });
+expect("refuses a null configuration", INVALID_ARGUMENT, function () { provider.SubscribeMetric("x", nothing); });
+expect("refuses an object that is not a DOM element", INVALID_ARGUMENT, function () { provider.SubscribeMetric("x", provider); });
 expect("reports a missing property", NOT_FOUND, function () {
     provider.SubscribeMetric("EventLog|EventLog_AppCrash", configuration("<metric><channel>A</channel></metric>"));
 });
-expect("refuses no host", INVALID_ARGUMENT, function () { provider.SetHost(nothing, nothing); });
-expect("knows no other method", UNKNOWN_METHOD, function () { provider.Subscribe(name); });
+expect("refuses a null host", INVALID_ARGUMENT, function () { provider.SetHost(nothing, nothing); });
+expect("has no other method", UNKNOWN_METHOD, function () { provider.Subscribe(name); });
 expect("unsubscribes", 0, function () { provider.UnsubscribeMetric(name); });
 expect("unsubscribes all", 0, function () { provider.UnsubscribeAll(); });
 WScript.Quit(failures === 0 ? 0 : 1);

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Registers the module as an administrator does, from a path with blanks, and drives it from a script.
+# Registers the module with regsvr32, from a path with blanks, and calls it from a script.
 #   scripts.sh WINE BINARY-FOLDER
 set -eu
 wine=$1 binaries=$2 here=$(cd "$(dirname "$0")" && pwd)
@@ -8,7 +8,7 @@ trap 'rm -rf "$folder"' EXIT
 module=$(printf 'Z:%s' "$folder/Orvel eventlog/Orvel_eventlog.dll" | tr / '\\')
 mkdir "$folder/Orvel eventlog"
 cp "$binaries/Orvel_eventlog.dll" "$binaries/replay/wevtapi.dll" "$here/dispatch.js" "$folder/Orvel eventlog/"
-# The script host looks for the stand-in in the current folder; a path that begins with a slash is an option to it.
+# cscript loads wevtapi.dll from the current directory, and takes a path that begins with a slash for an option.
 cd "$folder/Orvel eventlog"
 failures=0
 
@@ -21,7 +21,7 @@ expect() {
     fi
 }
 has_class() { "$wine" reg query "$1\\Software\\Classes\\OrvelAgent.EventLogProvider\\CLSID" >/dev/null 2>&1; }
-# has_only [HKLM|HKCU]: the class is registered there and nowhere else; without argument nowhere at all.
+# has_only [HKLM|HKCU]: succeeds if the class is registered there only, or, without an argument, nowhere.
 has_only() {
     for root in HKLM HKCU; do
         if [ "$root" = "${1:-}" ]; then has_class "$root" || return 1; else ! has_class "$root" || return 1; fi

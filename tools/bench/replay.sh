@@ -1,7 +1,7 @@
 #!/bin/bash
-# Replays large exports, made at run time of the sample's three events, and prints a line per case as bench.exe does:
+# Replays large exports, generated from the sample's three events, and prints a line per case as bench.exe does:
 #   tools/bench/replay.sh [--json] [--case NAME]
-# A case that stays above its bound three times in a row ends the command with 1.
+# The exit code is 1 if a case exceeds its bound three times in a row.
 # shellcheck disable=SC2317 # case_of calls functions by their names
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -19,7 +19,7 @@ done
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-# The events 10,000 times, and 40,000 times, in a root element.
+# The sample's events 10,000 and 40,000 times, in a root element.
 sed 's/<\/*Events>//g' "$sample.export.xml" >"$folder/10"
 for _ in 1 2 3 4; do
     for _ in 1 2 3 4 5 6 7 8 9 10; do cat "$folder/10"; done >"$folder/next"
@@ -31,24 +31,24 @@ rm "$folder/10"
 sed 's/EventID=1000/EventID=1/' "$sample.config.xml" >"$folder/none"
 size=$(wc -c <"$folder/export")
 
-# elapsed COMMAND...: milliseconds
+# elapsed COMMAND...: prints the milliseconds that the command takes
 elapsed() {
     local start
     start=$(date +%s%3N)
     ("$@") >"$folder/output" 2>"$folder/log" || { cat "$folder/log" >&2; exit 3; }
     echo $(($(date +%s%3N) - start))
 }
-# replay CONFIG EXPORT, which ends this shell
+# replay CONFIG EXPORT: replaces this shell by the console
 replay() {
     exec cmake/wine.sh "$bin/eventlog_console.exe" run --config "$1" --replay "$folder/$2" --module "$bin/Orvel_eventlog.dll" \
         --format jsonl
 }
-# Bytes of the largest working set that the run had.
+# peak CONFIG EXPORT: prints the peak working set in bytes
 peak() {
     local peak=0
     replay "$1" "$2" >"$folder/output" 2>"$folder/log" &
     while kill -0 $! 2>/dev/null; do
-        # The shell has become the program.
+        # replay has replaced the shell, so its process id is the program's.
         peak=$(awk -v peak="$peak" '/^VmHWM:/ && $2 > peak { peak = $2 } END { print peak }' /proc/$!/status 2>/dev/null ||
             echo "$peak")
         sleep 0.02
@@ -58,7 +58,7 @@ peak() {
 }
 
 failed=0
-# case_of NAME BOUND MEASURED FLOOR: two commands, whose results are divided
+# case_of NAME BOUND MEASURED FLOOR: prints the ratio of the results of two commands
 case_of() {
     [ -z "$wanted" ] || [ "$wanted" = "$1" ] || return 0
     local ratio measured floor
@@ -72,7 +72,7 @@ case_of() {
     else
         printf '%-48s %8s %8s\n' "$1" "$ratio" "$2"
     fi
-    awk "BEGIN { exit !($ratio <= $2) }" || { echo "regression: $1: ratio $ratio, at most $2" >&2 && failed=1; }
+    awk "BEGIN { exit !($ratio <= $2) }" || { echo "regression: $1: the ratio is $ratio, above its bound $2" >&2 && failed=1; }
 }
 selected() { elapsed replay "$sample.config.xml" export; }
 larger() { elapsed replay "$sample.config.xml" larger; }

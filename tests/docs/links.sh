@@ -46,7 +46,7 @@ explained() {
 }
 sources=(host/property.cpp provider/provider.cpp appcrash/app_crash_metric.cpp
     lamina/lamina_metric.cpp lamina/lamina_log_collector.cpp)
-# Log lines: texts of several words, or of one capitalized word in a call of its own; not paths, names and markers.
+# Log lines: texts of several words, or of one capitalized word that is the only argument; not paths, names and markers.
 grep -hoP '(Log|LogInfo|LogError|LogFailure)\((.*, )?L"\K[^"]+|^ *L"\K[A-Z][^"|\\]* [^"]+' "${sources[@]}" |
     explained docs/operations.md
 {

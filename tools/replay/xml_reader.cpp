@@ -15,10 +15,7 @@ constexpr std::string_view kLiteral = "<![CDATA[";
 constexpr wchar_t kWrongEncoding[] =
     L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save it as UTF-8, or keep the tool's output unchanged";
 
-bool IsSpace(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
+constexpr std::string_view kSpaces = " \t\n\r";
 
 bool IsNameStart(char c)
 {
@@ -79,8 +76,9 @@ bool XmlReader::NextElement()
     const bool isTopLevel = container_.empty();
     for (;;) {
         const size_t markup = std::min(text_.find('<', next_), text_.size());
-        for (; isTopLevel && next_ != markup; ++next_) {
-            if (!IsSpace(text_[next_])) {
+        if (isTopLevel) {
+            SkipSpaces();
+            if (next_ != markup) {
                 Fail(next_, L"there is text outside of the root element");
             }
         }
@@ -101,16 +99,15 @@ bool XmlReader::NextElement()
         }
         if (StartsWith(kLiteral) && !isTopLevel) {
             next_ = FindEnd("]]>", next_);
-        } else if (!SkipMarkup("<!--", "-->") && !SkipMarkup("<?", "?>")) {
+        } else if (!SkipComment()) {
             Advance(place_, text_, next_);
             return true;
         }
     }
 }
 
-std::string_view XmlReader::Name() const
+std::string_view XmlReader::NameAt(size_t begin) const
 {
-    const size_t begin = next_ + 1;
     const auto end = std::find_if_not(text_.begin() + static_cast<ptrdiff_t>(begin), text_.end(), IsNameCharacter);
     return text_.substr(begin, static_cast<size_t>(end - text_.begin()) - begin);
 }
@@ -159,7 +156,7 @@ Node XmlReader::Read(Arena& arena)
         } else if (StartsWith(kLiteral)) {
             next_ = FindEnd("]]>", next_);
             Append(open_[depth_ - 1].text, text + kLiteral.size(), next_ - 3, Literal);
-        } else if (!SkipMarkup("<!--", "-->") && !SkipMarkup("<?", "?>") && !Open(arena)) {
+        } else if (!SkipComment() && !Open(arena)) {
             Close(arena);
         }
     }
@@ -185,11 +182,17 @@ void XmlReader::CheckSize(size_t end) const
     }
 }
 
-bool XmlReader::SkipMarkup(std::string_view first, std::string_view last)
+bool XmlReader::SkipComment()
 {
-    const bool isFound = StartsWith(first);
-    next_ = isFound ? FindEnd(last, next_ + first.size()) : next_;
-    return isFound;
+    if (StartsWith("<!--")) {
+        next_ = FindEnd("-->", next_ + 4);
+        return true;
+    }
+    if (StartsWith("<?")) {
+        next_ = FindEnd("?>", next_ + 2);
+        return true;
+    }
+    return false;
 }
 
 size_t XmlReader::FindEnd(std::string_view last, size_t from) const
@@ -203,21 +206,17 @@ size_t XmlReader::FindEnd(std::string_view last, size_t from) const
 
 void XmlReader::SkipSpaces()
 {
-    while (next_ != text_.size() && IsSpace(text_[next_])) {
-        ++next_;
-    }
+    next_ = std::min(text_.find_first_not_of(kSpaces, next_), text_.size());
 }
 
 std::string_view XmlReader::TakeName()
 {
-    const size_t begin = next_;
-    while (next_ != text_.size() && IsNameCharacter(text_[next_])) {
-        ++next_;
+    const std::string_view name = NameAt(next_);
+    if (name.empty() || !IsNameStart(name.front())) {
+        Fail(next_, L"a name is missing here; write < in a text as &lt;");
     }
-    if (begin == next_ || !IsNameStart(text_[begin])) {
-        Fail(begin, L"a name is missing here; write < in a text as &lt;");
-    }
-    return text_.substr(begin, next_ - begin);
+    next_ += name.size();
+    return name;
 }
 
 bool XmlReader::Open(Arena& arena)
@@ -256,7 +255,8 @@ void XmlReader::TakeAttributes(Arena& arena)
         const size_t begin = next_;
         const std::string_view name = TakeName();
         const auto isSame = [&](const RawAttribute& other) { return other.name == name; };
-        if (!IsSpace(text_[begin - 1]) || std::any_of(attributes_.begin(), attributes_.end(), isSame)) {
+        if (kSpaces.find(text_[begin - 1]) == kSpaces.npos ||
+            std::any_of(attributes_.begin(), attributes_.end(), isSame)) {
             Fail(begin, L"the attribute " + Shown(name) + L" appears twice or without a blank before it");
         }
         if (attributes_.size() == kMostAttributes) {
@@ -381,27 +381,27 @@ void XmlReader::Append(std::wstring& text, size_t from, size_t to, TextKind kind
 
 size_t XmlReader::TakeReference(size_t at, size_t end, char32_t& character) const
 {
-    constexpr std::pair<std::string_view, char> kNames[] = {
-        {"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"quot", '"'}, {"apos", '\''}};
-    const std::string_view rest = text_.substr(at + 1, std::min<size_t>(end - at - 1, 12));
-    std::string_view name = rest.substr(0, rest.find(';'));
-    for (const auto& [known, meaning] : kNames) {
-        if (name == known && name.size() != rest.size()) {
-            character = static_cast<unsigned char>(meaning);
-            return at + name.size() + 2;
+    constexpr std::pair<std::string_view, char32_t> kReferences[] = {
+        {"&lt;", U'<'}, {"&gt;", U'>'}, {"&amp;", U'&'}, {"&quot;", U'"'}, {"&apos;", U'\''}};
+    constexpr size_t kLongest = 13;
+    const std::string_view rest = text_.substr(at, std::min(end - at, kLongest));
+    for (const auto& [reference, meaning] : kReferences) {
+        if (rest.starts_with(reference)) {
+            character = meaning;
+            return at + reference.size();
         }
     }
-    const size_t next = at + name.size() + 2;
-    const bool isHex = name.starts_with("#x");
-    const bool isNumber = name.starts_with("#") && name.size() != rest.size();
-    name.remove_prefix(std::min<size_t>(name.size(), isHex ? 2 : 1));
+    const bool isHex = rest.starts_with("&#x");
+    const char* const last = rest.data() + rest.size();
     uint32_t number = 0;
-    const auto [stop, error] = std::from_chars(name.data(), name.data() + name.size(), number, isHex ? 16 : 10);
-    if (!isNumber || error != std::errc() || stop != name.data() + name.size() || !IsXmlCharacter(number)) {
+    const auto [stop, error] =
+        std::from_chars(rest.data() + std::min<size_t>(isHex ? 3 : 2, rest.size()), last, number, isHex ? 16 : 10);
+    const bool isNumber = rest.starts_with("&#") && error == std::errc() && stop != last && *stop == ';';
+    if (!isNumber || !IsXmlCharacter(number)) {
         Fail(at, L"this is not a character reference; write & as &amp;");
     }
     character = number;
-    return next;
+    return at + static_cast<size_t>(stop - rest.data()) + 1;
 }
 
 size_t XmlReader::TakeCharacter(size_t at, size_t end, char32_t& character) const

@@ -43,7 +43,7 @@ public:
 
     /// The place of the element that NextElement found, its name as written, and the way back to it later.
     const TextPlace& Place() const { return place_; }
-    std::string_view Name() const;
+    std::string_view Name() const { return NameAt(next_ + 1); }
     void Return(const TextPlace& place);
 
 private:
@@ -68,9 +68,10 @@ private:
     [[noreturn]] void Fail(size_t offset, std::wstring reason) const;
     void CheckSize(size_t end) const;
     bool StartsWith(std::string_view markup) const { return text_.substr(next_).starts_with(markup); }
-    bool SkipMarkup(std::string_view first, std::string_view last);
+    bool SkipComment(); ///< or a processing instruction
     size_t FindEnd(std::string_view last, size_t from) const;
     void SkipSpaces();
+    std::string_view NameAt(size_t begin) const;
     std::string_view TakeName();
     bool Open(Arena& arena);
     void TakeAttributes(Arena& arena);

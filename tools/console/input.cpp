@@ -24,7 +24,7 @@ BOOL WINAPI OnControl(DWORD event)
     return SetEvent(stopEvent);
 }
 
-// Throws the Win32 code of a failure.
+// Throws the Win32 code when reading fails.
 std::string ReadAll(HANDLE file)
 {
     constexpr DWORD kPiece = 1 << 20;
@@ -78,7 +78,7 @@ std::string ReadInput(const std::wstring& path, ExitCode code)
         }
         file.reset(handle, CloseHandle);
     }
-    // On a thread of its own, which is left behind when Ctrl+C comes while a pipe or a keyboard is waited for.
+    // On a separate thread: after Ctrl+C, the program does not wait for a pipe or a keyboard.
     std::packaged_task<std::string()> task(
         [file] { return ReadAll(file != nullptr ? file.get() : GetStdHandle(STD_INPUT_HANDLE)); });
     std::future<std::string> future = task.get_future();

@@ -74,7 +74,7 @@ void ProviderModule::CreateRegistered(REFCLSID providerClass)
         throw Failure(ExitCode::Module, ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
                                             "; register the module again, or name it with --module");
     }
-    // The module is where the object's functions are.
+    // The module that contains the object's functions.
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                        *reinterpret_cast<const wchar_t* const* const*>(provider_.Get())[0], &module_);
 }

@@ -9,7 +9,7 @@
 
 namespace orvel::console {
 
-/// Full path of a loaded module; null is the program.
+/// Returns the full path of a loaded module, or of the program for null.
 std::wstring ModulePath(HMODULE module);
 
 /// The module and its provider object.

@@ -33,7 +33,7 @@ std::string LastRefusal(const ReplayClient& replay)
 // Each line is a sum. The counter knows what was delivered; the values and the log lines of the module tell what was
 // written and dropped. The module cannot be asked what is pending: that is the rest, events after the last collection.
 // A logon's values stand for its latest events, so its events and its values have no common sum.
-std::wstring Account(const MetricTally& tally)
+std::wstring SumsOf(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;
     std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
@@ -136,7 +136,7 @@ std::wstring Session::Summary() const
     text += FormatString(collections_ == 1 ? L"%u collection" : L"%u collections", collections_);
     text = Marked(kHeading, text);
     for (const MetricTally& tally : tallies_) {
-        text += Account(tally);
+        text += SumsOf(tally);
     }
     return text;
 }
@@ -211,7 +211,7 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
     }
 }
 
-// Waits until the next entry is due. One that is older than those before it is due at once.
+// Waits until the next entry is due. An entry that is older than the one before it is due at once.
 void Session::Pace(DWORD done, DWORD total)
 {
     const ULONGLONG time = done < total && options_.speed > 0 ? replay_->EntryTime(done) : 0;
@@ -220,7 +220,7 @@ void Session::Pace(DWORD done, DWORD total)
         return;
     }
     constexpr double kSlice = 100; // milliseconds
-    const Moment due = started_ + Seconds(static_cast<double>(time - firstTime_) / 1e7 / options_.speed);
+    const TimePoint due = started_ + Seconds(static_cast<double>(time - firstTime_) / 1e7 / options_.speed);
     for (Seconds left = due - Clock::now(); left > left.zero(); left = due - Clock::now()) {
         if (IsStopped(static_cast<DWORD>(std::min(left.count() * 1000 + 1, kSlice)))) {
             return;

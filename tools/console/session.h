@@ -24,7 +24,7 @@ ReplayClient LoadReplayLog();
 /// Failure, also if the export is empty.
 void LoadExport(const ReplayClient& replay, const Options& options);
 
-/// What became of one metric's events and values. The counter sees the events, the sink the values; the module logs
+/// Sums of one metric's events and values. The counter sees the events, the sink the values; the module logs
 /// records that it drops.
 struct MetricTally {
     MetricConfiguration metric;
@@ -48,13 +48,13 @@ public:
     /// the first failure; later ones are written to standard error at once.
     std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
 
-    /// What became of the events, as sums, for people.
+    /// Returns sums of the events and values, for people.
     std::wstring Summary() const;
 
 private:
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
-    using Moment = std::chrono::time_point<Clock, Seconds>; // however far away
+    using TimePoint = std::chrono::time_point<Clock, Seconds>; // as far away as any option asks
 
     void Subscribe(const MetricConfiguration& metric);
     void WaitForEvents();
@@ -72,8 +72,8 @@ private:
     Sink sink_;
     ProviderModule module_;
     std::vector<MetricTally> tallies_;
-    Moment started_;
-    Moment nextCollection_;
+    TimePoint started_;
+    TimePoint nextCollection_;
     ULONGLONG firstTime_ = 0; // of the export's entries
     DWORD played_ = 0;
     std::exception_ptr playFailure_;

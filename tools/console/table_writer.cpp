@@ -18,8 +18,8 @@ std::wstring Reasons(const Collection& collection)
 
 std::string ToTable(const Collection& collection, size_t width)
 {
-    constexpr size_t kNarrowest = 40;     // of a column of values that are broken to fit
-    constexpr size_t kShortInstance = 20; // what the column of instances has at most where that is not to be had
+    constexpr size_t kNarrowest = 40;     // least width of the column of values
+    constexpr size_t kShortInstance = 20; // width of the column of instances if the values would get less
     using Row = std::array<std::wstring, 3>;
     std::vector<Row> rows = {{L"KEY", L"INSTANCE", L"VALUE"}};
     for (const MetricValue& value : collection.values) {
@@ -43,7 +43,7 @@ std::string ToTable(const Collection& collection, size_t width)
     instanceWidth = isNarrow ? std::min(instanceWidth, kShortInstance) : instanceWidth;
     const size_t column = 2 + keyWidth + 2 + instanceWidth + 2;
     for (const Row& row : rows) {
-        // A value without a place beside its key stands below it.
+        // A value that does not fit beside its key is written below it.
         const bool isBelow = isNarrow && (Width(row[1]) > instanceWidth || width <= column ||
                                           Wrapped(row[2], width - column, 0) != row[2]);
         const size_t indent = isBelow ? kBelow : column;

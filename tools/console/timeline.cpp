@@ -20,9 +20,9 @@ constexpr std::array<Moment, 4> kMoments = {{{L"lamina|logon_timestamp", L"logon
                                              {L"lamina|volumes_ready_timestamp", L"volumes ready"},
                                              {L"lamina|all_done_timestamp", L"all done"}}};
 constexpr size_t kBarWidth = 40;
-constexpr size_t kBarColumn = 65; // what stands before a bar
+constexpr size_t kBarColumn = 65; // columns before a bar
 
-// A time as the provider writes it, in milliseconds since 1970; the date or the time of day in UTC.
+// Formats the date or the time of day, in UTC, of a time in milliseconds since 1970.
 std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
 {
     constexpr ULONGLONG kLatest = 900000000000000; // beyond it the system's calendar ends
@@ -41,7 +41,7 @@ std::wstring Seconds(double milliseconds, const wchar_t* format)
     return FormatString(format, milliseconds / 1000);
 }
 
-// The step from one moment to the next as a bar in its place on the axis; a step without length is a mark.
+// Draws the step from one time to the next as a bar on the axis, or as a mark if it took no time.
 std::wstring Bar(double from, double to, double first, double span, double width)
 {
     const auto column = [&](double at) {

@@ -15,22 +15,22 @@ struct Collection {
     std::vector<std::wstring> infoLines; ///< that the provider logged meanwhile
 };
 
-/// One JSON object per value and line, in the order written. The value is exact: a lone surrogate or a control
-/// character is escaped, VT_UI8 is a plain number.
+/// Returns one JSON object per value and line, in the order written. Lone surrogates and control characters are
+/// escaped; VT_UI8 is a number.
 std::string ToJsonLines(const Collection& collection);
 
-/// A text as a JSON string.
+/// Returns a text as a JSON string.
 std::string Quote(std::wstring_view text);
 
-/// An aligned table for people under a heading of its own, of up to `width` columns (0: any); line breaks in values are
-/// shown as such. Where nothing was written the provider's info lines say why.
+/// Returns an aligned table with a heading, up to `width` columns wide (0: any). If nothing was written, the provider's
+/// info lines say why.
 std::string ToTable(const Collection& collection, size_t width);
 
-/// The Lamina logon as bars on one axis with durations, and its plinths; without the four timestamps, why not. Empty
-/// when the collection holds nothing of the Lamina metric.
+/// Draws the Lamina logon as bars on one axis with durations, and lists its plinths; says why if a timestamp is
+/// missing. Empty if the collection has no value of the Lamina metric.
 std::wstring DrawTimeline(const Collection& collection, size_t width = 0);
 
-/// The provider's info lines of the collection, for people.
+/// Returns the provider's info lines of the collection, indented.
 std::wstring Reasons(const Collection& collection);
 
 /// Shows the first line in which two texts differ, marked with - and +, the place where it begins to differ, and how

@@ -68,7 +68,7 @@ inline size_t NodeList::size() const
 constexpr std::wstring_view kReplayNamespace = L"urn:orvel:replay";
 constexpr std::wstring_view kReplayPrefix = L"replay:";
 
-/// An event as it stands in the log, without its rendering, and what the tool rendered for it. A view, like its node.
+/// An event as the log stores it, without RenderingInfo, and the rendered message. A view, like its node.
 struct Event {
     Node xml;
     std::wstring_view publisher;

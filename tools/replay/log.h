@@ -24,7 +24,7 @@ private:
     std::array<std::set<std::wstring, NameOrder>, 3> names_;
 };
 
-/// A loaded export: its text and where each entry stands in it. Immutable; deliveries keep it alive when another one is
+/// A loaded export: its text and the place of each entry. Immutable; deliveries keep it alive when another one is
 /// loaded.
 struct Log {
     struct Place {

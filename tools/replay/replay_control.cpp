@@ -28,7 +28,7 @@ void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
     }
 }
 
-/// Runs `load`, which gives the XML, and makes the result the current log.
+/// Makes the XML that `load` returns the current log.
 template <typename Load>
 DWORD LoadLog(const Load& load, wchar_t* message, DWORD messageCharacters)
 try {
@@ -46,7 +46,7 @@ try {
     return code;
 }
 
-/// The line of the query that holds the place, cut around it.
+/// Copies the part of the query's line around the place of an error.
 void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
 {
     constexpr size_t kAround = 60;
@@ -93,7 +93,7 @@ std::string ReadFileText(const wchar_t* path)
     return DecodeExport(std::move(bytes));
 }
 
-/// Waits as an action says; `goOn` is asked now and then.
+/// Waits as long as an action says, or until `goOn`, which is called every 50 ms, returns false.
 template <typename GoOn>
 DWORD Wait(const Action& action, const GoOn& goOn)
 {
@@ -124,7 +124,7 @@ DWORD PlayAction(const Action& action, size_t index, const GoOn& goOn)
     return code;
 }
 
-/// How to deliver in the current modes; `mode` is meant for those that do not say.
+/// Returns how to deliver: `mode`, unless ReplaySetMode has chosen the caller's thread.
 DeliveryMode ModeOr(DeliveryMode mode)
 {
     return (modes & ReplayOnCallingThread) != 0 ? DeliveryMode::OnThisThread : mode;

@@ -27,7 +27,7 @@ bool IsNameCharacter(char c)
     return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
 }
 
-/// Whether a byte of UTF-8 stands for itself in every kind of text.
+/// Whether a byte of UTF-8 is a character by itself in every kind of text.
 bool IsPlain(char c)
 {
     return static_cast<signed char>(c) >= 0x20 && c != '&';
@@ -343,7 +343,7 @@ void XmlReader::Close(Arena& arena)
 void XmlReader::Append(std::wstring& text, size_t from, size_t to, TextKind kind) const
 {
     CheckSize(to);
-    // UTF-16 never has more units than UTF-8 has bytes, and no reference stands for more units than it has bytes.
+    // UTF-16 never has more units than UTF-8 has bytes, and no reference means more units than it has bytes.
     const size_t size = text.size();
     text.resize(size + to - from);
     wchar_t* end = text.data() + size;

@@ -19,7 +19,7 @@ std::wstring Response(DWORD plinths)
 class AllocationTest : public ModuleTest {
 protected:
     AllocationTest() { logger.levels = 0; }
-    /// Allocations for each of `items`; what comes less often than once an item, as room in a list, is not counted.
+    /// Returns the allocations for each of `items`, without those that come less than once an item, as a list's growth.
     template <typename Work>
     long PerItem(DWORD items, Work work)
     {

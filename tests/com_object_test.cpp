@@ -18,7 +18,7 @@ ComPtr<IUnknown> Ask(IUnknown* object, REFIID iid, HRESULT expected = S_OK)
     return out;
 }
 
-// From every face of a provider each served interface is reached: IUnknown is `identity`, the others are one pointer.
+// Queries every interface of a provider for every other one: IUnknown is `identity`, the others are one pointer.
 void ExpectIdentity(IUnknown* identity, IUnknown* provider)
 {
     for (const IID& from : kServed) {
@@ -55,7 +55,7 @@ DWORD Threads()
     return entry.cntThreads;
 }
 
-// An object that has a provider as a part of itself.
+// An object that aggregates a provider.
 class Outer : public HostFake<IAgentHost> {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
@@ -76,11 +76,11 @@ TEST(ComObject, KeepsItsIdentityAloneAndAggregated)
     ASSERT_EQ(
         Factory(module)->CreateInstance(&outer, IID_IUnknown, reinterpret_cast<void**>(outer.part.GetAddressOf())),
         S_OK);
-    // The part's own IUnknown answers for the part alone and counts it alone.
+    // The non-delegating IUnknown serves and counts the provider alone.
     EXPECT_EQ(Ask(outer.part.Get(), IID_IUnknown).Get(), outer.part.Get());
-    EXPECT_EQ(outer.references, 0) << "a part must not hold its whole";
+    EXPECT_EQ(outer.references, 0) << "an aggregated object must not hold its outer object";
     const ComPtr<IUnknown> face = Ask(outer.part.Get(), __uuidof(IOrvelDataProvider));
-    EXPECT_EQ(outer.references, 1) << "every other face counts the whole";
+    EXPECT_EQ(outer.references, 1) << "every other interface counts the outer object";
     ExpectIdentity(&outer, face.Get());
 }
 

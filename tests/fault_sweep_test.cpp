@@ -88,8 +88,8 @@ DWORD WINAPI CatchInDelivery(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, 
     return ERROR_SUCCESS;
 }
 
-/// One import. `kCloser` names the function that gives back what this one opens: its result, or what its fifth argument
-/// points to. A closer names itself; it does its work even when it fails, so that the books show the module's doing.
+/// One import. `kCloser` names the function that releases what this one opens: its result, or what its fifth argument
+/// points to. A closer names itself. It does its work even when it fails, so that a leak is the module's own.
 template <ImportName kName, ImportName kCloser, bool kCanFail, typename Function>
 struct Hook;
 template <ImportName kName, ImportName kCloser, bool kCanFail, typename Result, typename... Arguments>
@@ -186,7 +186,7 @@ void ReplaceImports(HMODULE module)
     Replace<"FileTimeToSystemTime", "", decltype(FileTimeToSystemTime)>(module, FALSE);
 }
 
-/// What a metric goes through and may answer, as a file beside the program tells it; sweep/crash.txt says how.
+/// What a metric goes through and what it may report, read from a file beside the program; sweep/crash.txt explains it.
 struct Scenario {
     explicit Scenario(const std::string& name)
     {
@@ -229,7 +229,7 @@ struct Scenario {
 
 class FaultSweepTest : public testing::TestWithParam<std::string> {
 protected:
-    /// One run; gives what the host saw.
+    /// Plays the scenario once and returns what the host saw.
     Lines Play(int failing)
     {
         run = {};
@@ -254,7 +254,7 @@ protected:
         }
         EXPECT_EQ(GetModuleHandleW(L"Orvel_eventlog.dll"), nullptr);
         for (const auto& [handle, opener] : run.open) {
-            EXPECT_EQ(opener, "EvtOpenPublisherMetadata") << "was not given back: " << handle.second;
+            EXPECT_EQ(opener, "EvtOpenPublisherMetadata") << "was not released: " << handle.second;
         }
         return transcript;
     }
@@ -274,7 +274,7 @@ protected:
         const _bstr_t name(metric.c_str()), other(std::wstring(metric).replace(0, 1, L"E").c_str());
         const auto good = Configuration();
         const auto bad = Configuration(L"<metric><channel>Application</channel></metric>");
-        // The texts that the configuration gives are the module's to free; the parser's own failures are not swept.
+        // The module frees the texts that the parser returns. The parser's own failures are not swept.
         [[maybe_unused]] static const bool once = (ReplaceStrings<false>(GetModuleHandleW(L"msxml3.dll")), true);
         ComPtr<IOrvelDataProvider> provider;
         const auto collect = [&] { return provider->QueryMetricEx(name, 0, sink); };
@@ -373,7 +373,7 @@ protected:
         name(baseline, seen, L'-');
         if (run.failed == "GetLogLevels") {
             EXPECT_EQ(seen.size() + 1, baseline.size()) << "one line is lost, and nothing else";
-        } else if (run.failed != "VariantClear") { // also called to clean up, when nobody can be told
+        } else if (run.failed != "VariantClear") { // also called to clean up, where a failure cannot be reported
             EXPECT_NE(seen, baseline) << "a failure that nobody saw";
         }
     }

@@ -1,4 +1,4 @@
-// Wide formatting against a model that joins pieces: lengths around every power of two, units that no encoding has.
+// Compares wide formatting with joined pieces: lengths around every power of two, units that no encoding has.
 #include "host/format.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// The guarded module's guards, by faults made on purpose: a run of the other tests against it proves something only if
-// these stop the program.
+// Makes faults on purpose in the guarded build: a run of the other tests against it proves something only if each of
+// them stops the program.
 
 #include "tests/support/module_under_test.h"
 

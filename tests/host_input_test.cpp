@@ -1,4 +1,4 @@
-// What a host may hand over that is not what it should be, and what its objects may do while they are called.
+// Unusual input from the host, and what the host's objects may do while they are called.
 
 #include "tests/support/module_under_test.h"
 
@@ -20,7 +20,7 @@ protected:
         EXPECT_EQ(Unsubscribe(), S_OK);
         return sink.Take().size();
     }
-    /// A closing inside a call is another thread's: waits for it.
+    /// Waits for subscriptions that another thread closes, and returns how many are left.
     static DWORD SubscriptionsLeft(DWORD most)
     {
         for (int wait = 0; wait < 200 && Replay().OpenHandles(ReplaySubscriptionHandle) > most; ++wait) {

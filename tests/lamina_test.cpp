@@ -1,5 +1,5 @@
-// The logon timeline through the loaded module, where no export leads: raw registry values, a log that is an adversary,
-// a message full of markers, faults, refusals. All else that a logon brings is in the golden cases.
+// The logon timeline through the loaded module, as far as exports cannot show it: raw registry values, hostile logs, a
+// message full of markers, faults, refusals. The golden cases have the rest.
 
 #include "tests/support/module_under_test.h"
 
@@ -85,14 +85,14 @@ void Write(const std::wstring& path, LONGLONG offset, const std::wstring& text, 
 
 const std::wstring kLoginResponse = L"Manager status 200 response\r\n";
 
-/// A text of so many bytes that ends in a login response and an entry.
+/// Returns a text of so many bytes that ends in a login response and an entry.
 std::wstring Filled(size_t bytes, wchar_t id)
 {
     const std::wstring end = kLoginResponse + L"MOUNTED-READ;;" + id + L"\r\n";
     return std::wstring(bytes / 2 - end.size(), L'.') + end;
 }
 
-/// What follows the prefix in the lines that have it, each with a "|" after it.
+/// Joins what follows the prefix in the lines that have it, each with a "|" after it.
 std::wstring Join(const Lines& lines, std::wstring_view prefix)
 {
     std::wstring joined;
@@ -137,8 +137,8 @@ protected:
         EXPECT_EQ(Collect(kLamina), S_OK);
         return sink.Take();
     }
-    /// The lines of the search when all is done, and the plinths that are collected then. A failed read's code is left
-    /// out: after the limit's line it is whatever the platform left last.
+    /// Returns the lines of the search when all is done, and the plinths collected then. The code of a failed read is
+    /// left out: after the line about the limit it is whatever last error the platform left.
     std::wstring Search()
     {
         logger.Take();

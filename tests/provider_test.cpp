@@ -111,7 +111,7 @@ TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
     provider.Reset();
 }
 
-/// Releases the test's provider when it is asked for an interface, and answers as `inner` does.
+/// Releases the test's provider when it is queried for an interface; forwards the query to `inner`.
 class ReleasesTheProvider : public HostFake<IAgentHost> {
 public:
     ReleasesTheProvider(ComPtr<IOrvelDataProvider>& held, IUnknown* inner) : provider_(held), inner_(inner) {}

@@ -1,5 +1,5 @@
-// The Event Log misbehaving as it has been seen to. Whatever it gives, nothing is reported that it did not say. Run
-// with guarded memory, too, these show that nothing is read where the platform wrote nothing.
+// Known misbehaviour of the Event Log: nothing is reported that it did not return. With the guarded module, these tests
+// also show that nothing is read that the platform did not write.
 
 #include "tests/support/module_under_test.h"
 

@@ -14,15 +14,15 @@
 
 using Lines = std::vector<std::wstring>;
 
-/// A host object on the stack of its test. It counts references instead of ending with the last one, and fails the test
-/// when one is left at its end. It keeps what it is told as lines. Any thread may call it.
+/// A host object on the stack of its test. It counts references without deleting itself, and fails the test when one
+/// is left at its end. It records its calls as lines. Any thread may call it.
 template <typename Interface>
 class HostFake : public Interface {
 public:
     HostFake() = default;
     HostFake(const HostFake&) = delete;
     HostFake& operator=(const HostFake&) = delete;
-    virtual ~HostFake() { EXPECT_EQ(references.load(), 0) << "references that were never given back"; }
+    virtual ~HostFake() { EXPECT_EQ(references.load(), 0) << "references that were never released"; }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
     {
@@ -46,7 +46,7 @@ public:
         return E_NOTIMPL;
     }
 
-    /// Gives the lines kept so far and forgets them.
+    /// Returns the lines recorded so far and forgets them.
     Lines Take()
     {
         const std::lock_guard guard(lock_);
@@ -84,7 +84,7 @@ private:
 
 class HostObject : public HostFake<IAgentHost> {};
 
-/// Keeps each line as "E text", "W text" or "I text". Its results are failures, for which the module must not care.
+/// Keeps each line as "E text", "W text" or "I text". Returns failures, which the module must ignore.
 class RecordingLogger : public HostFake<IAgentLogger> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }
@@ -112,8 +112,8 @@ private:
     }
 };
 
-/// Keeps each value as "key [instance] = text", numbers as "#123", refused ones too. Gives the scripted results in turn
-/// and S_OK after the last.
+/// Keeps each value as "key [instance] = text", numbers as "#123", refused ones too. Returns the scripted results
+/// in turn and S_OK after the last.
 class RecordingSink : public HostFake<IMetricSink> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }

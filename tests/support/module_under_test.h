@@ -21,16 +21,16 @@ using Microsoft::WRL::ComPtr;
 using orvel::kProviderClass;
 inline constexpr wchar_t kCrash[] = L"eventlog|eventlog_appcrash";
 
-/// Full path of a built file that is shipped.
+/// Returns the full path of a built file that is shipped.
 std::wstring BuiltFile(const wchar_t* name);
 
 /// The replay log with faults, which stands in for the Event Log in this process; loaded on first use.
 FaultyReplayClient& Replay();
 
-/// Makes events the log's future; fails the test when they cannot be read.
+/// Loads events, to be delivered later; fails the test when they cannot be read.
 void LoadEvents(const std::wstring& events);
 
-/// One event of an export, as the publisher writes it to channel Application.
+/// Returns one event of an export, in channel Application.
 std::wstring Event(const std::wstring& message, const wchar_t* time = L"2024-03-05T07:08:09.9999999Z",
                    const wchar_t* publisher = L"Application Error", int id = 1000);
 
@@ -41,7 +41,7 @@ Configuration(const wchar_t* xml = L"<metric><channel>Application</channel><quer
     return orvel::ParseElement(xml);
 }
 
-/// The suffix of an error line, with the system's text for the code.
+/// Returns the suffix of an error line, with the system's text for the code.
 std::wstring ExpectedSuffix(HRESULT code);
 
 /// The built Orvel_eventlog.dll, loaded for the life of this object. Fails the test when something holds the module
@@ -58,9 +58,9 @@ public:
     operator HMODULE() const { return handle_; } // NOLINT(google-explicit-constructor): it stands for the handle
     HRESULT CanUnloadNow() const;
     bool IsMapped() const { return GetModuleHandleW(path_.c_str()) != nullptr; }
-    /// Frees the module, as a host does that does not wait for anything. Once.
+    /// Frees the module without waiting for anything. Called once.
     void Free();
-    /// An exported function by name.
+    /// Returns an exported function by name.
     template <typename Function>
     Function* Export(const char* name) const
     {
@@ -85,14 +85,14 @@ bool Eventually(Condition condition)
     return condition();
 }
 
-/// What the module's GetComputerNameExW does while GiveComputerName has taken its place.
+/// What the module's GetComputerNameExW does while it is replaced by GiveComputerName.
 inline std::function<BOOL(wchar_t* buffer, DWORD* size)> computerName;
 inline BOOL WINAPI GiveComputerName(COMPUTER_NAME_FORMAT, wchar_t* buffer, DWORD* size)
 {
     return computerName(buffer, size);
 }
 
-/// A host, the loaded module and one provider that knows its host.
+/// A host, the loaded module and one provider whose host is set.
 class ModuleTest : public testing::Test {
 protected:
     ModuleTest() { CreateProvider(); }

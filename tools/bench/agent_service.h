@@ -9,7 +9,7 @@
 namespace orvel::bench {
 
 /// Makes this process alone find the agent's service in a folder, by a key of the user's own in place of
-/// HKEY_LOCAL_MACHINE. Not for long: nothing else of the machine is found meanwhile, the computer's name neither.
+/// HKEY_LOCAL_MACHINE. Nothing else of the machine's key is found for the life of this object, not even the computer's name.
 class AgentService {
 public:
     explicit AgentService(const std::filesystem::path& folder)

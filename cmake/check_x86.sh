@@ -10,7 +10,7 @@ skip() {
 }
 [ "$(id -u)" -eq 0 ] || skip "installing a 32-bit system needs root"
 echo "== Building for x86"
-cmake --preset x86
+cmake --preset x86 -D CMAKE_COMPILE_WARNING_AS_ERROR=OFF
 cmake --build --preset x86
 
 log=$PWD/build/i386.log

@@ -1,20 +1,16 @@
 #include "tools/replay/xml_reader.h"
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 
 namespace orvel::replay {
 
 namespace {
 
-constexpr size_t kDeepest = 64;
-constexpr size_t kMostAttributes = 100;
-constexpr size_t kLargestElement = size_t{16} << 20;
+constexpr size_t kMaxDepth = 64;
+constexpr size_t kMaxAttributes = 100;
+constexpr size_t kMaxElementSize = size_t{16} << 20;
 constexpr std::string_view kLiteral = "<![CDATA[";
-constexpr wchar_t kWrongEncoding[] =
-    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save it as UTF-8, or keep the tool's output unchanged";
-
 constexpr std::string_view kSpaces = " \t\n\r";
 
 bool IsNameStart(char c)
@@ -25,18 +21,6 @@ bool IsNameStart(char c)
 bool IsNameCharacter(char c)
 {
     return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
-}
-
-/// Whether a byte of UTF-8 is a character by itself in every kind of text.
-bool IsPlain(char c)
-{
-    return static_cast<signed char>(c) >= 0x20 && c != '&';
-}
-
-bool IsXmlCharacter(char32_t c)
-{
-    return c >= 0x20 ? (c < 0xD800 || c > 0xDFFF) && c != 0xFFFE && c != 0xFFFF && c <= 0x10FFFF
-                     : c == '\t' || c == '\n' || c == '\r';
 }
 
 /// Moves a place forward to an offset.
@@ -149,13 +133,13 @@ Node XmlReader::Read(Arena& arena)
             Fail(next_, {});
         } else if (text_[next_] != '<') {
             next_ = std::min(text_.find('<', next_), text_.size());
-            Append(open_[depth_ - 1].text, text, next_, Characters);
+            Append(open_[depth_ - 1].text, text, next_, XmlTextKind::Characters);
         } else if (StartsWith("</")) {
             TakeEndTag(open_[depth_ - 1].name, open_[depth_ - 1].node.nameLine);
             Close(arena);
         } else if (StartsWith(kLiteral)) {
             next_ = FindEnd("]]>", next_);
-            Append(open_[depth_ - 1].text, text + kLiteral.size(), next_ - 3, Literal);
+            Append(open_[depth_ - 1].text, text + kLiteral.size(), next_ - 3, XmlTextKind::Literal);
         } else if (!SkipComment() && !Open(arena)) {
             Close(arena);
         }
@@ -177,7 +161,7 @@ void XmlReader::Fail(size_t offset, std::wstring reason) const
 
 void XmlReader::CheckSize(size_t end) const
 {
-    if (end - begin_ > kLargestElement) {
+    if (end - begin_ > kMaxElementSize) {
         Fail(begin_, L"the element is larger than 16 MiB");
     }
 }
@@ -221,7 +205,7 @@ std::string_view XmlReader::TakeName()
 
 bool XmlReader::Open(Arena& arena)
 {
-    if (depth_ == kDeepest) {
+    if (depth_ == kMaxDepth) {
         Fail(next_, L"elements nest more than 64 levels deep");
     }
     open_.resize(std::max(open_.size(), depth_ + 1));
@@ -238,7 +222,7 @@ bool XmlReader::Open(Arena& arena)
     const bool isEmpty = StartsWith("/");
     next_ += isEmpty ? 1 : 0;
     if (!StartsWith(">")) {
-        Fail(next_, L"an attribute or the end of <" + Shown(element.name) + L"> should stand here");
+        Fail(next_, L"an attribute or the end of <" + Shown(element.name) + L"> is missing here");
     }
     Advance(place_, text_, ++next_);
     element.node.line = place_.line;
@@ -259,7 +243,7 @@ void XmlReader::TakeAttributes(Arena& arena)
             std::any_of(attributes_.begin(), attributes_.end(), isSame)) {
             Fail(begin, L"the attribute " + Shown(name) + L" appears twice or without a blank before it");
         }
-        if (attributes_.size() == kMostAttributes) {
+        if (attributes_.size() == kMaxAttributes) {
             Fail(begin, L"the element has more than 100 attributes");
         }
         SkipSpaces();
@@ -275,7 +259,7 @@ void XmlReader::TakeAttributes(Arena& arena)
             Fail(value + bracket, L"an attribute's value contains <; write it as &lt;");
         }
         decoded_.clear();
-        Append(decoded_, value, next_ - 1, AttributeValue);
+        Append(decoded_, value, next_ - 1, XmlTextKind::AttributeValue);
         if (name == "xmlns" || name.starts_with("xmlns:")) {
             prefixes_.push_back({name.substr(std::min<size_t>(name.size(), 6)), decoded_ == kReplayNamespace});
             attributes_.push_back({name, {}});
@@ -309,7 +293,7 @@ std::wstring_view XmlReader::LocalName(Arena& arena, std::string_view name, bool
         Fail(offset, L"the namespace prefix " + Shown(prefix) + L" is not declared");
     }
     decoded_ = isDeclared && found->isReplay ? kReplayPrefix : std::wstring_view();
-    Append(decoded_, offset + (prefix.empty() ? 0 : colon + 1), offset + name.size(), Literal);
+    Append(decoded_, offset + (prefix.empty() ? 0 : colon + 1), offset + name.size(), XmlTextKind::Literal);
     return CopyTo(arena, decoded_);
 }
 
@@ -340,86 +324,14 @@ void XmlReader::Close(Arena& arena)
     prefixes_.resize(element.firstPrefix);
 }
 
-void XmlReader::Append(std::wstring& text, size_t from, size_t to, TextKind kind) const
+void XmlReader::Append(std::wstring& text, size_t from, size_t to, XmlTextKind kind) const
 {
     CheckSize(to);
-    // UTF-16 never has more units than UTF-8 has bytes, and no reference means more units than it has bytes.
-    const size_t size = text.size();
-    text.resize(size + to - from);
-    wchar_t* end = text.data() + size;
-    for (size_t at = from;;) {
-        for (; at != to && IsPlain(text_[at]); ++at) {
-            *end++ = static_cast<wchar_t>(text_[at]);
-        }
-        if (at == to) {
-            break;
-        }
-        char32_t c = static_cast<unsigned char>(text_[at]);
-        if (c == '&' && kind != Literal) {
-            at = TakeReference(at, to, c);
-        } else if (c >= 0x80) {
-            at = TakeCharacter(at, to, c);
-        } else {
-            const bool isBreak = c == '\r' || c == '\n';
-            at += text_.substr(at, to - at).starts_with("\r\n") ? 2 : 1;
-            c = isBreak ? '\n' : c;
-            c = kind == AttributeValue && (isBreak || c == '\t') ? ' ' : c;
-        }
-        if (!IsXmlCharacter(c)) {
-            Fail(at - 1, L"this character is not allowed in XML");
-        }
-        if (c >= 0x10000) {
-            *end++ = static_cast<wchar_t>(0xD7C0 + (c >> 10));
-            c = 0xDC00 + (c & 0x3FF);
-        }
-        // A CR written as a reference before a line break belongs to it.
-        end -= kind != AttributeValue && c == '\n' && end != text.data() && end[-1] == '\r' ? 1 : 0;
-        *end++ = static_cast<wchar_t>(c);
+    try {
+        AppendXmlText(text, text_.substr(from, to - from), kind);
+    } catch (const XmlTextError& error) {
+        Fail(from + error.offset, error.reason);
     }
-    text.resize(static_cast<size_t>(end - text.data()));
-}
-
-size_t XmlReader::TakeReference(size_t at, size_t end, char32_t& character) const
-{
-    constexpr std::pair<std::string_view, char32_t> kReferences[] = {
-        {"&lt;", U'<'}, {"&gt;", U'>'}, {"&amp;", U'&'}, {"&quot;", U'"'}, {"&apos;", U'\''}};
-    constexpr size_t kLongest = 13;
-    const std::string_view rest = text_.substr(at, std::min(end - at, kLongest));
-    for (const auto& [reference, meaning] : kReferences) {
-        if (rest.starts_with(reference)) {
-            character = meaning;
-            return at + reference.size();
-        }
-    }
-    const bool isHex = rest.starts_with("&#x");
-    const char* const last = rest.data() + rest.size();
-    uint32_t number = 0;
-    const auto [stop, error] =
-        std::from_chars(rest.data() + std::min<size_t>(isHex ? 3 : 2, rest.size()), last, number, isHex ? 16 : 10);
-    const bool isNumber = rest.starts_with("&#") && error == std::errc() && stop != last && *stop == ';';
-    if (!isNumber || !IsXmlCharacter(number)) {
-        Fail(at, L"this is not a character reference; write & as &amp;");
-    }
-    character = number;
-    return at + static_cast<size_t>(stop - rest.data()) + 1;
-}
-
-size_t XmlReader::TakeCharacter(size_t at, size_t end, char32_t& character) const
-{
-    const auto byte = [&](size_t index) { return static_cast<unsigned char>(text_[index]); };
-    const unsigned lead = byte(at);
-    const size_t count = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
-    character = lead & (0x7F >> count);
-    bool isValid = lead >= 0xC0 && lead < 0xF8 && end - at >= count;
-    for (size_t i = 1; isValid && i != count; ++i) {
-        isValid = (byte(at + i) & 0xC0) == 0x80;
-        character = character << 6 | (byte(at + i) & 0x3F);
-    }
-    if (!isValid || character < kSmallest[count - 2] || character > 0x10FFFF || (character >> 11) == 0x1B) {
-        Fail(at, kWrongEncoding);
-    }
-    return at + count;
 }
 
 XmlDocument::XmlDocument(std::string_view text)

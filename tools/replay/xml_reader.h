@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/replay/event_record.h"
+#include "tools/replay/xml_text.h"
 
 #include <memory_resource>
 
@@ -62,8 +63,6 @@ private:
         size_t firstChild; // in finished_
         size_t firstPrefix;
     };
-    enum TextKind { Characters, AttributeValue, Literal };
-
     /// At the end of the text, says so instead of `reason`.
     [[noreturn]] void Fail(size_t offset, std::wstring reason) const;
     void CheckSize(size_t end) const;
@@ -79,9 +78,7 @@ private:
     std::wstring_view LocalName(Arena& arena, std::string_view name, bool hasDefault);
     void TakeEndTag(std::string_view name, size_t line);
     void Close(Arena& arena);
-    void Append(std::wstring& text, size_t from, size_t to, TextKind kind) const;
-    size_t TakeReference(size_t at, size_t end, char32_t& character) const;
-    size_t TakeCharacter(size_t at, size_t end, char32_t& character) const;
+    void Append(std::wstring& text, size_t from, size_t to, XmlTextKind kind) const;
 
     std::string_view text_;
     size_t next_ = 0;

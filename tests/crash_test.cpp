@@ -118,7 +118,7 @@ TEST_F(CrashTest, QueriesTheComputerNameUntilItSucceeds)
     Lines lines{L"E Failed to query the NetBIOS name buffer length"};
     // A negative code passes unchanged, of another one the low half counts.
     for (const auto& [error, code] :
-         {std::pair<DWORD, DWORD>{5, 0x80070005}, {0x80041234, 0x80041234}, {0x12345, 0x80072345}}) {
+         {std::pair<DWORD, DWORD>{5, 0x80070005}, {0x80041234, 0x80041234}, {0x82345, 0x80072345}}) {
         nameError = error;
         Deliver(1);
         lines.push_back(L"E Failed to query the NetBIOS name of the local machine" +

@@ -270,6 +270,13 @@ TEST_F(LaminaTest, SurvivesHostileLogsAndHoldsNoFile)
         {"up to the limit", writes(100), writes(100, Filled(kMost, L'1')), one + found(L"1") + L"[1] = |"},
         {"above", writes(100), writes(100, Filled(kMost, L'1'), 1), one + tooMany + L"from log file|"},
         {"both", writes(kRotated), rotates(0, 0), both + found(L"2") + found(L"1") + L"[2] = |[1] = |"},
+        {"empty backup", writes(kRotated),
+         [this] {
+             Write(backup, 0, L"");
+             Write(log, 0, Filled(100, L'1'));
+         },
+         both + L"E Backup log file size less than the beginning size, must error occurred, abort|" + found(L"1") +
+             L"[1] = |"},
         {"backup above", writes(kRotated), rotates(1, 0), both + tooMany + L"from backup log|"},
         {"new log above", writes(kRotated), rotates(0, 1), both + tooMany + L"logs|"},
         {"sizes modulo 4 GiB, text up to a zero", writes(k4GiB + 8),

@@ -100,6 +100,16 @@ TEST_F(HostInputTest, SinkMayUseTheProvider)
     provider.Reset();
 }
 
+TEST_F(HostInputTest, SinkMayEndTheMetricThatItReceives)
+{
+    ASSERT_EQ(Subscribe(), S_OK);
+    Deliver(0, 2);
+    sink.onNextLine = [this] { EXPECT_EQ(Unsubscribe(), S_OK); };
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(sink.Take().size(), 3U);
+    EXPECT_EQ(SubscriptionsLeft(0), 0U);
+}
+
 TEST_F(HostInputTest, LoggerMayEndTheMetricOrTheProviderInAnyCall)
 {
     const std::function<HRESULT()> calls[] = {[this] { return Subscribe(); }, [this] { return Collect(); },

@@ -107,7 +107,7 @@ void CAppCrashMetric::BuildHostNameLine()
 
 void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
 {
-    const ULONGLONG time = values != nullptr ? values[0].FileTimeVal : 0; // whatever its type
+    const ULONGLONG time = values != nullptr ? values[0].FileTimeVal : 0; // regardless of its type
     if (time == 0) {
         return;
     }

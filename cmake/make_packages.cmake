@@ -1,5 +1,5 @@
-# Run by CPack over the staged files: makes the zip and the installer, the same bytes from the same files. Times are
-# SOURCE_DATE_EPOCH, or else the first that a zip can hold.
+# Run by CPack on the staged files: builds the zip and the installer reproducibly. Timestamps are SOURCE_DATE_EPOCH, or
+# the earliest that a zip can hold.
 cmake_minimum_required(VERSION 3.25)
 set(staged ${CPACK_TEMPORARY_DIRECTORY})
 cmake_path(GET staged PARENT_PATH folder)
@@ -8,7 +8,7 @@ if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
   set(ENV{SOURCE_DATE_EPOCH} 315532800)
 endif()
 
-# A name's identifier, for ever the same: what the installer is recognised by.
+# Derives a GUID from a name. It must never change: Windows Installer recognises products and components by it.
 function(identifier result name)
   string(UUID value NAMESPACE 3E6C2B5D-9A47-4B1E-8C35-7F0D1A6E42B9 TYPE SHA1 UPPER NAME "${name}-${CPACK_ORVEL_WORD_SIZE}")
   set(${result} "{${value}}" PARENT_SCOPE)

@@ -5,13 +5,13 @@ target_compile_definitions(orvel_options INTERFACE UNICODE _UNICODE WIN32_LEAN_A
 target_compile_options(
   orvel_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast
                           -g -fstack-protector-strong>)
-# The same sources give the same bytes, wherever and whenever they are built: no directories in the debug information and
-# no timestamps in the headers. orvel_shipped and host/CMakeLists.txt do the rest.
+# Reproducible builds: no directories in the debug information and no timestamps in the headers. orvel_shipped and
+# host/CMakeLists.txt do the rest.
 target_compile_options(orvel_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
-# Static runtimes: the binaries import system DLLs alone.
+# Static runtimes: the binaries import only system DLLs.
 target_link_options(orvel_options INTERFACE -static -fstack-protector-strong -Wl,--no-insert-timestamp)
 target_include_directories(orvel_options INTERFACE ${PROJECT_SOURCE_DIR})
 if(ORVEL_ARCH STREQUAL "i686")
-  # The instructions that every Windows 10 has. Its callers align the stack to less than they need.
+  # Every Windows 10 processor has SSE2. Its instructions need a stricter stack alignment than callers guarantee.
   target_compile_options(orvel_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-msse2 -mstackrealign>)
 endif()

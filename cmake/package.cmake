@@ -1,5 +1,5 @@
-# The packages of one word size, made by the target `package`: a zip with what a developer and an administrator need, and
-# an installer.
+# The packages of one architecture, built by the target `package`: a zip for developers and administrators, and an
+# installer.
 if(ORVEL_ARCH STREQUAL "x86_64")
   set(word_size x64)
 else()

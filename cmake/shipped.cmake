@@ -1,6 +1,6 @@
-# What every shipped binary gets.
+# Functions for shipped binaries.
 
-# orvel_version(TARGET DESCRIPTION): a version resource with the project's version.
+# orvel_version(TARGET DESCRIPTION): adds a version resource with the project's version.
 function(orvel_version target description)
   get_target_property(type ${target} TYPE)
   get_target_property(file_name ${target} OUTPUT_NAME)
@@ -19,8 +19,8 @@ function(orvel_version target description)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
-# orvel_shipped(TARGET [EXPORT...]): puts the symbols beside the binary, into FILE.debug, where a debugger finds them,
-# and fails the build unless the binary is hardened, imports system DLLs alone and exports exactly these names.
+# orvel_shipped(TARGET [EXPORT...]): moves the symbols to FILE.debug beside the binary, where a debugger finds them,
+# and fails the build unless the binary is hardened, imports only system DLLs and exports exactly these names.
 function(orvel_shipped target)
   set(file $<TARGET_FILE:${target}>)
   set(check ${PROJECT_SOURCE_DIR}/cmake/check_binary.sh)

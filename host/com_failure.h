@@ -16,8 +16,8 @@ constexpr HRESULT HresultFromWin32(DWORD error) noexcept
     return code <= 0 ? code : static_cast<HRESULT>((error & 0xFFFFU) | 0x80070000U);
 }
 
-/// Runs `body` as a call into the module; every call of the host and of the Event Log runs through it. Whatever could
-/// not be allocated, the caller gets the same exception: `_com_error` with E_OUTOFMEMORY.
+/// Runs `body` as a call into the module; every call of the host and of the Event Log runs through it. Converts
+/// std::bad_alloc to `_com_error` with E_OUTOFMEMORY.
 template <typename Body>
 decltype(auto) EnterModule(Body&& body)
 {

@@ -11,8 +11,8 @@ namespace orvel {
 
 namespace {
 
-// The number of calls inside, and from bit 32 on the number of returned references. One variable, so that references
-// are released only if no call was inside at that very moment.
+// The low 32 bits count the calls in progress, the high 32 bits the returned references. They share one atomic variable
+// so that references are only released while no call is in progress.
 constinit std::atomic<uint64_t> state = 0;
 constexpr uint64_t kOneReference = uint64_t{1} << 32;
 
@@ -32,8 +32,8 @@ void CALLBACK ReleaseReference(PTP_CALLBACK_INSTANCE instance, void* /*context*/
 
 void ReleaseReferenceSoon() noexcept
 {
-    // Threads that have just left their ModuleCall still have a few instructions of this module to run.
-    constexpr LONGLONG kDelay = -1'000'000; // 100 ms; negative means from now, in units of 100 ns
+    // Threads that have just left their ModuleCall still execute a few instructions of this module.
+    constexpr LONGLONG kDelay = -1'000'000; // 100 ms; negative means relative, in units of 100 ns
     if (PTP_TIMER timer = CreateThreadpoolTimer(&ReleaseReference, nullptr, nullptr)) {
         FILETIME due{static_cast<DWORD>(kDelay), static_cast<DWORD>(kDelay >> 32)};
         SetThreadpoolTimer(timer, &due, 0, 0);

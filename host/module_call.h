@@ -11,12 +11,12 @@ public:
     ModuleCall(const ModuleCall&) = delete;
     ModuleCall& operator=(const ModuleCall&) = delete;
 
-    /// Takes a reference of the loader on this module, which keeps its code mapped even if the host frees it. Returns
+    /// Adds a loader reference to this module, which keeps its code mapped even if the host frees it. Returns
     /// false, with the last error set, if the loader refuses.
     static bool AddLoaderReference() noexcept;
 
-    /// Returns one reference. To be called inside a ModuleCall: the reference is released a moment after the last call
-    /// has ended, on a thread of the process's pool. If the pool has no memory, the module stays loaded.
+    /// Returns one reference. Called inside a ModuleCall. A thread of the process's pool releases the reference 100 ms
+    /// after the last call has ended. If the pool has no memory, the module stays loaded.
     static void ReturnLoaderReference() noexcept;
 };
 

@@ -24,7 +24,7 @@ public:
 
 private:
     union {
-        T object_; // a union's member is destroyed by hand only
+        T object_; // in a union, so that only ~ModuleStatic destroys it
     };
 };
 

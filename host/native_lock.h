@@ -7,9 +7,9 @@
 
 namespace orvel {
 
-/// The system's own lock, for std::lock_guard, and for std::shared_lock where readers share it. Not recursive: a thread
-/// that locks what it holds gets std::system_error (resource_deadlock_would_occur) instead of waiting for itself.
-/// GCC's std::mutex would allocate memory at its first use and never free it.
+/// A slim reader/writer lock for std::lock_guard and std::shared_lock. Not recursive: lock() throws std::system_error
+/// (resource_deadlock_would_occur) on a thread that already holds the lock exclusively. Used instead of std::mutex,
+/// which with GCC allocates memory at its first use and never frees it.
 class NativeLock {
 public:
     NativeLock() = default;

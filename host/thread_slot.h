@@ -6,7 +6,7 @@
 
 namespace orvel {
 
-/// A number of each thread, 0 at first. A TLS slot, because `thread_local` allocates memory.
+/// A number per thread, initially 0. Uses a TLS slot, because `thread_local` allocates memory.
 class ThreadSlot {
 public:
     ThreadSlot() noexcept : slot_(TlsAlloc()) {}

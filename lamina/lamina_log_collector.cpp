@@ -113,7 +113,7 @@ bool CLaminaLogCollector::QueryImagePath(HKEY key, std::wstring& path)
 UniqueFile CLaminaLogCollector::OpenLogFile(const std::wstring& path, DWORD& error)
 {
     error = ERROR_SUCCESS;
-    // Shared for everything, so that the service can write, rename and delete its log meanwhile.
+    // Full sharing, so that the service can write, rename and delete its log meanwhile.
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file != INVALID_HANDLE_VALUE) {
@@ -233,8 +233,7 @@ bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring&
     if (bytes == 0) {
         return true;
     }
-    // One unit more than the bytes need ends the text; the file may also have become shorter since its size was
-    // queried.
+    // The extra unit terminates the text, which may also be shorter if the file shrank after its size was queried.
     const size_t start = text.size();
     text.resize(start + (bytes + 1) / sizeof(wchar_t) + 1);
     DWORD bytesRead = 0;

@@ -14,7 +14,7 @@
 namespace orvel {
 
 /// Collects the plinths of one logon, from texts that the metric passes in and from what the layering agent's service
-/// appends to its own log. docs/lamina-log.md describes which ways of rotating that log are followed.
+/// appends to its own log. docs/lamina-log.md describes which log rotations are supported.
 ///
 /// The owning metric calls it under its lock. All failures are logged. Throws `_com_error` with E_OUTOFMEMORY, and
 /// std::bad_alloc.
@@ -24,11 +24,11 @@ public:
     explicit CLaminaLogCollector(IAgentLogger* logger) : logger_(logger) {}
 
     /// Starts a logon: forgets the plinths, locates the log and remembers its size. A log that does not exist yet
-    /// counts as empty. Returns false when the log cannot be located, opened or measured.
+    /// counts as empty. Returns false when the log cannot be located or opened, or its size cannot be queried.
     bool PrepareCollectLog();
 
-    /// Reads what the log gained since PrepareCollectLog, following a rotation into the backup. Returns false when
-    /// reading failed.
+    /// Reads what was appended to the log since PrepareCollectLog, following a rotation into the backup. Returns false
+    /// when reading failed.
     bool CollectLog();
 
     /// Adds the plinths that the text lists from character `start` on.
@@ -38,8 +38,8 @@ public:
     /// after each PrepareCollectLog searches.
     void FindPlinthsInLog();
 
-    /// The plinths since PrepareCollectLog in the order found, duplicates included. Valid until another method is
-    /// called.
+    /// Returns the plinths since PrepareCollectLog in the order found, duplicates included. Valid until another method
+    /// is called.
     const std::vector<PlinthInfo>& GetPlinths() const { return plinths_; }
 
 private:

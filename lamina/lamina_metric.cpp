@@ -42,7 +42,7 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
 
 void CLaminaMetric::StoreEventValues(const EVT_VARIANT* values)
 {
-    if (values != nullptr) { // whatever their types
+    if (values != nullptr) { // regardless of their types
         lastEvent_.eventId = values[0].UInt32Val;
         lastEvent_.time = values[1].FileTimeVal;
     }

@@ -12,7 +12,7 @@ DWORD QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
     DWORD type = REG_NONE;
     LSTATUS error = RegQueryValueExW(key, L"Manager1", nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes);
     if (error == ERROR_MORE_DATA && buffer == nullptr) {
-        error = ERROR_SUCCESS; // only the size was asked for
+        error = ERROR_SUCCESS; // only the size was requested
     }
     if (error == ERROR_SUCCESS && type != REG_SZ && type != REG_EXPAND_SZ) {
         error = ERROR_INVALID_DATA;

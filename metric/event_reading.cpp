@@ -49,7 +49,7 @@ DWORD RenderEventValues(EventHandle& context, EVT_HANDLE event, std::span<const 
     if (!values) {
         return ERROR_OUTOFMEMORY;
     }
-    // Where the platform reports success but fills only a part, the rest is null values.
+    // If the platform reports success but fills only a part, the remaining values are null.
     std::memset(values.get(), 0, size);
     DWORD used = 0;
     error = Render(context.get(), event, size, values.get(), used);
@@ -68,7 +68,7 @@ DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::func
     if (needsNoBuffer || error != ERROR_INSUFFICIENT_BUFFER) {
         return error;
     }
-    // Zeroed, and the text ends at the buffer's end at the latest: the platform may report success for a part of it.
+    // Zeroed and read with a limit: the platform may report success without having written the whole text.
     const UniqueMalloc<wchar_t> text(static_cast<wchar_t*>(std::calloc(size, sizeof(wchar_t))));
     if (!text) {
         return error;

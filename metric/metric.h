@@ -17,7 +17,7 @@ namespace orvel {
 /// Always held by a shared pointer: a running delivery keeps its metric alive.
 ///
 /// The host calls Subscribe, Unsubscribe and Collect one at a time; OnEvent runs on the Event Log's threads at any
-/// time. Each derived metric serialises OnEvent and Collect with its own MetricLock. Unsubscribe takes no lock.
+/// time. Each derived metric serialises OnEvent and Collect with its own lock. Unsubscribe takes no lock.
 class CMetric : public std::enable_shared_from_this<CMetric> {
 public:
     /// `logger` and `host` may be null; the metric holds a reference to each.
@@ -30,7 +30,7 @@ public:
     /// Returns S_OK, also when the Event Log refuses the subscription, or the code of `GetProperty` (property.h).
     virtual HRESULT Subscribe(IXMLDOMElement* configuration);
 
-    /// Closes the subscription as `Subscription::Close` does. Running deliveries run to their end. Returns S_OK.
+    /// Closes the subscription as `Subscription::Close` does. Running deliveries complete. Returns S_OK.
     virtual HRESULT Unsubscribe();
 
     /// Writes the metric's values to `sink` and returns the metric's own result. `context` is not read.
@@ -47,7 +47,7 @@ protected:
     IAgentLogger* Logger() const { return logger_.Get(); }
 
 private:
-    // Destroyed from the last to the first: the host's objects are released before the subscription is closed.
+    // Destroyed in reverse order: the host's objects are released before the subscription is closed.
     std::wstring name_;
     std::wstring channel_;
     std::wstring query_;

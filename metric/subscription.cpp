@@ -21,8 +21,8 @@ class SubscriptionTable {
 public:
     void Add(const std::shared_ptr<Subscription>& subscription)
     {
-        // While an entry stays, its weak reference keeps the address from being used again. The latest ones that have
-        // expired stay, so that a late delivery to an old subscription cannot reach a new one at the same address.
+        // An entry's weak reference keeps its address from being reused. The latest expired entries are kept, so that a
+        // late delivery to an old subscription cannot reach a new one at the same address.
         constexpr auto kExpiredKept = 64;
         const auto hasExpired = [](const Entry& entry) { return entry.subscription.expired(); };
         const std::lock_guard guard(lock_);
@@ -55,7 +55,7 @@ DWORD WINAPI OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, E
 {
     if (action == EvtSubscribeActionError || action == EvtSubscribeActionDeliver) {
         EnterModule([&] {
-            const MetricCall call; // outlives the reference: if the metric ends with it, it must not wait in EvtClose
+            const MetricCall call; // outlives `subscription`: if it is the last reference, Close must not wait here
             if (const std::shared_ptr<Subscription> subscription = subscriptions->Find(context)) {
                 subscription->callback(event, action);
             }

@@ -9,10 +9,11 @@
 
 namespace orvel {
 
-/// The class factory of the provider. It counts on the module, as the objects that it makes do.
+/// The provider's class factory. Locks the module, as do the providers that it creates.
 class ClassFactory final : public IClassFactory {
 public:
-    /// Creates one and gives its interface `iid`: E_OUTOFMEMORY, E_NOINTERFACE. `out` must not be null.
+    /// Creates a class factory and queries it for `iid`. `out` must not be null. Returns S_OK, E_OUTOFMEMORY or
+    /// E_NOINTERFACE.
     static HRESULT Create(REFIID iid, void** out) noexcept;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;

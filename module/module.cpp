@@ -17,7 +17,7 @@ std::wstring CEventLogProviderModule::Path() const
             path.resize(length);
             return path;
         }
-        path.resize(path.size() * 2); // a full buffer holds a path cut short
+        path.resize(path.size() * 2); // a full buffer holds a truncated path
     }
 }
 

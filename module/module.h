@@ -7,24 +7,25 @@
 
 namespace orvel {
 
-/// The module as a COM server: where it was loaded, and who still needs it. Any thread.
+/// The module as a COM server: its handle, the scope of registration and the lock count. Any thread.
 class CEventLogProviderModule {
 public:
     static CEventLogProviderModule& Instance() noexcept;
 
     /// Called by DllMain when the module is loaded.
     void SetHandle(HMODULE handle) noexcept { handle_ = handle; }
-    /// Null before start-up.
+    /// Returns null before SetHandle was called.
     HMODULE Handle() const noexcept { return handle_; }
 
-    /// Full path of the module's file; empty on failure, with the last error set. Throws std::bad_alloc.
+    /// Returns the full path of the module's file; empty on failure, with the last error set. Throws std::bad_alloc.
     std::wstring Path() const;
 
-    /// Whether registration works on the user's classes instead of the machine's; once chosen, it stays.
+    /// Returns whether registration changes the user's classes instead of the machine's. ChoosePerUser cannot be
+    /// undone.
     bool IsPerUser() const noexcept { return isPerUser_.load(); }
     void ChoosePerUser() noexcept { isPerUser_ = true; }
 
-    /// Counts one more, or one less, object, class factory or server lock.
+    /// Adds or removes the lock of one object, class factory or LockServer call.
     void Lock() noexcept { ++lockCount_; }
     void Unlock() noexcept { --lockCount_; }
     bool IsLocked() const noexcept { return lockCount_ != 0; }

@@ -15,8 +15,8 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-// From the host's type library as it is registered, else from the copy in this module, so that late binding does not
-// depend on a host.
+// Uses the host's registered type library, else this module's copy, so that late binding works without a registered
+// host.
 HRESULT LoadProviderTypeInfo(ITypeInfo** out) noexcept
 {
     const IID& iid = __uuidof(IOrvelDataProvider);

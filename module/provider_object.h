@@ -23,9 +23,9 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
 
-    // Late binding, from the type information of IOrvelDataProvider: of the host's registered type library, else of the
-    // module's own copy. These methods also return the platform's failure to load it, and E_OUTOFMEMORY. What an
-    // invoked method throws passes through ITypeInfo::Invoke.
+    // Late binding uses the type information of IOrvelDataProvider from the host's registered type library, else from
+    // the module's own copy. These methods also return the platform's failure to load it, and E_OUTOFMEMORY. An
+    // exception of an invoked method passes through ITypeInfo::Invoke.
 
     /// Sets `count` to 1. Returns E_POINTER for a null `count`.
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;

@@ -10,8 +10,8 @@ namespace orvel {
 /// first failure, where registration stops; whatever was already written stays.
 LSTATUS RegisterContents(const ScriptKey& listed, HKEY key);
 
-/// Removes the keys and values that a script lists for `key`, in reverse order. A listed key goes after its own
-/// contents, unless it is NoRemove or other subkeys are left in it. What does not exist is skipped. Continues after a
+/// Removes the keys and values that a script lists for `key`, in reverse order. A listed key is removed after its
+/// contents, unless it is NoRemove or other subkeys are left in it. Skips missing keys and values. Continues after a
 /// failure and returns the Win32 code of the first one.
 LSTATUS UnregisterContents(const ScriptKey& listed, HKEY key);
 

@@ -6,17 +6,17 @@ namespace orvel {
 
 /// Registers the module's AppID, the provider's class and its type library; the thread has the system's locale during
 /// the call. Machine-wide registration writes below HKLM\Software\Classes, registration per user below
-/// HKCU\Software\Classes. For the type library the whole process sees that branch as HKCR for a moment.
+/// HKCU\Software\Classes. While it registers the type library, the whole process sees that branch as HKCR.
 ///
 /// Returns S_OK or the first failure. Registration stops there; whatever was already written stays. Failures are
-/// 0x8007xxxx from the registry, DISP_E_EXCEPTION for a malformed script (the debugger gets its position), the type
-/// library's own codes, and E_OUTOFMEMORY.
+/// 0x8007xxxx from the registry, DISP_E_EXCEPTION for a malformed script (its position is sent to the debugger), the
+/// type library's own codes, and E_OUTOFMEMORY.
 ///
 /// Any thread; calls run one after another.
 HRESULT RegisterModule() noexcept;
 
-/// Removes what RegisterModule writes, in reverse. Continues after a failure and returns the first one. What does not
-/// exist is skipped.
+/// Removes what RegisterModule writes, in reverse. Continues after a failure and returns the first one. Skips
+/// missing keys and values.
 HRESULT UnregisterModule() noexcept;
 
 } // namespace orvel

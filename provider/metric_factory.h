@@ -9,8 +9,8 @@ namespace orvel {
 
 class CMetric;
 
-/// Creates the metric of a subscription metric name, which is compared case-insensitively. Returns null for an unknown
-/// name. `logger` and `host` may be null. Throws std::bad_alloc.
+/// Creates the metric called `name`, compared case-insensitively. Returns null for an unknown name. `logger` and `host`
+/// may be null. Throws std::bad_alloc.
 std::shared_ptr<CMetric> CreateMetric(const std::wstring& name, IAgentLogger* logger, IAgentHost* host);
 
 } // namespace orvel

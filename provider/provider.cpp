@@ -92,7 +92,7 @@ HRESULT CProvider::UnsubscribeMetric(BSTR name)
         }
         found->second->Unsubscribe();
         {
-            // Out of the table before it is destroyed: the host's logger may call back when it is released.
+            // Removed from the table before it is destroyed: the host's logger may call back when it is released.
             const auto removed = metrics_.extract(found);
         }
         Log(Logger().Get(), LogLevel::Info, L"Unsubscribed from metric '%s'.", name);

@@ -4,7 +4,8 @@
 
 namespace orvel {
 
-/// A function that a loaded module exports, converted to what it initialises; null where there is none, or no module.
+/// An exported function of a loaded module, converted to the function pointer that it initialises. Null if `module` is
+/// null or lacks the export.
 struct FunctionOf {
     HMODULE module;
     const char* name;

@@ -18,7 +18,7 @@ inline std::string ToUtf8(std::wstring_view text)
     return utf8;
 }
 
-/// Converts UTF-8 of less than 2^31 bytes; what is not UTF-8 becomes U+FFFD.
+/// Converts UTF-8 of less than 2^31 bytes; invalid sequences become U+FFFD.
 inline std::wstring ToWide(std::string_view utf8)
 {
     const int bytes = static_cast<int>(utf8.size());

@@ -1,9 +1,9 @@
-// A small host agent, to be copied: it creates the Orvel event-log provider, subscribes the metrics of a configuration
-// file, collects them once a second and ends in order. docs/hosting.md explains what it keeps to.
+// A small host agent for you to copy. It creates the Orvel event-log provider, subscribes the metrics of a
+// configuration file, collects them once a second and shuts down in order. docs/hosting.md explains its rules.
 //
-//   eventlog_host CONFIG.xml SECONDS [MODULE.dll]     MODULE.dll: its full path, instead of the registered provider
+//   eventlog_host CONFIG.xml SECONDS [MODULE.dll]     MODULE.dll: full path, instead of the registered module
 //
-// OrvelAgent.h is made from OrvelAgent.idl; with Visual C++:
+// OrvelAgent.h is generated from OrvelAgent.idl; with Visual C++:
 //   midl OrvelAgent.idl
 //   cl /std:c++20 /EHsc /W4 /DUNICODE eventlog_host.cpp ole32.lib oleaut32.lib
 // and with mingw-w64:
@@ -26,7 +26,7 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-// Throws on failure, so that every object is given back on the way out.
+// Throws on failure, so that every object is released.
 void Check(HRESULT hr)
 {
     if (FAILED(hr)) {
@@ -34,7 +34,7 @@ void Check(HRESULT hr)
     }
 }
 
-// One line of UTF-8, written at once: lines come from several threads.
+// Writes a line of UTF-8 in one call, because several threads write lines.
 void Print(std::wstring line)
 {
     line += L'\n';
@@ -51,7 +51,7 @@ std::wstring Text(BSTR text)
     return {text != nullptr ? text : L"", SysStringLen(text)}; // an empty text may be a null BSTR
 }
 
-// One of the host's COM objects. The provider calls it through the interface's slots, never by name.
+// Base of the host's COM objects. The provider calls them through the vtable, never by name.
 template <typename Interface>
 class HostObject : public Interface {
 public:
@@ -93,7 +93,7 @@ public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR, LONG* levels) override
     {
-        *levels = 1 | 2; // errors and warnings; 4 more for information
+        *levels = 1 | 2; // errors and warnings; add 4 for information
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Write(L"error: ", text); }
@@ -104,13 +104,13 @@ private:
     static HRESULT Write(const wchar_t* level, BSTR text)
     {
         std::wstring line = level + Text(text);
-        line.erase(line.find_last_not_of(L"\r\n") + 1); // the system's error texts bring a line break
+        line.erase(line.find_last_not_of(L"\r\n") + 1); // the system's error texts end in a line break
         Print(line);
         return S_OK;
     }
 };
 
-// Says S_OK only to what it has kept: the provider keeps a crash that was refused, and offers it again.
+// Returns S_OK only for values that it has stored: the provider keeps a refused crash for the next collection.
 class Sink final : public HostObject<IMetricSink> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
@@ -118,7 +118,7 @@ public:
     HRESULT STDMETHODCALLTYPE Reserved9() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override
     {
-        // The strings and the value belong to the caller: what is to stay is copied.
+        // The caller owns the strings and the value; a sink copies what it keeps.
         if (value.vt == VT_BSTR) {
             Print(Text(key) + L" [" + Text(instance) + L"] = " + Text(value.bstrVal));
         } else if (value.vt == VT_UI8) {
@@ -158,7 +158,7 @@ ComPtr<IDataProviderEx> CreateProvider(const wchar_t* module)
     return provider;
 }
 
-// <metrics> with one <metric name='...'> each: its element is the configuration of that metric.
+// Reads <metrics>; each <metric name='...'> element in it is the configuration of that metric.
 std::vector<ComPtr<IXMLDOMElement>> ReadMetrics(const wchar_t* path)
 {
     CLSID id{};
@@ -178,7 +178,7 @@ std::vector<ComPtr<IXMLDOMElement>> ReadMetrics(const wchar_t* path)
         metrics.push_back(element);
     }
     if (metrics.empty()) {
-        throw _com_error(HRESULT_FROM_WIN32(ERROR_INVALID_DATA)); // broken, or without metrics
+        throw _com_error(HRESULT_FROM_WIN32(ERROR_INVALID_DATA)); // malformed, or without metrics
     }
     return metrics;
 }
@@ -204,11 +204,11 @@ void Run(const wchar_t* configuration, int seconds, const wchar_t* module)
         for (const _bstr_t& name : names) {
             const HRESULT hr = provider->QueryMetricEx(name, 0, sink.Get());
             if (FAILED(hr)) {
-                Print(L"collecting " + std::wstring(name) + L" gave " + _com_error(hr).ErrorMessage());
+                Print(L"collecting " + std::wstring(name) + L" failed: " + _com_error(hr).ErrorMessage());
             }
         }
     }
-    Check(provider->UnsubscribeAll()); // no event comes in any more; then the provider goes, then the host's objects
+    Check(provider->UnsubscribeAll()); // before the provider, and then the host's objects, are released
 }
 
 } // namespace

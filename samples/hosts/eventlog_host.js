@@ -1,13 +1,13 @@
-// A host as a script, to be copied. A script can create the provider, subscribe and unsubscribe by name, and so find out
-// whether a configuration is accepted. It cannot collect: values go to the slots of IMetricSink, which objects of a
-// script do not have. So the console collects for it, and the script takes each value from the console's JSON lines.
+// A host as a script, for you to copy. A script can create the provider, subscribe and unsubscribe by name, and so
+// check whether a configuration is accepted. It cannot collect: the provider calls IMetricSink through its vtable,
+// which script objects do not have. The console therefore collects, and the script reads its JSON lines.
 //
 //   cscript //nologo eventlog_host.js CONSOLE.exe CONFIG.xml [OPTION...]      OPTION: for eventlog_console run
 
 var shell = new ActiveXObject("WScript.Shell");
 var files = new ActiveXObject("Scripting.FileSystemObject");
 
-// The provider, called by name. A failed call is an exception whose number is the HRESULT.
+// Calls the provider by name. A failed call throws an exception whose number is the HRESULT.
 function checkConfiguration(path) {
     var document = new ActiveXObject("Msxml2.DOMDocument.6.0");
     document.async = false;
@@ -28,13 +28,13 @@ function checkConfiguration(path) {
     provider.UnsubscribeAll();
 }
 
-// What the host is there for: here the value is only shown.
+// Handles one value; this sample only prints it.
 function takeValue(value) {
     WScript.Echo(value.key + " [" + value.instance + "] = " + value.value);
 }
 
-// The text of a file that another program may be writing. It is read in the system's code page; where texts are not
-// plain ASCII, ADODB.Stream with the charset "utf-8" reads what the console wrote.
+// Returns the text of a file that another program may be writing, read in the system's code page. For text beyond
+// ASCII, read the console's UTF-8 with ADODB.Stream and the charset "utf-8".
 function read(path) {
     if (!files.FileExists(path) || files.GetFile(path).Size === 0) {
         return "";
@@ -48,22 +48,22 @@ function read(path) {
 function pause() {
     try {
         WScript.Sleep(1000);
-    } catch (error) { // a script host without it
+    } catch (error) { // this script host has no Sleep
         shell.Run("ping -n 2 127.0.0.1", 0, true);
     }
 }
 
-// Runs the console until it ends and takes each line as soon as it is complete. Gives its messages.
+// Runs the console until it ends, handles each line as soon as it is complete, and returns the console's messages.
 function collect(arguments) {
     var output = files.BuildPath(files.GetSpecialFolder(2), files.GetTempName());
     var log = output + ".log";
-    // cmd takes the first and the last quote of its line away.
+    // cmd strips the first and the last quote of its command line.
     var process = shell.Exec('cmd /c "' + arguments + ' >"' + output + '" 2>"' + log + '""');
     for (var taken = 0, isRunning = true; isRunning;) {
         isRunning = process.Status === 0;
         var lines = read(output).split("\n");
         for (; taken < lines.length - 1; ++taken) {
-            takeValue(eval("(" + lines[taken] + ")")); // JSON of the console's own making
+            takeValue(eval("(" + lines[taken] + ")")); // JSON that the console wrote
         }
         if (isRunning) {
             pause();

@@ -8,8 +8,8 @@
 
 namespace orvel::bench {
 
-/// Makes this process alone find the agent's service in a folder, by a key of the user's own in place of
-/// HKEY_LOCAL_MACHINE. Nothing else of the machine's key is found for the life of this object, not even the computer's name.
+/// Registers the agent's service, with its executable in `folder`, for this process only: redirects HKEY_LOCAL_MACHINE
+/// to a key below HKEY_CURRENT_USER. Meanwhile nothing else is visible there, not even the computer's name.
 class AgentService {
 public:
     explicit AgentService(const std::filesystem::path& folder)
@@ -21,7 +21,7 @@ public:
                             executable.c_str(),
                             static_cast<DWORD>((executable.size() + 1) * sizeof(wchar_t))) != ERROR_SUCCESS ||
             RegOverridePredefKey(HKEY_LOCAL_MACHINE, root) != ERROR_SUCCESS) {
-            throw std::runtime_error("the agent's service cannot be made up");
+            throw std::runtime_error("cannot write the registry key of the agent's service");
         }
         RegCloseKey(root);
     }

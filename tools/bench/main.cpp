@@ -1,4 +1,4 @@
-// Measures what the module costs; docs/performance.md says how to read it.
+// Measures the module's cost per event and per collected value. docs/performance.md explains the output.
 
 #include "tools/bench/rig.h"
 

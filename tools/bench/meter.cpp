@@ -18,7 +18,7 @@ namespace orvel::bench {
 
 namespace {
 
-/// What is measured between two looks at the clock.
+/// The measurements between Begin and End.
 struct Sample {
     long long start = 0;
     long long total = 0;   // ticks
@@ -74,25 +74,25 @@ DWORD WINAPI SampleEvent(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_
     return result;
 }
 
-/// One import.
+/// Replaces one import: measures the call and forwards it.
 template <ImportName kName, typename Function>
 struct Import;
 template <ImportName kName, typename Result, typename... Arguments>
 struct Import<kName, Result(Arguments...)> {
-    static constexpr std::string_view kMe = kName.text;
+    static constexpr std::string_view kImport = kName.text;
     static inline Result (*real)(Arguments...);
 
     static size_t AllocatedBytes(const std::tuple<Arguments&...>& arguments)
     {
-        if constexpr (kMe == "malloc") {
+        if constexpr (kImport == "malloc") {
             return std::get<0>(arguments);
-        } else if constexpr (kMe == "calloc") {
+        } else if constexpr (kImport == "calloc") {
             return std::get<0>(arguments) * std::get<1>(arguments);
-        } else if constexpr (kMe == "HeapAlloc") {
+        } else if constexpr (kImport == "HeapAlloc") {
             return std::get<2>(arguments);
-        } else if constexpr (kMe == "SysAllocString") {
+        } else if constexpr (kImport == "SysAllocString") {
             return std::wcslen(std::get<0>(arguments)) * sizeof(wchar_t);
-        } else if constexpr (kMe == "SysAllocStringLen") {
+        } else if constexpr (kImport == "SysAllocStringLen") {
             return std::get<1>(arguments) * sizeof(wchar_t);
         }
         return 0;
@@ -102,10 +102,11 @@ struct Import<kName, Result(Arguments...)> {
     {
         const OutsideCall measured;
         const std::tuple<Arguments&...> all(arguments...);
-        if constexpr (kMe == "malloc" || kMe == "calloc" || kMe == "HeapAlloc" || kMe.starts_with("SysAlloc")) {
+        if constexpr (kImport == "malloc" || kImport == "calloc" || kImport == "HeapAlloc" ||
+                      kImport.starts_with("SysAlloc")) {
             ++current.allocations;
             current.bytes += static_cast<long long>(AllocatedBytes(all));
-        } else if constexpr (kMe == "EvtSubscribe") {
+        } else if constexpr (kImport == "EvtSubscribe") {
             moduleCallback = std::exchange(std::get<6>(all), &SampleEvent);
         }
         return real(arguments...);
@@ -126,7 +127,7 @@ int DoNothing()
     return 0;
 }
 
-/// A fixed piece of work of the kind that the module does: copies a message of 1,000 characters, one by one.
+/// Measures a fixed piece of work that resembles the module's: copies a message of 1,000 characters one at a time.
 Sample RunRuler()
 {
     static const std::wstring message(1000, L'x');
@@ -139,7 +140,7 @@ Sample RunRuler()
     return End();
 }
 
-/// A call into a module that makes so many outside calls and does nothing else.
+/// Measures `calls` outside calls that do nothing, to determine the overhead of measuring.
 Sample RunEmpty(int calls)
 {
     Nothing::real = &DoNothing;

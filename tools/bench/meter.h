@@ -8,12 +8,12 @@
 
 namespace orvel::bench {
 
-/// What one item, an event or a collected value, costs. The counts are exact.
+/// The cost of one item: an event or a collected value. Counts are exact; only times vary between runs.
 struct Cost {
     double own = 0;         ///< microseconds in the module's own code
-    double total = 0;       ///< microseconds, with the platform's and the host's functions
+    double total = 0;       ///< microseconds, including the platform's and the host's functions
     double ruler = 0;       ///< microseconds that a fixed piece of work took in the same rounds
-    double calls = 0;       ///< of the platform's and the host's functions that are measured
+    double calls = 0;       ///< to the measured functions of the platform and the host
     double allocations = 0; ///< blocks and BSTRs
     double bytes = 0;       ///< allocated
 };
@@ -30,20 +30,20 @@ private:
     const long long start_;
 };
 
-/// Replaces the imports of the module that take time by functions that measure the call, for the life of the process,
-/// and the callback of each subscription by one that takes a sample of each event. Own time contains the functions that
-/// are not replaced: locks, last errors, thread slots, and what the C runtime copies and prints.
+/// Replaces the module's expensive imports with functions that measure the call, and the callback of each subscription
+/// with one that takes a sample of each event, until the process ends. Own time includes the imports that are not
+/// replaced: locks, last errors, thread slots, and copying and formatting by the C runtime.
 void MeasureImports(HMODULE module);
 
 /// Takes a sample of a call into the module that handles `items()` items, counted after the call.
 void TakeSample(const std::function<void()>& call, const std::function<long()>& items);
 
-/// Forgets the samples of the running round, so that only what follows counts.
+/// Discards the samples taken so far in the current round.
 void DropSamples();
 
-/// Runs each work once a round, one after the other, and returns for each what one of its items costs: the mean of the
-/// middle half of its samples, less the measured cost of measuring. Other programs that take the processor away from a
-/// few samples do not change that.
+/// Runs each of `works` once per round, in order, and returns the cost of one item of each. Times are the mean of the
+/// middle half of the samples, less the measured overhead of measuring, so that a few interrupted samples do not
+/// matter.
 std::vector<Cost> Measure(int rounds, std::initializer_list<std::function<void()>> works);
 
 } // namespace orvel::bench

@@ -42,7 +42,7 @@ std::wstring Entries(size_t plinths)
     return text;
 }
 
-/// Returns a logon response with as many entries, none of which ends.
+/// Returns a logon response with `markers` entries, none of which is terminated.
 std::wstring EndlessEntries(size_t markers)
 {
     std::wstring text = L"Response 200 from Manager";
@@ -52,7 +52,7 @@ std::wstring EndlessEntries(size_t markers)
     return text;
 }
 
-/// The events of all cases. A message that holds no NUL arrives as it is loaded.
+/// The events of all cases.
 struct Events {
     explicit Events(Rig& rig)
         : crash200(rig.AddEvent(kCrashPublisher, 1000, CrashMessage(200))),
@@ -80,7 +80,7 @@ struct Events {
     std::vector<DWORD> threads;
 };
 
-/// Returns how many times as much own time an item of the first work takes as one of the second.
+/// Returns the own time per item of `many`, divided by that of `few`.
 double Growth(int rounds, const std::function<void()>& many, const std::function<void()>& few)
 {
     const std::vector<Cost> costs = Measure(rounds, {many, few});
@@ -150,7 +150,7 @@ void RunLaminaCases(Rig& rig, Report& report, const Events& events)
     });
 }
 
-/// What has to cost the same per item however much there is.
+/// Runs the cases whose cost per item must not grow with the amount of data.
 void RunGrowthCases(Rig& rig, Report& report, const Events& events)
 {
     constexpr char kEventBehind[] = "crash event behind a million, to one behind none";
@@ -217,11 +217,11 @@ void WriteLog(const std::filesystem::path& path, const std::wstring& text)
     std::ofstream file(path, std::ios::binary);
     file.write(reinterpret_cast<const char*>(text.data()), static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
     if (!file) {
-        throw std::runtime_error("the agent's log cannot be written");
+        throw std::runtime_error("cannot write the agent's log");
     }
 }
 
-/// The search of the agent's log at the end of a logon, per entry.
+/// Measures the search of the agent's log at the end of a logon, per entry.
 void RunLogCases(Rig& rig, const std::filesystem::path& logs, Report& report, const Events& events)
 {
     constexpr size_t kFew = 50;

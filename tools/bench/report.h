@@ -8,7 +8,7 @@
 
 namespace orvel::bench {
 
-/// The most that an item may cost. `own` is a multiple of the ruler.
+/// The highest acceptable cost of one item. `own` is a multiple of the ruler (see Cost).
 struct Bounds {
     double own;
     double calls;
@@ -16,8 +16,8 @@ struct Bounds {
     double bytes;
 };
 
-/// Runs the cases that are wanted, prints a line for each as it comes, and compares each with its bounds. A case that
-/// is above a bound is run twice more and counts as a regression when it stays there.
+/// Runs the selected cases, prints a line for each and compares it with its bounds. A case above a bound runs up to two
+/// more times and is a regression if it stays above.
 class Report {
 public:
     /// `isJson`: prints one object per line instead of a table. `wanted`: the name of the only case to run; empty for
@@ -30,10 +30,10 @@ public:
     void Run(const std::string& name, double bound, const std::function<double()>& measure);
 
     bool IsWanted(const std::string& name) const { return wanted_.empty() || name == wanted_; }
-    /// The names of all cases that were offered, wanted or not.
+    /// Returns the names of all cases, selected or not.
     const std::vector<std::string>& Names() const { return names_; }
     bool HasRun() const { return hasRun_; }
-    /// What grew, a line for each regression.
+    /// Returns one line per regression.
     const std::vector<std::string>& Regressions() const { return regressions_; }
 
 private:
@@ -42,7 +42,7 @@ private:
         double value;
         double bound;
     };
-    /// Runs a case until its checks pass, three times at most. Returns whether it is wanted.
+    /// Runs a case until its checks pass, three times at most. Returns whether it is selected.
     bool Try(const std::string& name, const std::function<std::vector<Check>()>& measure);
 
     const bool isJson_;

@@ -78,7 +78,7 @@ Provider Rig::Subscribe(const wchar_t* metric, const wchar_t* query, Channel cha
     Check(SUCCEEDED(factory_->CreateInstance(nullptr, IID_PPV_ARGS(&provider))) &&
               provider->SetHost(&logger_, &host_) == S_OK &&
               provider->SubscribeMetric(_bstr_t(metric), ParseElement(xml.c_str()).Get()) == S_OK,
-          "the module does not subscribe");
+          "the module refuses the subscription");
     return provider;
 }
 

@@ -15,7 +15,7 @@ namespace orvel::bench {
 
 using Provider = Microsoft::WRL::ComPtr<IOrvelDataProvider>;
 
-/// A logger that wants no line.
+/// A logger that accepts no level.
 class SilentLogger final : public console::HostObject<IAgentLogger> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
@@ -25,7 +25,7 @@ public:
     HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR) override { return E_NOTIMPL; }
 };
 
-/// A sink that keeps nothing and refuses values after the first `accepted`.
+/// A sink that discards all values and refuses those after the first `accepted`.
 class CountingSink final : public console::HostObject<IMetricSink> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
@@ -34,20 +34,20 @@ public:
     HRESULT STDMETHODCALLTYPE WriteMetric(BSTR, BSTR, VARIANT) override;
 
     long accepted = LONG_MAX;
-    long written = 0; ///< refused ones included
+    long written = 0; ///< including refused values
 };
 
-/// Every event is loaded once for each of these, so that two subscriptions can get it apart from each other.
+/// Every event is loaded once per channel, so that two subscriptions can receive it independently.
 enum Channel : DWORD { kFirst, kSecond, kChannelCount };
 
-/// The module with its host and the replay log; its imports and the calls of its host are measured.
+/// The module with a host and the replay log. The module's imports and its calls to the host are measured.
 class Rig {
 public:
     /// `folder`: where the built programs are. COM must be initialised. Throws std::runtime_error when the module or
     /// the replay log cannot be used.
     explicit Rig(const std::filesystem::path& folder);
 
-    /// Adds an event and returns its number. All events are added before LoadEvents.
+    /// Adds an event and returns its index. Call LoadEvents after the last one.
     DWORD AddEvent(const wchar_t* publisher, int id, const std::wstring& message);
     void LoadEvents();
     void Deliver(DWORD event, Channel channel = kFirst, DWORD times = 1);
@@ -69,7 +69,7 @@ private:
     DWORD count_ = 0;
 };
 
-/// Runs all cases. `agentFolder`: an existing folder that stands for the layering agent's.
+/// Runs all cases. `agentFolder`: an existing folder that serves as the layering agent's.
 void RunModuleCases(Rig& rig, const std::filesystem::path& agentFolder, Report& report);
 
 } // namespace orvel::bench

@@ -1,4 +1,4 @@
-// The kind of a message: known by its start, and never lost by what follows.
+// Checks the kind of a message and of all its prefixes: once a prefix has a kind, longer ones have the same.
 #include "lamina/agent_event.h"
 
 #include "tools/fuzz/fuzz.h"

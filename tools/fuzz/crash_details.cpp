@@ -1,4 +1,4 @@
-// The details of a crash against a replacement unit by unit; '|' parts the message and the two lines.
+// Compares crash details with a replacement unit by unit. '|' separates the message and the two lines.
 #include "appcrash/crash_details.h"
 
 #include "tools/fuzz/fuzz.h"

@@ -8,11 +8,11 @@
 
 namespace orvel {
 
-/// What a fuzzer does with one input; each of the programs defines its own. As a text, ASCII stands for itself, and
-/// every other byte makes one unit with the next one, so that surrogates and the range's ends come about.
+/// Checks one input; every fuzzer defines this function. In `text`, an ASCII byte is one unit, and any other byte forms
+/// one unit with the byte after it, so that surrogates and U+FFFF can occur. `bytes` is the unchanged input.
 void Fuzz(std::wstring_view text, std::string_view bytes);
 
-/// Takes a text's front up to a separator, or all of it.
+/// Removes and returns the front of a text up to `separator`, which is removed too, or the whole text without one.
 inline std::wstring_view TakeUntil(std::wstring_view& text, wchar_t separator)
 {
     const std::wstring_view front = text.substr(0, text.find(separator));
@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, size_t size)
         text.push_back(static_cast<wchar_t>(isPair ? data[i] << 8 | data[i + 1] : data[i]));
         i += isPair ? 1 : 0;
     }
-    text.shrink_to_fit(); // so that reading past the end is seen
+    text.shrink_to_fit(); // so that AddressSanitizer detects reads past the end
     orvel::Fuzz({text.data(), text.size()}, {reinterpret_cast<const char*>(data), size});
     return 0;
 }

@@ -1,4 +1,4 @@
-// Mounted entries against a search by the standard library's algorithms; the first unit says where to begin.
+// Compares mounted entries with a search by standard algorithms. The first unit selects the start position.
 #include "lamina/mounted_entries.h"
 
 #include "tools/fuzz/fuzz.h"

@@ -1,5 +1,5 @@
-// A script that is parsed, printed with every word quoted and parsed again means the same. The position of an error
-// lies within the script.
+// Checks that a parsed script, printed with every word quoted, parses to the same script, and that the position of an
+// error lies within the script.
 #include "module/registrar_script.h"
 
 #include "tools/fuzz/fuzz.h"

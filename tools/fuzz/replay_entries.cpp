@@ -1,4 +1,4 @@
-// The entries and the structured query that a document makes.
+// Reads a document as a structured query and as an export.
 #include "tools/fuzz/fuzz.h"
 #include "tools/replay/export_reader.h"
 #include "tools/replay/selection.h"

@@ -1,4 +1,4 @@
-// Queries: the first line is one, the lines after it are what the event holds.
+// Evaluates the first line as a query. The next lines are the event's ID, its time and its data.
 #include "tools/fuzz/fuzz.h"
 #include "tools/replay/selection.h"
 
@@ -34,7 +34,8 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     const auto selector = [](std::wstring_view query) { return Query::Parse(query); };
     const auto query = Try(text, selector);
     const bool matches = query && query->Matches(event.xml);
-    // Blanks and parentheses around a query mean nothing, another predicate never selects more, and a selection agrees.
+    // Surrounding blanks and parentheses do not change a result, another predicate never selects more, and a selection
+    // agrees with its query.
     const auto padded = Try(L"\t " + text + L"\r\n ", selector);
     assert(padded.has_value() == query.has_value() && (!padded || padded->Matches(event.xml) == matches));
     const auto enclosed = Try(L"(" + text + L")", selector);
@@ -46,7 +47,7 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     assert(text.empty() ||
            (selection.has_value() == query.has_value() && (!query || selection->Matches(event) == matches)));
     assert(!query || matches || !query->Explain(event.xml).text.empty());
-    // The path of a value is also a query, and its plain form leads to a value whenever it does.
+    // A value path is also a query, and its plain form selects a value whenever the path does.
     if (const auto path = Try(text, &Query::ParseValuePath)) {
         const auto plain = Query::ParseValuePath(path->PlainPath());
         assert(query && plain.PlainPath() == path->PlainPath() && (!matches || plain.Matches(event.xml)));

@@ -1,4 +1,4 @@
-// Times and numbers of exported events against the C library's calendar and the standard library's numbers.
+// Compares parsed event times with the C library's calendar, and parsed numbers with std::from_chars.
 #include "tools/fuzz/fuzz.h"
 #include "tools/replay/event_time.h"
 #include "tools/replay/query.h"
@@ -25,7 +25,7 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
     }
     uint64_t fileTime = 0;
     std::copy_n(bytes.begin(), std::min(bytes.size(), sizeof(fileTime)), reinterpret_cast<char*>(&fileTime));
-    fileTime %= 2'650'467'744'000'000'000; // the end of the last year of four digits
+    fileTime %= 2'650'467'744'000'000'000; // 10000-01-01, after the last year of four digits
     const std::string printed = PrintTime(fileTime);
     assert(replay::ParseEventTime(std::wstring(printed.begin(), printed.end())) == fileTime);
 

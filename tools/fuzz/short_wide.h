@@ -1,7 +1,7 @@
 #pragma once
 
-// Included before all else: wchar_t has 16 bits here, as on Windows, and what std::wstring calls in the C library must
-// follow. Being compiled here, it is watched by the sanitizers like the rest.
+// Included before everything else. wchar_t has 16 bits here, as on Windows, so the functions of the C library that
+// std::wstring calls are replaced. The sanitizers check the replacements too.
 
 #include <algorithm>
 #include <cstdarg>
@@ -25,7 +25,7 @@ inline int ShortCompare(const wchar_t* a, const wchar_t* b, size_t count)
     return differing.first == a + count ? 0 : *differing.first < *differing.second ? -1 : 1;
 }
 
-// Enough for to_wstring() of a whole number.
+// Supports only what std::to_wstring needs for integers.
 inline int ShortPrint(wchar_t* text, size_t size, const wchar_t* format, va_list arguments)
 {
     char narrowFormat[8] = {}, narrow[32] = {};

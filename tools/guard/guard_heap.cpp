@@ -1,7 +1,7 @@
-// The heap of the guarded module. Behind every block lies a page that cannot be touched; a freed block's pages cannot
-// be touched either and are never given out again. So an overrun or a use after free stops the program at that very
-// instruction. It takes the place of the runtime's heap, the process heap and this module's BSTRs (the linker's --wrap
-// options); blocks from elsewhere are given back to where they came from.
+// The heap of the guarded module. Every block is followed by an inaccessible page; the pages of a freed block become
+// inaccessible and are never reused. An overrun or a use after free therefore faults at the instruction that causes it.
+// The linker's --wrap options redirect the module's use of the C runtime's heap, the process heap and BSTRs to this
+// heap. Blocks that were allocated elsewhere are freed by the original functions.
 
 #include <windows.h>
 #include <oleauto.h>
@@ -23,7 +23,7 @@ namespace {
 constexpr size_t kPage = 4096;
 constexpr size_t kArenaSize = size_t{1} << 37; // addresses, not memory
 constexpr size_t kHeader = sizeof(size_t);     // the block's size, at the start of its first page
-constexpr std::byte kFresh{0xCD};              // what nobody has written yet
+constexpr std::byte kFresh{0xCD};              // fills memory that has not been written yet
 
 constinit std::atomic<std::byte*> arena = nullptr;
 constinit std::atomic<size_t> used = 0;
@@ -36,7 +36,7 @@ bool IsGuarded(const void* block)
 
 void* Allocate(size_t size)
 {
-    if (arena == nullptr) { // whoever comes second gives its own reservation back
+    if (arena == nullptr) { // the thread that loses the race releases its own reservation
         auto* const mine = static_cast<std::byte*>(VirtualAlloc(nullptr, kArenaSize, MEM_RESERVE, PAGE_NOACCESS));
         std::byte* none = nullptr;
         if (!arena.compare_exchange_strong(none, mine)) {
@@ -53,7 +53,7 @@ void* Allocate(size_t size)
     }
     std::fill_n(arena + start, extent, kFresh);
     std::memcpy(arena + start, &size, kHeader);
-    return arena + start + extent - size; // aligned as well as whatever has that size needs
+    return arena + start + extent - size; // a type's size is a multiple of its alignment, so this is aligned
 }
 
 std::byte* PagesOf(const void* block, size_t& size)
@@ -68,7 +68,7 @@ void Free(void* block)
     size_t size = 0;
     std::byte* const pages = PagesOf(block, size);
     if (std::any_of(pages + kHeader, static_cast<std::byte*>(block), [](std::byte b) { return b != kFresh; })) {
-        std::abort(); // somebody wrote in front of the block
+        std::abort(); // the bytes before the block were overwritten
     }
     VirtualFree(pages, static_cast<size_t>(static_cast<std::byte*>(block) - pages) + size, MEM_DECOMMIT);
 }
@@ -119,9 +119,9 @@ void* __wrap_realloc(void* block, size_t size)
     }
     void* const moved = Allocate(size);
     if (moved != nullptr && block != nullptr) {
-        size_t had = 0;
-        PagesOf(block, had);
-        std::memcpy(moved, block, std::min(had, size));
+        size_t oldSize = 0;
+        PagesOf(block, oldSize);
+        std::memcpy(moved, block, std::min(oldSize, size));
         Free(block);
     }
     return moved;
@@ -169,12 +169,12 @@ decltype(&SysAllocStringLen) __wrap___imp_SysAllocStringLen = &GuardedAllocStrin
 decltype(&SysFreeString) __wrap___imp_SysFreeString = &GuardedFreeString;
 decltype(&VariantClear) __wrap___imp_VariantClear = &GuardedVariantClear;
 
-/// Does one wrong thing, to show that it does not go unnoticed; gives 0 when it does.
+/// Commits the error `fault`, for tests that the guarded module detects it. Returns 0 if the error goes undetected.
 __declspec(dllexport) int WINAPI GuardProbe(int fault)
 {
     const volatile size_t three = 3;
     switch (fault) {
-    case 0: { // reads behind a string
+    case 0: { // reads past the end of a string
         const auto text = std::make_unique<volatile wchar_t[]>(three);
         return text[three] == 1;
     }
@@ -183,7 +183,7 @@ __declspec(dllexport) int WINAPI GuardProbe(int fault)
         delete[] text;
         return text[0] == 1; // NOLINT: on purpose
     }
-    case 2: { // writes behind a block of the process heap
+    case 2: { // writes past the end of a block of the process heap
         auto* const text = static_cast<volatile char*>(HeapAlloc(GetProcessHeap(), 0, three));
         text[three] = 1;
         return HeapFree(GetProcessHeap(), 0, const_cast<char*>(text)) == 2;
@@ -193,15 +193,15 @@ __declspec(dllexport) int WINAPI GuardProbe(int fault)
         SysFreeString(text);
         return static_cast<const volatile wchar_t*>(text)[0] == 1;
     }
-    case 4: { // writes in front of a block
+    case 4: { // writes before the start of a block
         auto* const text = new volatile char[three];
         text[-1] = 1;
         delete[] text;
         return 0;
     }
-    case 5: // asks a vector for what it does not have
+    case 5: // indexes a vector out of range
         return std::vector<int>(three)[three];
-    case 6: { // lets a number overflow
+    case 6: { // overflows a signed integer
         volatile int number = std::numeric_limits<int>::max();
         number = number + 1;
         return 0;

@@ -1,5 +1,5 @@
-// Makes the provider's type library at build time: one class that refers to the interfaces in the host's library, which
-// the IDL compiler cannot do; it would copy them.
+// Writes the provider's type library at build time: one coclass that references the interfaces in the host's library.
+// The IDL compiler would copy them instead.
 //     make_provider_typelib win64|win32 HOST.tlb OUTPUT.tlb
 
 #include "module/provider_ids.h"
@@ -27,7 +27,7 @@ void Check(HRESULT hr)
 
 std::wstring FullPath(const wchar_t* path)
 {
-    // A bare name would make the platform search for the file and register it.
+    // Given a bare name, the platform would search for the file and register it.
     std::wstring full(32768, L'\0');
     full.resize(GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr));
     return full;
@@ -84,7 +84,8 @@ int wmain(int count, wchar_t** arguments)
         Make(system == L"win64" ? SYS_WIN64 : SYS_WIN32, arguments[2], arguments[3]);
         return 0;
     } catch (const _com_error& error) {
-        std::fprintf(stderr, "make_provider_typelib: failed with 0x%08lx\n", static_cast<unsigned long>(error.Error()));
+        std::fprintf(stderr, "make_provider_typelib: cannot create %ls from %ls (0x%08lx)\n", arguments[3],
+                     arguments[2], static_cast<unsigned long>(error.Error()));
         return 1;
     }
 }

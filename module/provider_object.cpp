@@ -102,7 +102,8 @@ ULONG ProviderObject::Identity::Release()
     if (left == 0) {
         const ModuleCall call;
         const ModuleLock moduleLock; // the object's own is released before the destructor of its base has run
-        count_ = 1;                  // so that references taken and released during destruction do not delete it again
+        count_ = 1;                  // a reference that a host object takes and releases must not delete it again
+        object_.ReleaseAll();
         delete &object_;
     }
     return left;

@@ -35,9 +35,10 @@ void Replace(ComPtr<Interface>& held, Interface* replacement)
 
 // Each method holds the provider for its own duration: the host may release it from inside a call.
 
-CProvider::~CProvider()
+void CProvider::ReleaseAll()
 {
-    for (auto& [name, metric] : metrics_) {
+    auto metrics = std::exchange(metrics_, {});
+    for (auto& [name, metric] : metrics) {
         // A metric whose delivery is running outlives the provider; its subscription must not.
         const std::weak_ptr<CMetric> ended = metric;
         metric.reset();
@@ -45,6 +46,8 @@ CProvider::~CProvider()
             running->Unsubscribe();
         }
     }
+    host_.Reset();
+    logger_.Reset();
 }
 
 HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)

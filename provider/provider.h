@@ -52,7 +52,11 @@ public:
 
 protected:
     CProvider() = default;
-    ~CProvider();
+    ~CProvider() = default;
+
+    /// Closes all subscriptions and releases the metrics and the host's objects. Called before the destructor, so that
+    /// a host object that is released can still call the provider.
+    void ReleaseAll();
 
 private:
     static HRESULT Reserved() { return S_OK; }

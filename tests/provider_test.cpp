@@ -128,6 +128,19 @@ private:
 
 TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjects)
 {
+    // The last reference: a host object that is released still uses the provider.
+    IOrvelDataProvider* const last = provider.Get();
+    logger.onRelease = [&, isFirst = true]() mutable {
+        if (std::exchange(isFirst, false)) {
+            const ComPtr<IOrvelDataProvider> again(last);
+            EXPECT_EQ(again->UnsubscribeAll(), S_OK);
+        }
+    };
+    ASSERT_EQ(Subscribe(), S_OK);
+    provider.Reset();
+    logger.onRelease = nullptr;
+
+    CreateProvider();
     RecordingLogger newLogger;
     logger.onRelease = [&] { provider.Reset(); };
     EXPECT_EQ(provider->SetHost(&newLogger, &host), S_OK);

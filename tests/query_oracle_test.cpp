@@ -130,6 +130,11 @@ bool Selects(IXMLDOMDocument2& document, const std::wstring& query)
     return hr == S_OK;
 }
 
+void CALLBACK KeepVerdict(void* verdicts, const ReplayVerdict* verdict)
+{
+    static_cast<std::vector<bool>*>(verdicts)->push_back(verdict->reason == nullptr);
+}
+
 TEST(QueryOracle, ReplayLogAndMsxmlAgree)
 {
     constexpr unsigned kEvents = 40;
@@ -148,11 +153,8 @@ TEST(QueryOracle, ReplayLogAndMsxmlAgree)
     for (unsigned i = 0; i < kQueries && !HasFailure(); ++i) {
         const std::wstring query = generator.Query();
         std::vector<bool> verdicts;
-        const auto keep = [](void* context, const ReplayVerdict* verdict) {
-            static_cast<std::vector<bool>*>(context)->push_back(verdict->reason == nullptr);
-        };
         ReplayProblem problem{};
-        const DWORD code = Replay().Judge(L"Application", query.c_str(), keep, &verdicts, &problem);
+        const DWORD code = Replay().Judge(L"Application", query.c_str(), &KeepVerdict, &verdicts, &problem);
         if (code == 15026) { // more expressions than the Event Log takes
             continue;
         }

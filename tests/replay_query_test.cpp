@@ -50,18 +50,20 @@ struct Judgement {
     int events = 0;
 };
 
+void CALLBACK KeepVerdict(void* judgement, const ReplayVerdict* verdict)
+{
+    auto& result = *static_cast<Judgement*>(judgement);
+    if (verdict->reason == nullptr) {
+        result.selected.push_back(1001 + result.events);
+    }
+    result.reason = verdict->reason != nullptr ? verdict->reason : L"";
+    ++result.events;
+}
+
 Judgement Judge(const std::wstring& channel, const std::wstring& query)
 {
     Judgement judgement;
-    const auto judge = [](void* context, const ReplayVerdict* verdict) {
-        auto& result = *static_cast<Judgement*>(context);
-        if (verdict->reason == nullptr) {
-            result.selected.push_back(1001 + result.events);
-        }
-        result.reason = verdict->reason != nullptr ? verdict->reason : L"";
-        ++result.events;
-    };
-    judgement.code = Replay().Judge(channel.c_str(), query.c_str(), judge, &judgement, &judgement.problem);
+    judgement.code = Replay().Judge(channel.c_str(), query.c_str(), &KeepVerdict, &judgement, &judgement.problem);
     return judgement;
 }
 

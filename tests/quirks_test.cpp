@@ -50,7 +50,7 @@ constexpr Quirk kQuirks[] = {
 
 class QuirksTest : public ModuleTest, public testing::WithParamInterface<DWORD> {
 protected:
-    /// Gives what `metric` writes after event 0, as it is, and event 1, with the quirk.
+    /// Returns what `metric` writes after event 0, delivered as it is, and event 1, delivered with the quirk.
     Lines Play(const wchar_t* metric, const Quirk& quirk)
     {
         EXPECT_EQ(Subscribe(metric), S_OK);

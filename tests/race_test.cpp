@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int kDeliverers = 4; // even ones deliver crashes, odd ones plinths
-constexpr int kHosts = 2;      // each with a provider of its own
+constexpr int kHosts = 2;      // each with its own provider
 constexpr int kRounds = 15;    // with kHosts * 2 metrics each: below the number of ended metrics that are remembered
 constexpr int kEventsPerRound = 10;
 constexpr int kNumbers = kHosts * kRounds * kEventsPerRound; // of each deliverer's events, from 1

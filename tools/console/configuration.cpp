@@ -140,7 +140,7 @@ std::vector<MetricConfiguration> ReadConfiguration(const std::wstring& path)
             Fail(metric.place + ": MSXML finds no such <metric>; leave XML namespaces out");
         }
         Check(node->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(metric.element.GetAddressOf())),
-              metric.place, "MSXML gives no element");
+              metric.place, "MSXML returns no element");
         FindProblem(metric, {metrics.data(), i});
     }
     return metrics;

@@ -14,7 +14,7 @@
 namespace orvel::console {
 
 /// One of the host's COM objects, owned by the program: the reference count only shows whether the module has released
-/// it. It has no dispatch interface of its own: the provider calls through the vtable.
+/// it. It has no dispatch interface: the provider calls through the vtable.
 template <typename Interface>
 class HostObject : public Interface {
 public:

@@ -62,7 +62,7 @@ void ProviderModule::Load(const std::wstring& path)
         hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider_.GetAddressOf()));
     }
     if (FAILED(hr)) {
-        throw Failure(ExitCode::Module, name + " gives no event-log provider: " + Describe(hr));
+        throw Failure(ExitCode::Module, name + " creates no event-log provider: " + Describe(hr));
     }
 }
 

@@ -15,8 +15,7 @@ bool IsCondition(const Expression& expression)
     return expression.kind <= Expression::Path;
 }
 
-/// Returns whether `test` is true for the expression or one of its direct and indirect operands. Does not visit the
-/// predicates of paths.
+/// Returns whether `test` is true for the expression or any operand below it, except in the predicates of paths.
 template <typename Test>
 bool Contains(const Expression& expression, const Test& test)
 {
@@ -39,7 +38,6 @@ bool LeadsToChildren(const Expression& expression)
     return IsPath(expression) && expression.path.front().axis == Step::Child;
 }
 
-/// A recursive descent parser.
 class Parser : private QueryText {
 public:
     Parser(std::wstring_view text, size_t maxExpressions, bool isValuePath)

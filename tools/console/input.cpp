@@ -1,12 +1,12 @@
 #include "tools/console/input.h"
 
 #include "tools/console/failure.h"
+#include "tools/native_thread.h"
 #include "tools/utf8.h"
 
 #include <atomic>
 #include <future>
 #include <memory>
-#include <thread>
 
 namespace orvel::console {
 
@@ -82,7 +82,7 @@ std::string ReadInput(const std::wstring& path, ExitCode code)
     std::packaged_task<std::string()> task(
         [file] { return ReadAll(file != nullptr ? file.get() : GetStdHandle(STD_INPUT_HANDLE)); });
     std::future<std::string> future = task.get_future();
-    std::thread(std::move(task)).detach();
+    StartThread(std::move(task));
     while (future.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
         if (IsStopped()) {
             fail("stopped by Ctrl+C before all of it was read; nothing was delivered");

@@ -81,7 +81,7 @@ void ProviderModule::CreateRegistered(REFCLSID providerClass)
 
 void ProviderModule::Unload()
 {
-    constexpr int kTries = 100;
+    constexpr int kTries = 1000;
     constexpr DWORD kPause = 10;
 
     const std::wstring path = ModulePath(module_);

@@ -1,9 +1,9 @@
 #include "tools/replay/subscriber.h"
 
+#include "tools/native_thread.h"
 #include "tools/replay/handles.h"
 
 #include <algorithm>
-#include <thread>
 
 namespace orvel::replay {
 
@@ -32,7 +32,7 @@ size_t Subscriber::Enqueue(const Delivery& delivery)
         return 0;
     }
     if (!hasWorker_) {
-        std::thread([self = shared_from_this()] { self->Work(); }).detach();
+        StartThread([self = shared_from_this()] { self->Work(); });
         hasWorker_ = true;
     }
     queue_.push_back(delivery);

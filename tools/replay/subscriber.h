@@ -1,13 +1,13 @@
 #pragma once
 
 #include "tools/replay/log.h"
+#include "tools/replay/native_lock.h"
 #include "tools/replay/selection.h"
 
 #include <windows.h>
 #include <winevt.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -72,9 +72,9 @@ private:
     void* const context_;
     Observer observer_;
 
-    std::mutex lock_;
-    std::condition_variable queueChanged_;
-    std::condition_variable ended_; // a callback has returned
+    NativeLock lock_;
+    NativeCondition queueChanged_;
+    NativeCondition ended_;         // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     bool isClosed_ = false;
@@ -97,7 +97,7 @@ public:
     Snapshot Current();
 
 private:
-    std::mutex lock_;
+    NativeLock lock_;
     Observer observer_;
     Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };

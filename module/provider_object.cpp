@@ -17,7 +17,7 @@ namespace {
 
 // Uses the host's registered type library, else this module's copy, so that late binding works without a registered
 // host.
-HRESULT LoadProviderTypeInfo(ITypeInfo** out) noexcept
+HRESULT LoadProviderTypeInfo(ITypeInfo** out)
 {
     const IID& iid = __uuidof(IOrvelDataProvider);
     ComPtr<ITypeLib> library;
@@ -109,7 +109,7 @@ ULONG ProviderObject::Identity::Release()
     return left;
 }
 
-HRESULT ProviderObject::TypeInfo(ITypeInfo** out) noexcept
+HRESULT ProviderObject::TypeInfo(ITypeInfo** out)
 {
     *out = nullptr;
     const std::lock_guard guard(typeInfoLock_);

@@ -54,7 +54,7 @@ private:
     ~ProviderObject() = default;
 
     // Loads the type information on first use.
-    HRESULT TypeInfo(ITypeInfo** out) noexcept;
+    HRESULT TypeInfo(ITypeInfo** out);
 
     ModuleLock lock_;
     Identity identity_{*this};

@@ -132,7 +132,7 @@ HRESULT UnregisterTypeLibrary(HKEY classes)
 }
 
 // Runs `steps` on the classes of the machine or the user.
-HRESULT OnClasses(HRESULT (*steps)(HKEY classes)) noexcept
+HRESULT OnClasses(HRESULT (*steps)(HKEY classes))
 {
     try {
         const std::lock_guard guard(registrationLock);
@@ -179,13 +179,13 @@ HRESULT Unregister(HKEY classes)
 
 } // namespace
 
-HRESULT RegisterModule() noexcept
+HRESULT RegisterModule()
 {
     const SystemThreadLocale locale;
     return OnClasses(Register);
 }
 
-HRESULT UnregisterModule() noexcept
+HRESULT UnregisterModule()
 {
     return OnClasses(Unregister);
 }

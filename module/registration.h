@@ -13,10 +13,10 @@ namespace orvel {
 /// type library's own codes, and E_OUTOFMEMORY.
 ///
 /// Any thread; calls run one after another.
-HRESULT RegisterModule() noexcept;
+HRESULT RegisterModule();
 
 /// Removes what RegisterModule writes, in reverse. Continues after a failure and returns the first one. Skips
 /// missing keys and values.
-HRESULT UnregisterModule() noexcept;
+HRESULT UnregisterModule();
 
 } // namespace orvel

@@ -15,10 +15,10 @@ struct Moment {
     const wchar_t* label;
 };
 
-constexpr std::array<Moment, 4> kMoments = {{{L"lamina|logon_timestamp", L"logon"},
-                                             {L"lamina|logon_response_timestamp", L"manager response"},
-                                             {L"lamina|volumes_ready_timestamp", L"volumes ready"},
-                                             {L"lamina|all_done_timestamp", L"all done"}}};
+constexpr std::array<Moment, 4> kTimestamps = {{{L"lamina|logon_timestamp", L"logon"},
+                                                {L"lamina|logon_response_timestamp", L"manager response"},
+                                                {L"lamina|volumes_ready_timestamp", L"volumes ready"},
+                                                {L"lamina|all_done_timestamp", L"all done"}}};
 constexpr size_t kBarWidth = 40;
 constexpr size_t kBarColumn = 65; // columns before a bar
 
@@ -55,13 +55,13 @@ std::wstring Bar(double from, double to, double first, double span, double width
 
 std::wstring DrawTimeline(const Collection& collection, size_t width)
 {
-    std::array<const MetricValue*, kMoments.size()> found{};
+    std::array<const MetricValue*, kTimestamps.size()> found{};
     std::wstring plinths;
     bool isLamina = false;
     for (const MetricValue& value : collection.values) {
         isLamina |= value.key.starts_with(L"lamina|");
-        for (size_t i = 0; i < kMoments.size(); ++i) {
-            if (value.key == kMoments[i].key && value.type == VT_UI8) {
+        for (size_t i = 0; i < kTimestamps.size(); ++i) {
+            if (value.key == kTimestamps[i].key && value.type == VT_UI8) {
                 found[i] = &value;
             }
         }
@@ -77,20 +77,21 @@ std::wstring DrawTimeline(const Collection& collection, size_t width)
     if (std::find(found.begin(), found.end(), nullptr) != found.end()) {
         picture += L"  no timeline\n" + Reasons(collection);
     } else {
-        std::array<double, kMoments.size()> since{}; // milliseconds after the logon; the wrapped difference has a sign
+        std::array<double, kTimestamps.size()>
+            since{}; // milliseconds after the logon; the wrapped difference has a sign
         for (size_t i = 0; i < since.size(); ++i) {
             since[i] = static_cast<double>(static_cast<long long>(found[i]->number - found[0]->number));
         }
         const auto [first, last] = std::minmax_element(since.begin(), since.end());
         const double span = *last - *first;
-        const size_t room = std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
-        const auto barWidth = static_cast<double>(width == 0 ? kBarWidth : room);
+        const size_t columns = std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
+        const auto barWidth = static_cast<double>(width == 0 ? kBarWidth : columns);
         picture += L"  Logon on " + TimeText(found[0]->number, true) + L", times in UTC\n" +
                    FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");
-        for (size_t i = 0; i < kMoments.size(); ++i) {
+        for (size_t i = 0; i < kTimestamps.size(); ++i) {
             const double previous = since[i == 0 ? 0 : i - 1];
             const std::wstring time = TimeText(found[i]->number, false);
-            picture += FormatString(L"    %-16s  %-12s  %12s  %12s  |", kMoments[i].label, time.c_str(),
+            picture += FormatString(L"    %-16s  %-12s  %12s  %12s  |", kTimestamps[i].label, time.c_str(),
                                     Seconds(since[i], L"%+.3f s").c_str(),
                                     i == 0 ? L"" : Seconds(since[i] - previous, L"%.3f s").c_str()) +
                        Bar(previous, since[i], *first, span, barWidth) + L"\n";

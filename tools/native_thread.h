@@ -16,8 +16,8 @@ DWORD WINAPI RunBody(void* body)
     return 0;
 }
 
-/// Runs `body` on a new thread that is not joined. Not std::thread::detach: when winpthreads detaches a thread that
-/// ends at the same time, the thread can spin forever while it holds the loader's lock. Throws std::system_error.
+/// Runs `body` on a new thread that is not joined. Throws std::system_error. Not std::thread::detach: under load,
+/// threads detached that way were seen to spin forever in winpthreads' cleanup, with the loader's lock held.
 template <typename Body>
 void StartThread(Body body)
 {

@@ -78,9 +78,9 @@ TEST(ComObject, KeepsItsIdentityAloneAndAggregated)
         S_OK);
     // The non-delegating IUnknown serves and counts the provider alone.
     EXPECT_EQ(Ask(outer.part.Get(), IID_IUnknown).Get(), outer.part.Get());
-    EXPECT_EQ(outer.references, 0) << "an aggregated object must not hold its outer object";
+    EXPECT_EQ(outer.References(), 0U) << "an aggregated object must not hold its outer object";
     const ComPtr<IUnknown> face = Ask(outer.part.Get(), __uuidof(IOrvelDataProvider));
-    EXPECT_EQ(outer.references, 1) << "every other interface counts the outer object";
+    EXPECT_EQ(outer.References(), 1U) << "every other interface counts the outer object";
     ExpectIdentity(&outer, face.Get());
 }
 

@@ -324,7 +324,7 @@ TEST_F(UnansweredTest, ProviderThatEndsClosesTheSubscriptionOfARunningDelivery)
     onClose = nullptr;
     EXPECT_EQ(closed, 2);
     EXPECT_FALSE(delivery.joinable()) << "the subscription of the running delivery was not closed";
-    EXPECT_EQ(logger.references.load() + host.references.load(), 0);
+    EXPECT_EQ(logger.References() + host.References(), 0U);
     subscribed[0].Deliver();
     subscribed[1].Deliver();
     EXPECT_EQ(logger.Take().size(), 1U) << "only the delivery that was running logged";

@@ -97,11 +97,11 @@ TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
     EXPECT_EQ(logger.taken + host.taken, taken) << "the same objects again";
 
     RecordingLogger newLogger;
-    long newReferences = 0;
-    logger.onRelease = [&] { newReferences = newLogger.references; };
+    ULONG newReferences = 0;
+    logger.onRelease = [&] { newReferences = newLogger.References(); };
     EXPECT_EQ(provider->SetHost(&newLogger, &host), S_OK);
     logger.onRelease = nullptr;
-    EXPECT_EQ(newReferences, 1);
+    EXPECT_EQ(newReferences, 1U);
 
     logger.Take();
     EXPECT_EQ(Collect(), S_OK);
@@ -158,7 +158,7 @@ TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjec
     ReleasesTheProvider asked(provider, &sink);
     EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 0, &asked), S_OK);
     EXPECT_FALSE(provider);
-    EXPECT_EQ(logger.references + host.references + newLogger.references, 0);
+    EXPECT_EQ(logger.References() + host.References() + newLogger.References(), 0U);
 }
 
 /// Replaces one slot of an object's vtable by a function, for the life of this object.

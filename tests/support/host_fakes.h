@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/host_object.h"
+
 #include <windows.h>
 #include <OrvelAgent.h>
 #include <gtest/gtest.h>
@@ -17,33 +19,20 @@ using Lines = std::vector<std::wstring>;
 /// A host object on the stack of its test. It counts references without deleting itself, and fails the test when one
 /// is left at its end. It records its calls as lines. Any thread may call it.
 template <typename Interface>
-class HostFake : public Interface {
+class HostFake : public orvel::HostObject<Interface> {
 public:
     HostFake() = default;
     HostFake(const HostFake&) = delete;
     HostFake& operator=(const HostFake&) = delete;
-    virtual ~HostFake() { EXPECT_EQ(references.load(), 0) << "references that were never released"; }
+    virtual ~HostFake() { EXPECT_EQ(this->References(), 0U) << "references that were never released"; }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        const bool known = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, __uuidof(Interface));
-        *out = known ? static_cast<Interface*>(this) : nullptr;
-        return known ? (AddRef(), S_OK) : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++taken, static_cast<ULONG>(++references); }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++taken, orvel::HostObject<Interface>::AddRef(); }
     ULONG STDMETHODCALLTYPE Release() override
     {
         if (onRelease) {
             onRelease();
         }
-        return static_cast<ULONG>(--references);
-    }
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
-    {
-        return E_NOTIMPL;
+        return orvel::HostObject<Interface>::Release();
     }
 
     /// Returns the lines recorded so far and forgets them.
@@ -53,7 +42,6 @@ public:
         return std::exchange(lines_, {});
     }
 
-    std::atomic<long> references = 0;
     std::atomic<long> taken = 0; // references ever taken
     std::function<void()> onRelease;
     std::function<void()> onNextLine; // called once, on the thread that brings the line

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/bench/report.h"
-#include "tools/console/host_objects.h"
+#include "tools/host_object.h"
 #include "tools/replay/replay_client.h"
 
 #include <windows.h>
@@ -16,7 +16,7 @@ namespace orvel::bench {
 using Provider = Microsoft::WRL::ComPtr<IOrvelDataProvider>;
 
 /// A logger that accepts no level.
-class SilentLogger final : public console::HostObject<IAgentLogger> {
+class SilentLogger final : public HostObject<IAgentLogger> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR, LONG* levels) override;
@@ -26,7 +26,7 @@ public:
 };
 
 /// A sink that discards all values and refuses those after the first `accepted`.
-class CountingSink final : public console::HostObject<IMetricSink> {
+class CountingSink final : public HostObject<IMetricSink> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Reserved8() override { return E_NOTIMPL; }
@@ -62,7 +62,7 @@ public:
 private:
     HMODULE module_;
     SilentLogger logger_;
-    console::Host host_;
+    HostObject<IAgentHost> host_;
     CountingSink sink_;
     Microsoft::WRL::ComPtr<IClassFactory> factory_;
     std::wstring events_;

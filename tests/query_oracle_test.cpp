@@ -130,9 +130,9 @@ bool Selects(IXMLDOMDocument2& document, const std::wstring& query)
     return hr == S_OK;
 }
 
-void CALLBACK KeepVerdict(void* verdicts, const ReplayVerdict* verdict)
+void CALLBACK KeepResult(void* results, const ReplayQueryResult* result)
 {
-    static_cast<std::vector<bool>*>(verdicts)->push_back(verdict->reason == nullptr);
+    static_cast<std::vector<bool>*>(results)->push_back(result->reason == nullptr);
 }
 
 TEST(QueryOracle, ReplayLogAndMsxmlAgree)
@@ -149,24 +149,24 @@ TEST(QueryOracle, ReplayLogAndMsxmlAgree)
         all += events.back();
     }
     LoadEvents(all);
-    unsigned judged = 0, selected = 0;
+    unsigned evaluated = 0, selected = 0;
     for (unsigned i = 0; i < kQueries && !HasFailure(); ++i) {
         const std::wstring query = generator.Query();
-        std::vector<bool> verdicts;
+        std::vector<bool> results;
         ReplayProblem problem{};
-        const DWORD code = Replay().Judge(L"Application", query.c_str(), &KeepVerdict, &verdicts, &problem);
+        const DWORD code = Replay().EvaluateQuery(L"Application", query.c_str(), &KeepResult, &results, &problem);
         if (code == 15026) { // more expressions than the Event Log takes
             continue;
         }
         ASSERT_EQ(code, 0U) << query << L"\n" << problem.reason;
         for (unsigned event = 0; event < kEvents; ++event) {
-            ASSERT_EQ(verdicts[event], Selects(*documents[event].Get(), query)) << query << L"\n" << events[event];
-            selected += verdicts[event] ? 1 : 0;
+            ASSERT_EQ(results[event], Selects(*documents[event].Get(), query)) << query << L"\n" << events[event];
+            selected += results[event] ? 1 : 0;
         }
-        judged += kEvents;
+        evaluated += kEvents;
     }
-    EXPECT_GT(judged, 10'000U);
-    EXPECT_TRUE(selected > judged / 5 && selected < judged / 5 * 4) << selected << " of " << judged;
+    EXPECT_GT(evaluated, 10'000U);
+    EXPECT_TRUE(selected > evaluated / 5 && selected < evaluated / 5 * 4) << selected << " of " << evaluated;
 }
 
 } // namespace

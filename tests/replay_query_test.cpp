@@ -42,7 +42,7 @@ void LoadExport(const wchar_t* name)
     EXPECT_EQ(Replay().Load((std::wstring(L"queries/") + name).c_str(), message, 512), 0U) << message;
 }
 
-struct Judgement {
+struct Evaluation {
     unsigned code = 0;
     ReplayProblem problem{};
     std::vector<int> selected; // EventRecordIDs of events.export.xml
@@ -50,21 +50,22 @@ struct Judgement {
     int events = 0;
 };
 
-void CALLBACK KeepVerdict(void* judgement, const ReplayVerdict* verdict)
+void CALLBACK KeepResult(void* context, const ReplayQueryResult* result)
 {
-    auto& result = *static_cast<Judgement*>(judgement);
-    if (verdict->reason == nullptr) {
-        result.selected.push_back(1001 + result.events);
+    auto& evaluation = *static_cast<Evaluation*>(context);
+    if (result->reason == nullptr) {
+        evaluation.selected.push_back(1001 + evaluation.events);
     }
-    result.reason = verdict->reason != nullptr ? verdict->reason : L"";
-    ++result.events;
+    evaluation.reason = result->reason != nullptr ? result->reason : L"";
+    ++evaluation.events;
 }
 
-Judgement Judge(const std::wstring& channel, const std::wstring& query)
+Evaluation Evaluate(const std::wstring& channel, const std::wstring& query)
 {
-    Judgement judgement;
-    judgement.code = Replay().Judge(channel.c_str(), query.c_str(), &KeepVerdict, &judgement, &judgement.problem);
-    return judgement;
+    Evaluation evaluation;
+    evaluation.code =
+        Replay().EvaluateQuery(channel.c_str(), query.c_str(), &KeepResult, &evaluation, &evaluation.problem);
+    return evaluation;
 }
 
 /// The text of a member of a JSON object that has it as "name": "text".
@@ -93,9 +94,9 @@ TEST(ReplayQuery, SelectsTheEventsThatAnIndependentEvaluatorSelects)
         for (int number = 0; numbers >> number; numbers.ignore()) {
             expected.push_back(number);
         }
-        const Judgement judgement = Judge(Member(line, L"channel"), Member(line, L"query"));
-        EXPECT_EQ(judgement.code, 0U) << line << judgement.problem.reason;
-        EXPECT_EQ(judgement.selected, expected) << testing::PrintToString(line);
+        const Evaluation evaluation = Evaluate(Member(line, L"channel"), Member(line, L"query"));
+        EXPECT_EQ(evaluation.code, 0U) << line << evaluation.problem.reason;
+        EXPECT_EQ(evaluation.selected, expected) << testing::PrintToString(line);
     }
 }
 
@@ -105,16 +106,16 @@ TEST(ReplayQuery, FollowsEachDocumentedRule)
     for (const std::wstring& line : ReadLines("rules.txt")) {
         SCOPED_TRACE(testing::PrintToString(line));
         const size_t first = line.find(L" | "), second = line.find(L" | ", first + 1);
-        const Judgement judgement = Judge(L"application", line.substr(second + 3));
-        std::wstring result = judgement.selected.empty() ? L"no" : L"yes";
-        if (judgement.code != 0) {
-            const std::wstring reason = judgement.problem.reason;
+        const Evaluation evaluation = Evaluate(L"application", line.substr(second + 3));
+        std::wstring result = evaluation.selected.empty() ? L"no" : L"yes";
+        if (evaluation.code != 0) {
+            const std::wstring reason = evaluation.problem.reason;
             const size_t place = reason.rfind(L"(at character ") + 14;
-            result = std::to_wstring(judgement.code) + L"@" + reason.substr(place, reason.size() - place - 1);
-            EXPECT_EQ(reason.find(L"documentation: ") == reason.npos, judgement.code == ERROR_NOT_SUPPORTED);
+            result = std::to_wstring(evaluation.code) + L"@" + reason.substr(place, reason.size() - place - 1);
+            EXPECT_EQ(reason.find(L"documentation: ") == reason.npos, evaluation.code == ERROR_NOT_SUPPORTED);
         }
         const std::wstring expected = line.substr(first + 3, second - first - 3);
-        EXPECT_EQ(result, expected.substr(0, expected.find(L' '))) << judgement.problem.reason;
+        EXPECT_EQ(result, expected.substr(0, expected.find(L' '))) << evaluation.problem.reason;
     }
 }
 
@@ -123,8 +124,8 @@ TEST(ReplayQuery, ExplainsWhyAnEventIsLeftOut)
     LoadExport(L"rules.export.xml");
     const auto lines = ReadLines("explanations.txt");
     for (size_t i = 0; i + 1 < lines.size(); i += 2) {
-        const Judgement judgement = Judge(L"Application", lines[i]);
-        EXPECT_EQ(L"    " + judgement.reason, lines[i + 1]) << testing::PrintToString(lines[i]);
+        const Evaluation evaluation = Evaluate(L"Application", lines[i]);
+        EXPECT_EQ(L"    " + evaluation.reason, lines[i + 1]) << testing::PrintToString(lines[i]);
     }
 }
 
@@ -132,7 +133,7 @@ TEST(ReplayQuery, LimitsExpressionsToTwentyAndThirtyTwo)
 {
     LoadExport(L"rules.export.xml");
     std::wstring query = L"*[System/Level=2";
-    const auto isTaken = [&](const std::wstring& text) { return Judge(L"Application", text).code == 0; };
+    const auto isTaken = [&](const std::wstring& text) { return Evaluate(L"Application", text).code == 0; };
     for (int count = 2; count <= 33; ++count) {
         query += L" or b";
         const std::wstring list =
@@ -140,7 +141,7 @@ TEST(ReplayQuery, LimitsExpressionsToTwentyAndThirtyTwo)
         EXPECT_EQ(isTaken(query + L"]"), count <= 20) << count;
         EXPECT_EQ(isTaken(list), count <= 32) << count;
     }
-    EXPECT_EQ(Judge(L"Application", query + L"]").code, 15026U);
+    EXPECT_EQ(Evaluate(L"Application", query + L"]").code, 15026U);
 }
 
 TEST(ReplayQuery, ReadsEventTimes)

@@ -34,20 +34,20 @@ struct Finding {
     std::map<std::wstring, Reason> reasons = {};              // by text
 };
 
-void CALLBACK OnJudged(void* context, const ReplayVerdict* verdict)
+void CALLBACK OnResult(void* context, const ReplayQueryResult* result)
 {
     Finding& finding = *static_cast<Finding*>(context);
     ++finding.events;
-    ++finding.channels[verdict->channel];
-    if (verdict->reason == nullptr) {
+    ++finding.channels[result->channel];
+    if (result->reason == nullptr) {
         ++finding.selected;
         return;
     }
-    const Reason first = {verdict->reason, 0, verdict->line, verdict->column};
-    ++finding.reasons.try_emplace(verdict->reason, first).first->second.events;
+    const Reason first = {result->reason, 0, result->line, result->column};
+    ++finding.reasons.try_emplace(result->reason, first).first->second.events;
 }
 
-Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
+Finding CheckMetric(const MetricConfiguration& metric, const ReplayClient& replay)
 {
     Finding finding = {metric};
     if (!metric.problem.empty()) {
@@ -55,7 +55,8 @@ Finding Judge(const MetricConfiguration& metric, const ReplayClient& replay)
         finding.problem = ToWide(metric.problem);
         return finding;
     }
-    const DWORD code = replay.Judge(metric.channel.c_str(), metric.query.c_str(), &OnJudged, &finding, &finding.place);
+    const DWORD code =
+        replay.EvaluateQuery(metric.channel.c_str(), metric.query.c_str(), &OnResult, &finding, &finding.place);
     if (code != ERROR_SUCCESS) {
         finding.verdict = code == ERROR_NOT_SUPPORTED ? Verdict::NotUnderstood : Verdict::Problem;
         finding.problem = finding.place.reason;
@@ -239,7 +240,7 @@ ExitCode Check(const Options& options)
     ExitCode code = ExitCode::Ok;
     unsigned long long actions = 0; // entries of the export that are not events
     for (const MetricConfiguration& metric : metrics) {
-        const Finding finding = Judge(metric, replay);
+        const Finding finding = CheckMetric(metric, replay);
         WriteData(isTable ? ToUtf8(Report(finding, options)) : JsonReport(finding, options));
         if (finding.verdict == Verdict::Good) {
             good.push_back(metric);

@@ -39,7 +39,7 @@ public:
     decltype(&ReplayDeclare) Declare = Control{module, "ReplayDeclare"};
     decltype(&ReplayCount) Count = Control{module, "ReplayCount"};
     decltype(&ReplayEntryTime) EntryTime = Control{module, "ReplayEntryTime"};
-    decltype(&ReplayJudge) Judge = Control{module, "ReplayJudge"};
+    decltype(&ReplayEvaluateQuery) EvaluateQuery = Control{module, "ReplayEvaluateQuery"};
     decltype(&ReplayPlay) Play = Control{module, "ReplayPlay"};
     decltype(&ReplayWaitForDeliveries) WaitForDeliveries = Control{module, "ReplayWaitForDeliveries"};
     decltype(&ReplayObserve) Observe = Control{module, "ReplayObserve"};

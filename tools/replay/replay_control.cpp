@@ -194,8 +194,8 @@ ULONGLONG WINAPI ReplayEntryTime(DWORD index)
     return event != nullptr ? CreationTime(event->xml).value_or(0) : 0;
 }
 
-DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
-                         ReplayProblem* problem)
+DWORD WINAPI ReplayEvaluateQuery(const wchar_t* channel, const wchar_t* query, ReplayQueryCallback callback,
+                                 void* context, ReplayProblem* problem)
 try {
     bool isStructured = false;
     const Selection selection = MakeSelection(channel, query, isStructured);
@@ -208,9 +208,10 @@ try {
         if (const auto event = reader.ReadEvent(i)) {
             const std::wstring name(event->channel);
             const std::wstring reason = selection.Explain(*event);
-            const ReplayVerdict verdict = {static_cast<DWORD>(event->xml.line), static_cast<DWORD>(event->xml.column),
-                                           name.c_str(), reason.empty() ? nullptr : reason.c_str()};
-            judged(context, &verdict);
+            const ReplayQueryResult result = {static_cast<DWORD>(event->xml.line),
+                                              static_cast<DWORD>(event->xml.column), name.c_str(),
+                                              reason.empty() ? nullptr : reason.c_str()};
+            callback(context, &result);
         }
     }
     return ERROR_SUCCESS;

@@ -38,15 +38,15 @@ enum ReplayMode : DWORD {
 /// an action waits. Returns FALSE to stop.
 typedef BOOL(CALLBACK* ReplayProgress)(void* context, DWORD done, DWORD total);
 
-/// What a query makes of one event; the texts last as long as the call.
-struct ReplayVerdict {
+/// Whether a query selects one event. The texts are valid during the call.
+struct ReplayQueryResult {
     DWORD line; // of the export, where the event's start tag ends
     DWORD column;
     const wchar_t* channel;
     const wchar_t* reason; // why the query does not select the event; null when it does
 };
 
-typedef void(CALLBACK* ReplayJudged)(void* context, const ReplayVerdict* verdict);
+typedef void(CALLBACK* ReplayQueryCallback)(void* context, const ReplayQueryResult* result);
 
 /// Why a query is refused.
 struct ReplayProblem {
@@ -76,12 +76,12 @@ DWORD WINAPI ReplayCount();
 /// When an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a time.
 ULONGLONG WINAPI ReplayEntryTime(DWORD index);
 
-/// Judges all loaded events by a query in order, as a subscription would, without delivering any. Returns 0, or the
-/// code that EvtSubscribe fails with here and why in `problem`: 50 (not supported) if the replay log does not
-/// understand the query, a code of the Event Log if Microsoft's documentation excludes it. Channels are not checked
-/// before an export is loaded.
-DWORD WINAPI ReplayJudge(const wchar_t* channel, const wchar_t* query, ReplayJudged judged, void* context,
-                         ReplayProblem* problem);
+/// Evaluates a query on all loaded events in order, as a subscription would, without delivering any, and calls
+/// `callback` for each. Returns 0, or the code that EvtSubscribe fails with here, with the reason in `problem`: 50 (not
+/// supported) if the replay log does not support the query, a code of the Event Log if Microsoft's documentation
+/// excludes it. Channels are not checked before an export is loaded.
+DWORD WINAPI ReplayEvaluateQuery(const wchar_t* channel, const wchar_t* query, ReplayQueryCallback callback,
+                                 void* context, ReplayProblem* problem);
 
 /// Plays all entries in order: each event is queued for every subscription that selects it, each action is carried out
 /// when all earlier deliveries have ended. Returns when all deliveries have ended: 0, ERROR_CANCELLED (1223) if

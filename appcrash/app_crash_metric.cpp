@@ -2,11 +2,12 @@
 
 #include "appcrash/crash_details.h"
 #include "host/com_failure.h"
-#include "host/format.h"
 #include "host/log.h"
 #include "host/metric_value.h"
 #include "metric/event_reading.h"
 
+#include <cwchar>
+#include <iterator>
 #include <mutex>
 
 namespace orvel {
@@ -114,8 +115,10 @@ void CAppCrashMetric::SetCrashTimeLine(const EVT_VARIANT* values)
     const FILETIME fileTime{static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
     SYSTEMTIME utc{};
     if (FileTimeToSystemTime(&fileTime, &utc)) {
-        crashTimeLine_ = FormatString(L"<br />Crash Time: %d-%02d-%02d %02d:%02d:%02d", utc.wYear, utc.wMonth, utc.wDay,
-                                      utc.wHour, utc.wMinute, utc.wSecond);
+        wchar_t line[64]; // large enough for any year; FormatString would format twice
+        swprintf_s(line, std::size(line), L"<br />Crash Time: %d-%02d-%02d %02d:%02d:%02d", utc.wYear, utc.wMonth,
+                   utc.wDay, utc.wHour, utc.wMinute, utc.wSecond);
+        crashTimeLine_ = line;
     }
 }
 

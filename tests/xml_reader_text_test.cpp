@@ -16,7 +16,7 @@ std::wstring Shown(const Node& node)
         shown.append(L" ").append(name).append(L"=").append(value);
     }
     shown.append(L">").append(node.text);
-    for (const Node& child : node.children) {
+    for (const Node& child : node.Children()) {
         shown += L"[" + Shown(child) + L"]";
     }
     return shown;

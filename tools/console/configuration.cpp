@@ -43,9 +43,9 @@ MetricConfiguration ReadMetric(const replay::Node& element, const std::string& f
     if (element.name != L"metric" || name == nullptr || name->empty()) {
         Fail(place + ": <" + ToUtf8(element.name) + "> is not a metric with a name; write <metric name=\"...\">");
     }
-    for (const replay::Node& property : element.children) {
-        if ((property.name == L"query" || property.name == L"channel") && !property.children.empty()) {
-            const replay::Node& child = *property.children.begin();
+    for (const replay::Node& property : element.Children()) {
+        if ((property.name == L"query" || property.name == L"channel") && property.childCount != 0) {
+            const replay::Node& child = *property.firstChild;
             Fail(Place(file, child.nameLine, child.nameColumn) + ": <" + ToUtf8(property.name) +
                  "> must hold text alone; put <![CDATA[ and ]]> around a query that is XML itself");
         }

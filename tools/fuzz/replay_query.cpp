@@ -27,9 +27,9 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     while (!lines.empty()) {
         data.push_back({L"Data", {&kName, 1}, TakeUntil(lines, L'\n')});
     }
-    const Node children[] = {{L"System", {}, {}, {system, std::end(system)}},
-                             {L"EventData", {}, {}, {data.data(), data.data() + data.size()}}};
-    const Event event{{L"Event", {}, {}, {children, std::end(children)}}, {}, L"Application"};
+    const Node children[] = {{L"System", {}, {}, system, std::size(system)},
+                             {L"EventData", {}, {}, data.data(), data.size()}};
+    const Event event{{L"Event", {}, {}, children, std::size(children)}, {}, L"Application"};
 
     const auto selector = [](std::wstring_view query) { return Query::Parse(query); };
     const auto query = Try(text, selector);

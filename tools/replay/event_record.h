@@ -12,24 +12,6 @@
 
 namespace orvel::replay {
 
-struct Node;
-
-/// Elements that lie side by side in memory that others own.
-class NodeList {
-public:
-    NodeList() = default;
-    NodeList(const Node* begin, const Node* end) : begin_(begin), end_(end) {}
-
-    const Node* begin() const { return begin_; }
-    const Node* end() const { return end_; }
-    bool empty() const { return begin_ == end_; }
-    size_t size() const;
-
-private:
-    const Node* begin_ = nullptr;
-    const Node* end_ = nullptr;
-};
-
 struct NodeAttribute {
     std::wstring_view name;
     std::wstring_view value;
@@ -48,22 +30,20 @@ struct Node {
     std::wstring_view name;
     std::span<const NodeAttribute> attributes;
     std::wstring_view text;
-    NodeList children;
+    const Node* firstChild = nullptr;
+    size_t childCount = 0;
     uint32_t line = 0; ///< where the start tag ends
     uint32_t column = 0;
     uint32_t nameLine = 0; ///< where the start tag's name begins
     uint32_t nameColumn = 0;
 
+    /// The child elements, in order.
+    std::span<const Node> Children() const { return {firstChild, childCount}; }
     /// The first child element of that name; null when there is none.
     const Node* Child(std::wstring_view childName) const;
     /// An attribute's value; null when there is none.
     const std::wstring_view* Attribute(std::wstring_view attributeName) const;
 };
-
-inline size_t NodeList::size() const
-{
-    return static_cast<size_t>(end_ - begin_);
-}
 
 constexpr std::wstring_view kReplayNamespace = L"urn:orvel:replay";
 constexpr std::wstring_view kReplayPrefix = L"replay:";
@@ -103,5 +83,11 @@ struct TextError {
 
 /// Equality as the Event Log compares channel and publisher names: without regard to case, here of ASCII letters.
 bool EqualNames(std::wstring_view a, std::wstring_view b);
+
+/// Orders such names for a container.
+struct NameOrder {
+    using is_transparent = void;
+    bool operator()(std::wstring_view a, std::wstring_view b) const;
+};
 
 } // namespace orvel::replay

@@ -3,7 +3,6 @@
 #include "tools/replay/query.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <initializer_list>
 
 namespace orvel::replay {
@@ -117,9 +116,11 @@ Event MakeEvent(const Node& node, Arena& arena)
     event.xml = node;
 
     // The rendering and the replay attributes are not part of the event that queries and render contexts see.
-    Node* const children = Allocate<Node>(arena, node.children.size());
-    event.xml.children = {children, std::copy_if(node.children.begin(), node.children.end(), children,
-                                                 [](const Node& child) { return child.name != L"RenderingInfo"; })};
+    Node* const children = Allocate<Node>(arena, node.childCount);
+    const auto isOriginal = [](const Node& child) { return child.name != L"RenderingInfo"; };
+    event.xml.firstChild = children;
+    event.xml.childCount =
+        static_cast<size_t>(std::ranges::copy_if(node.Children(), children, isOriginal).out - children);
     const Node* const rendering = node.Child(L"RenderingInfo");
     if (const Node* message = rendering != nullptr ? rendering->Child(L"Message") : nullptr) {
         event.message = CopyTo(arena, WithCarriageReturns(message->text));
@@ -145,27 +146,6 @@ Event MakeEvent(const Node& node, Arena& arena)
 }
 
 } // namespace
-
-const Node* Node::Child(std::wstring_view childName) const
-{
-    const auto child =
-        std::find_if(children.begin(), children.end(), [&](const Node& node) { return node.name == childName; });
-    return child != children.end() ? &*child : nullptr;
-}
-
-const std::wstring_view* Node::Attribute(std::wstring_view attributeName) const
-{
-    const auto found = std::find_if(attributes.begin(), attributes.end(),
-                                    [&](const auto& attribute) { return attribute.name == attributeName; });
-    return found != attributes.end() ? &found->value : nullptr;
-}
-
-bool EqualNames(std::wstring_view a, std::wstring_view b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
-        return std::towlower(static_cast<std::wint_t>(x)) == std::towlower(static_cast<std::wint_t>(y));
-    });
-}
 
 Entry ReadEntry(XmlReader& reader, Arena& arena)
 {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cwctype>
 #include <mutex>
 
 namespace orvel::replay {
@@ -26,13 +25,6 @@ std::shared_ptr<const Log>& Current()
 }
 
 } // namespace
-
-bool NameOrder::operator()(std::wstring_view a, std::wstring_view b) const
-{
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
-        return std::towlower(static_cast<std::wint_t>(x)) < std::towlower(static_cast<std::wint_t>(y));
-    });
-}
 
 Log::Log(std::string utf8) : text(std::move(utf8)), root(text)
 {

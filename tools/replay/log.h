@@ -9,11 +9,6 @@
 
 namespace orvel::replay {
 
-struct NameOrder {
-    using is_transparent = void;
-    bool operator()(std::wstring_view a, std::wstring_view b) const;
-};
-
 /// What the desktop is declared to have, beside what the export has events of.
 class Desktop {
 public:

@@ -39,16 +39,16 @@ Selection Selection::OfChannel(std::wstring_view channel, std::wstring_view quer
 Selection Selection::OfQueryList(const Node& queryList)
 {
     Selection selection;
-    if (queryList.name != L"QueryList" || queryList.children.empty()) {
+    if (queryList.name != L"QueryList" || queryList.childCount == 0) {
         Refuse(queryList, L"a structured query is a QueryList that contains Query elements");
     }
-    for (const Node& query : queryList.children) {
+    for (const Node& query : queryList.Children()) {
         if (query.name != L"Query") {
             Refuse(query, L"a QueryList contains Query elements only");
         }
         auto& selectors = selection.queries_.emplace_back();
-        for (const Node& element : query.children) {
-            if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
+        for (const Node& element : query.Children()) {
+            if ((element.name != L"Select" && element.name != L"Suppress") || element.childCount != 0) {
                 Refuse(element, L"a Query contains Select and Suppress elements only, and these contain text only");
             }
             const auto* ownPath = element.Attribute(L"Path");

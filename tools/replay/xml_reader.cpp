@@ -316,9 +316,11 @@ void XmlReader::Close(Arena& arena)
 {
     OpenElement& element = open_[--depth_];
     element.node.text = CopyTo(arena, element.text);
-    const auto first = finished_.begin() + static_cast<ptrdiff_t>(element.firstChild);
-    Node* const children = Allocate<Node>(arena, finished_.size() - element.firstChild);
-    element.node.children = {children, std::uninitialized_copy(first, finished_.end(), children)};
+    const std::span children = std::span(finished_).subspan(element.firstChild);
+    Node* const copy = Allocate<Node>(arena, children.size());
+    std::ranges::uninitialized_copy(children, std::span(copy, children.size()));
+    element.node.firstChild = copy;
+    element.node.childCount = children.size();
     finished_.resize(element.firstChild);
     finished_.push_back(element.node);
     prefixes_.resize(element.firstPrefix);

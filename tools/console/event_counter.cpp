@@ -4,7 +4,6 @@
 
 #include <cwchar>
 #include <utility>
-#include <vector>
 
 namespace orvel::console {
 
@@ -59,9 +58,8 @@ DWORD WINAPI EventCounter::OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, vo
 
 EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event)
 {
-    const wchar_t* const ownPublisher = isLamina_ ? L"korvex" : L"Application Error";
     if (metadata_ == nullptr) {
-        metadata_ = Log().OpenMetadata(nullptr, ownPublisher, nullptr, 0, 0);
+        metadata_ = Log().OpenMetadata(nullptr, publisher_, nullptr, 0, 0);
     }
     // The sizing call gets a buffer for one character: without one, Windows faults at an empty message.
     std::wstring& message = record_.message;
@@ -78,24 +76,20 @@ EventCounter::Kind EventCounter::KindOf(EVT_HANDLE event)
             return isLamina_ && ClassifyAgentEvent(record_) == AgentEventKind::Other ? OtherKind : Recorded;
         }
     }
-    const std::wstring publisher = Publisher(event);
-    return _wcsicmp(publisher.c_str(), ownPublisher) == 0 ? WithoutMessage : OtherKind;
+    return IsFromPublisher(event) ? WithoutMessage : OtherKind;
 }
 
-std::wstring EventCounter::Publisher(EVT_HANDLE event)
+bool EventCounter::IsFromPublisher(EVT_HANDLE event)
 {
     if (context_ == nullptr) {
         const wchar_t* path = L"Event/System/Provider/@Name";
         context_ = Log().CreateContext(1, &path, EvtRenderContextValues);
     }
+    EVT_VARIANT values[16] = {}; // has room for the publisher's name; a longer one is another's
     DWORD used = 0;
     DWORD count = 0;
-    Log().Render(context_, event, EvtRenderEventValues, 0, nullptr, &used, &count);
-    std::vector<EVT_VARIANT> values(used / sizeof(EVT_VARIANT) + 1);
-    const bool isRendered =
-        Log().Render(context_, event, EvtRenderEventValues, static_cast<DWORD>(values.size() * sizeof(EVT_VARIANT)),
-                     values.data(), &used, &count);
-    return isRendered && values[0].Type == EvtVarTypeString ? values[0].StringVal : L"";
+    return Log().Render(context_, event, EvtRenderEventValues, sizeof(values), values, &used, &count) &&
+           values[0].Type == EvtVarTypeString && _wcsicmp(values[0].StringVal, publisher_) == 0;
 }
 
 } // namespace orvel::console

@@ -33,9 +33,10 @@ public:
 private:
     explicit EventCounter(bool isLamina) : isLamina_(isLamina) {}
     Kind KindOf(EVT_HANDLE event);
-    std::wstring Publisher(EVT_HANDLE event);
+    bool IsFromPublisher(EVT_HANDLE event);
 
     const bool isLamina_;
+    const wchar_t* const publisher_ = isLamina_ ? L"korvex" : L"Application Error";
     EVT_HANDLE subscription_ = nullptr;
     EVT_HANDLE metadata_ = nullptr; // opened, like the context, at the first event; callbacks run one at a time
     EVT_HANDLE context_ = nullptr;

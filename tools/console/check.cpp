@@ -204,7 +204,7 @@ std::string ToShortTable(Collection collection)
 }
 
 /// Reads the expected lines and replaces @HOST@ by the computer's name. Throws Failure.
-std::string ReadExpected(const std::wstring& path)
+std::string ReadExpected(const std::string& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
     std::string text = ReadInput(path, ExitCode::Export);
@@ -214,15 +214,11 @@ std::string ReadExpected(const std::wstring& path)
                                             "with: Get-Content FILE | Set-Content -Encoding UTF8 NEWFILE");
     }
     text.erase(0, text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
-    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = L"";
-    DWORD size = ARRAYSIZE(name);
-    GetComputerNameExW(ComputerNameNetBIOS, name, &size);
-    std::string expected;
-    size_t from = 0;
-    for (size_t at = 0; (at = text.find(kPlaceholder, from)) != text.npos; from = at + kPlaceholder.size()) {
-        expected.append(text, from, at - from).append(ToUtf8(name));
+    const std::string name = ComputerName();
+    for (size_t at = 0; (at = text.find(kPlaceholder, at)) != text.npos; at += name.size()) {
+        text.replace(at, kPlaceholder.size(), name);
     }
-    return expected.append(text, from);
+    return text;
 }
 
 } // namespace

@@ -19,15 +19,15 @@ struct MetricConfiguration {
     Microsoft::WRL::ComPtr<IXMLDOMElement> element = nullptr;
     std::wstring channel = {};
     std::wstring query = {};
-    std::string problem = {}; ///< why it cannot be subscribed, and what to do
+    std::string problem = {}; ///< why it cannot be subscribed, and what to do; empty if it can
     bool isIgnored = false;   ///< the provider ignores it: its name is unknown or a duplicate
 
-    /// Whether its name is this one, without regard to case, as the provider compares them.
+    /// Compares names as the provider does, without regard to case.
     bool Is(const wchar_t* metric) const { return _wcsicmp(name.c_str(), metric) == 0; }
 };
 
-/// Reads a configuration file, or standard input for "-"; the elements are MSXML's, and COM must stay initialised while
-/// they live. Throws Failure with file, line, column and what to do.
-std::vector<MetricConfiguration> ReadConfiguration(const std::wstring& path);
+/// Reads a configuration file, or standard input for "-". COM must stay initialised as long as the elements exist.
+/// Throws Failure with file, line, column and what to do.
+std::vector<MetricConfiguration> ReadConfiguration(const std::string& path);
 
 } // namespace orvel::console

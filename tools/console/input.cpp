@@ -1,12 +1,12 @@
 #include "tools/console/input.h"
 
+#include "host/unique_resource.h"
 #include "tools/console/failure.h"
 #include "tools/native_thread.h"
 #include "tools/utf8.h"
 
 #include <atomic>
 #include <future>
-#include <memory>
 
 namespace orvel::console {
 
@@ -24,8 +24,7 @@ BOOL WINAPI OnControl(DWORD event)
     return SetEvent(stopEvent);
 }
 
-// Throws the Win32 code when reading fails.
-std::string ReadAll(HANDLE file)
+std::string ReadAll(HANDLE file, const std::string& name, ExitCode code)
 {
     constexpr DWORD kPiece = 1 << 20;
     constexpr size_t kLargest = size_t{1} << 30;
@@ -36,14 +35,13 @@ std::string ReadAll(HANDLE file)
     }
     for (DWORD count = 1; count != 0;) {
         const size_t size = bytes.size();
-        if (size > kLargest) {
-            throw DWORD{ERROR_FILE_TOO_LARGE};
-        }
         bytes.resize(size + kPiece);
-        if (!ReadFile(file, bytes.data() + size, kPiece, &count, nullptr) && GetLastError() != ERROR_BROKEN_PIPE) {
-            throw GetLastError();
+        const bool isRead = ReadFile(file, bytes.data() + size, kPiece, &count, nullptr) != FALSE;
+        const DWORD error = size > kLargest ? ERROR_FILE_TOO_LARGE : isRead ? ERROR_SUCCESS : GetLastError();
+        if (error != ERROR_SUCCESS && error != ERROR_BROKEN_PIPE) {
+            throw Failure(code, name + ": cannot be read: " + Describe(HRESULT_FROM_WIN32(error)));
         }
-        bytes.resize(size + count); // a pipe that was closed has put 0 there
+        bytes.resize(size + count); // 0 for a closed pipe
     }
     return bytes;
 }
@@ -61,38 +59,44 @@ bool IsStopped(DWORD milliseconds)
     return isStopped || (milliseconds != 0 && WaitForSingleObject(stopEvent, milliseconds) == WAIT_OBJECT_0);
 }
 
-std::string InputName(const std::wstring& path)
+std::string InputName(const std::string& path)
 {
-    return path == L"-" ? "stdin" : ToUtf8(path);
+    return path == "-" ? "stdin" : path;
 }
 
-std::string ReadInput(const std::wstring& path, ExitCode code)
+std::string ComputerName()
 {
-    const auto fail = [&](const std::string& text) { throw Failure(code, InputName(path) + ": " + text); };
-    std::shared_ptr<void> file;
-    if (path != L"-") {
-        const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                          OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1] = L"";
+    DWORD size = ARRAYSIZE(name);
+    GetComputerNameExW(ComputerNameNetBIOS, name, &size);
+    return ToUtf8(name);
+}
+
+std::string ReadInput(const std::string& path, ExitCode code)
+{
+    const std::string name = InputName(path);
+    UniqueFile file;
+    if (path != "-") {
+        const HANDLE handle = CreateFileW(ToWide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                          nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (handle == INVALID_HANDLE_VALUE) {
-            fail("cannot be opened: " + Describe(HRESULT_FROM_WIN32(GetLastError())) + "; check its name and rights");
+            throw Failure(code, name + ": cannot be opened: " + Describe(HRESULT_FROM_WIN32(GetLastError())) +
+                                    "; check its name and rights");
         }
-        file.reset(handle, CloseHandle);
+        file.reset(handle);
     }
     // On a separate thread: after Ctrl+C, the program does not wait for a pipe or a keyboard.
-    std::packaged_task<std::string()> task(
-        [file] { return ReadAll(file != nullptr ? file.get() : GetStdHandle(STD_INPUT_HANDLE)); });
-    std::future<std::string> future = task.get_future();
+    std::packaged_task<std::string()> task([file = std::move(file), name, code] {
+        return ReadAll(file ? file.get() : GetStdHandle(STD_INPUT_HANDLE), name, code);
+    });
+    std::future<std::string> bytes = task.get_future();
     StartThread(std::move(task));
-    while (future.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+    while (bytes.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
         if (IsStopped()) {
-            fail("stopped by Ctrl+C before all of it was read; nothing was delivered");
+            throw Failure(code, name + ": stopped by Ctrl+C before all of it was read; nothing was delivered");
         }
     }
-    try {
-        return future.get();
-    } catch (DWORD error) {
-        throw Failure(code, InputName(path) + ": cannot be read: " + Describe(HRESULT_FROM_WIN32(error)));
-    }
+    return bytes.get();
 }
 
 } // namespace orvel::console

@@ -1,7 +1,6 @@
 #include "tools/console/options.h"
 
 #include "tools/console/failure.h"
-#include "tools/utf8.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -48,37 +47,22 @@ Exit codes:
  13 the provider cannot be created       16 the value does not match the event
  14 the event cannot be written          17 the registration cannot be removed)";
 
-/// Validates a speed such as "60x", "60" or "0.5x" and removes its "x". Returns an error message for CLI11, or nothing.
-std::string CheckSpeed(std::string& text)
+/// Returns an error message for CLI11 unless the text is a speed such as "60x", "60" or "0.5x".
+std::string CheckSpeed(const std::string& text)
 {
     const char* const end = text.data() + text.size() - (text.ends_with('x') ? 1 : 0);
     double speed = 0;
     const auto [parsed, error] = std::from_chars(text.data(), end, speed);
-    if (error != std::errc() || parsed != end || !(speed >= 0.001 && speed <= 1e9)) {
-        return "the speed must be a number from 0.001x to 1000000000x, such as 60x";
-    }
-    text.erase(static_cast<size_t>(end - text.data()));
-    return {};
-}
-
-/// Returns the mask of the levels to show: 1 for errors, 2 for warnings, 4 for information.
-long LogMask(std::string_view level)
-{
-    if (level == "none") {
-        return 0;
-    }
-    if (level == "error") {
-        return 1;
-    }
-    return level == "warning" ? 3 : 7;
+    const bool isGood = error == std::errc() && parsed == end && speed >= 0.001 && speed <= 1e9;
+    return isGood ? "" : "the speed must be a number from 0.001x to 1000000000x, such as 60x";
 }
 
 } // namespace
 
 std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
 {
-    std::string config, replay, module, expect, speed, format = "table", log = "warning";
     Options options;
+    std::string speed, format = "table", log = "warning";
 
     CLI::App app("Runs the Orvel event-log provider in a terminal: subscribes metrics, receives events and prints the "
                  "values that the provider writes.",
@@ -98,13 +82,13 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
         return command->add_option(name, value, help)->type_name(type);
     };
     for (CLI::App* command : {check, run}) {
-        add(command, "--config", config, "FILE",
+        add(command, "--config", options.config, "FILE",
             "Configuration file with the metrics to subscribe; - for standard input")
             ->required();
-        add(command, "--replay", replay, "EXPORT",
+        add(command, "--replay", options.replay, "EXPORT",
             command == run ? "Play this export instead of listening to the live Event Log; - for standard input"
                            : "Check against this export (default: check the queries only); - for standard input");
-        add(command, "--module", module, "DLL",
+        add(command, "--module", options.module, "DLL",
             "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
             "Orvel_eventlog.dll beside this program)");
         add(command, "--collect-after", options.collectAfter, "N,...",
@@ -136,7 +120,7 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
                                ->expected(0, 1)
                                ->check(CLI::Range(1U, 1'000'000U))
                                ->needs("--replay");
-    add(check, "--expect", expect, "FILE",
+    add(check, "--expect", options.expect, "FILE",
         "Compare the values with the lines in this file, as written by run --format jsonl")
         ->needs("--replay");
     check
@@ -148,14 +132,14 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
         ->check(CLI::Range(0.1, 86400.0));
     add(run, "--speed", speed, "NUMBERx",
         "Play the export at NUMBER times its recorded speed, such as 60x (default: as fast as possible)")
-        ->check(CLI::Validator(CheckSpeed, "", "speed"))
+        ->check(CheckSpeed)
         ->needs("--replay");
     run->add_flag("--summary", options.summary, "Print the summary with --format jsonl, too");
 
     try {
         std::reverse(arguments.begin(), arguments.end()); // CLI11 expects the last argument first
         app.parse(std::move(arguments));
-        if ((config == "-") + (replay == "-") + (expect == "-") > 1) {
+        if ((options.config == "-") + (options.replay == "-") + (options.expect == "-") > 1) {
             throw CLI::ValidationError(
                 "only one of --config, --replay and --expect can be standard input; name files for the others");
         }
@@ -168,14 +152,10 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     } else if (verify->parsed()) {
         options.command = Command::Verify;
     }
-    options.config = ToWide(config);
-    options.replay = ToWide(replay);
-    options.module = ToWide(module);
-    options.expect = ToWide(expect);
     options.explain = explain->count() != 0 && options.explain == 0 ? kReasons : options.explain;
     options.speed = std::strtod(speed.c_str(), nullptr);
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;
-    options.logMask = LogMask(log);
+    options.logMask = log == "none" ? 0 : log == "error" ? 1 : log == "warning" ? 3 : 7;
     return options;
 }
 

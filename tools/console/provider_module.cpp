@@ -12,10 +12,7 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
-
-} // namespace
-
+/// Returns the full path of a loaded module, or of the program for null.
 std::wstring ModulePath(HMODULE module)
 {
     constexpr size_t kLongest = 32768;
@@ -24,18 +21,30 @@ std::wstring ModulePath(HMODULE module)
     return path;
 }
 
-ProviderModule::ProviderModule(const std::wstring& path, const std::filesystem::path& folder)
+} // namespace
+
+std::filesystem::path PathBesideProgram(const wchar_t* name)
+{
+    return std::filesystem::path(ModulePath(nullptr)).replace_filename(name);
+}
+
+ProviderModule::ProviderModule(const std::string& path)
 {
     CLSID registered{};
     if (!path.empty()) {
-        Load(std::filesystem::absolute(path));
+        Load(std::filesystem::absolute(ToWide(path)));
     } else if (SUCCEEDED(CLSIDFromProgID(kProgId, &registered))) {
         CreateRegistered(registered);
     } else {
-        const std::filesystem::path beside = folder / L"Orvel_eventlog.dll";
+        const std::filesystem::path beside = PathBesideProgram(L"Orvel_eventlog.dll");
         Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside.native()));
         Load(beside);
     }
+}
+
+std::wstring ProviderModule::Path() const
+{
+    return ModulePath(module_);
 }
 
 void ProviderModule::Load(const std::wstring& path)
@@ -84,7 +93,7 @@ void ProviderModule::Unload()
     constexpr int kTries = 1000;
     constexpr DWORD kPause = 10;
 
-    const std::wstring path = ModulePath(module_);
+    const std::wstring path = Path();
     const ULONG held = provider_.Detach()->Release();
     decltype(&DllCanUnloadNow) const canUnload = FunctionOf{module_, "DllCanUnloadNow"};
     for (int tries = 0; GetModuleHandleW(path.c_str()) == module_; ++tries) {

@@ -9,19 +9,22 @@
 
 namespace orvel::console {
 
-/// Returns the full path of a loaded module, or of the program for null.
-std::wstring ModulePath(HMODULE module);
+inline constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
+
+/// Returns the path of a file beside the program.
+std::filesystem::path PathBesideProgram(const wchar_t* name);
 
 /// The module and its provider object.
 class ProviderModule {
 public:
-    /// `path`: the DLL; empty for the registered provider, else for Orvel_eventlog.dll in `folder`.
-    /// Throws Failure when it cannot be loaded or creates no provider. COM must be initialised.
-    ProviderModule(const std::wstring& path, const std::filesystem::path& folder);
+    /// `path`: the DLL, in UTF-8. If it is empty, creates the registered provider, or the one of Orvel_eventlog.dll
+    /// beside the program when none is registered. Throws Failure when the module cannot be loaded or creates no
+    /// provider. COM must be initialised.
+    explicit ProviderModule(const std::string& path);
     ProviderModule(const ProviderModule&) = delete;
     ProviderModule& operator=(const ProviderModule&) = delete;
 
-    std::wstring Path() const { return ModulePath(module_); }
+    std::wstring Path() const;
     IOrvelDataProvider& Provider() const { return *provider_.Get(); }
 
     /// Releases the provider and unloads the module, waiting up to a second for calls that still run in it. Throws

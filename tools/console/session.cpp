@@ -9,7 +9,6 @@
 #include "tools/utf8.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace orvel::console {
@@ -17,11 +16,6 @@ namespace orvel::console {
 namespace {
 
 constexpr DWORD kMessageSize = 1024;
-
-std::filesystem::path ProgramFolder()
-{
-    return std::filesystem::path(ModulePath(nullptr)).parent_path();
-}
 
 std::string LastRefusal(const ReplayClient& replay)
 {
@@ -60,7 +54,7 @@ std::wstring SumsOf(const MetricTally& tally)
 
 ReplayClient LoadReplayLog()
 {
-    const std::wstring standIn = ProgramFolder() / L"replay" / L"wevtapi.dll";
+    const std::wstring standIn = PathBesideProgram(L"replay\\wevtapi.dll");
     try {
         return ReplayClient(standIn);
     } catch (const std::runtime_error& error) {
@@ -92,25 +86,14 @@ void LoadExport(const ReplayClient& replay, const Options& options)
 
 Session::Session(const Options& options, const ReplayClient* replay, OnCollection onCollection)
     : options_(options), replay_(replay), onCollection_(std::move(onCollection)), logger_(options.logMask),
-      module_(options.module, ProgramFolder())
+      module_(options.module)
 {
 }
 
 std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metrics)
 {
     std::optional<Failure> failure;
-    const auto attempt = [&](const auto& step) {
-        try {
-            step();
-        } catch (...) {
-            if (failure) {
-                Say("warning", CurrentFailure().what());
-            } else {
-                failure = CurrentFailure();
-            }
-        }
-    };
-    attempt([&] {
+    try {
         if (FAILED(module_.Provider().SetHost(&logger_, &host_))) {
             throw Failure(ExitCode::Module, "the provider does not accept a host");
         }
@@ -122,8 +105,17 @@ std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metr
         if (hasFailedCollection_) {
             throw Failure(ExitCode::Collection, "not every collection succeeded");
         }
-    });
-    attempt([&] { End(); });
+    } catch (...) {
+        failure = CurrentFailure();
+    }
+    try {
+        End();
+    } catch (...) {
+        if (!failure) {
+            return CurrentFailure();
+        }
+        Say("warning", CurrentFailure().what());
+    }
     return failure;
 }
 

@@ -2,6 +2,7 @@
 
 #include "host/bstr.h"
 #include "host/format.h"
+#include "host/unique_resource.h"
 #include "tools/console/event_counter.h"
 #include "tools/console/failure.h"
 #include "tools/console/host_objects.h"
@@ -10,21 +11,18 @@
 #include "tools/console/provider_module.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
+#include "tools/dom_element.h"
 #include "tools/function_of.h"
 #include "tools/utf8.h"
-
-#include <msxml2.h>
 
 #include <chrono>
 #include <memory>
 
 namespace orvel::console {
 
-using Microsoft::WRL::ComPtr;
-
 namespace {
 
-constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
+constexpr wchar_t kClassKey[] = L"CLSID\\{DAF69464-F4E2-40C0-BCC3-A30E819975F0}";
 constexpr wchar_t kPublisher[] = L"Application Error";
 constexpr wchar_t kChannel[] = L"Application";
 constexpr wchar_t kQuery[] = L"*[System[Provider[@Name='Application Error'] and (EventID=1000)]]";
@@ -43,53 +41,39 @@ void Require(bool isGood, ExitCode code, const std::string& text)
     }
 }
 
-/// Registers the module for the current user and removes it again.
-class UserRegistration {
-public:
-    explicit UserRegistration(std::wstring path) : path_(std::move(path)) {}
-    UserRegistration(const UserRegistration&) = delete;
-    UserRegistration& operator=(const UserRegistration&) = delete;
+bool KeyExists(HKEY root, const std::wstring& path)
+{
+    HKEY key = nullptr;
+    RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key);
+    return UniqueKey(key) != nullptr;
+}
 
-    void Register() const
-    {
-        const HRESULT hr = Install(TRUE);
-        Require(SUCCEEDED(hr), ExitCode::Registration,
-                "cannot register " + ToUtf8(path_) + " for this user: " + Describe(hr) +
-                    "; put a module of this program's architecture beside the program");
+/// Adds or removes a module's registration for the current user.
+HRESULT InstallForUser(const std::wstring& path, BOOL isInstallation)
+{
+    const std::unique_ptr<HINSTANCE__, ReleaseWith<FreeLibrary>> module(LoadLibraryW(path.c_str()));
+    HRESULT(STDAPICALLTYPE* const install)(BOOL, LPCWSTR) = FunctionOf{module.get(), "DllInstall"};
+    return install != nullptr ? install(isInstallation, L"user") : HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND);
+}
+
+/// Returns why the registration could not be removed, or an empty text.
+std::string RemoveForUser(const std::wstring& path)
+{
+    const HRESULT hr = InstallForUser(path, FALSE);
+    if (FAILED(hr)) {
+        return "cannot remove the module's registration for this user: " + Describe(hr) +
+               "; retry with: regsvr32 /s /u /n /i:user Orvel_eventlog.dll";
     }
-
-    /// Returns why the registration could not be removed, or an empty text.
-    std::string Remove() const
-    {
-        const HRESULT hr = Install(FALSE);
-        if (FAILED(hr)) {
-            return "cannot remove the module's registration for this user: " + Describe(hr) +
-                   "; retry with: regsvr32 /s /u /n /i:user Orvel_eventlog.dll";
+    for (const wchar_t* const key :
+         {L"OrvelAgent.EventLogProvider", L"OrvelAgent.EventLogProvider.1", L"AppID\\Orvel_eventlog.dll", kClassKey,
+          L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}"}) {
+        const std::wstring name = std::wstring(L"Software\\Classes\\") + key;
+        if (KeyExists(HKEY_CURRENT_USER, name)) {
+            return "HKEY_CURRENT_USER\\" + ToUtf8(name) + " still exists after the removal; delete it with reg delete";
         }
-        for (const wchar_t* const left :
-             {L"OrvelAgent.EventLogProvider", L"OrvelAgent.EventLogProvider.1", L"AppID\\Orvel_eventlog.dll",
-              L"CLSID\\{DAF69464-F4E2-40C0-BCC3-A30E819975F0}", L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}"}) {
-            HKEY key = nullptr;
-            const std::wstring name = std::wstring(L"Software\\Classes\\") + left;
-            if (RegOpenKeyExW(HKEY_CURRENT_USER, name.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS) {
-                RegCloseKey(key);
-                return "HKEY_CURRENT_USER\\" + ToUtf8(name) +
-                       " still exists after the removal; delete it with reg delete";
-            }
-        }
-        return {};
     }
-
-private:
-    HRESULT Install(BOOL isInstallation) const
-    {
-        const std::unique_ptr<HINSTANCE__, decltype(&FreeLibrary)> module(LoadLibraryW(path_.c_str()), &FreeLibrary);
-        HRESULT(STDAPICALLTYPE* const install)(BOOL, LPCWSTR) = FunctionOf{module.get(), "DllInstall"};
-        return install != nullptr ? install(isInstallation, L"user") : HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND);
-    }
-
-    const std::wstring path_;
-};
+    return {};
+}
 
 /// The event to write: the insertion strings of its publisher's message, in order. The first one is unique.
 struct WrittenEvent {
@@ -112,8 +96,8 @@ struct WrittenEvent {
 
     void WriteToLiveLog() const
     {
-        const std::unique_ptr<void, decltype(&DeregisterEventSource)> source(RegisterEventSourceW(nullptr, kPublisher),
-                                                                             &DeregisterEventSource);
+        const std::unique_ptr<void, ReleaseWith<DeregisterEventSource>> source(
+            RegisterEventSourceW(nullptr, kPublisher));
         std::vector<const wchar_t*> texts;
         for (const std::wstring& insert : inserts) {
             texts.push_back(insert.c_str());
@@ -148,12 +132,9 @@ struct WrittenEvent {
     /// Returns what the collected record lacks, or an empty text.
     std::string Difference(const std::wstring& record) const
     {
-        wchar_t computer[MAX_COMPUTERNAME_LENGTH + 1] = L"";
-        DWORD size = ARRAYSIZE(computer);
-        GetComputerNameExW(ComputerNameNetBIOS, computer, &size);
         for (const std::wstring& expected :
              {inserts[0], inserts[1], inserts[3], inserts[4], std::wstring(L"<br />Crash Time: "),
-              L"<br />Host Name: " + std::wstring(computer)}) {
+              L"<br />Host Name: " + ToWide(ComputerName())}) {
             if (record.find(expected) == record.npos) {
                 return "the collected value does not contain '" + ToUtf8(expected) + "'";
             }
@@ -162,23 +143,13 @@ struct WrittenEvent {
     }
 };
 
-ComPtr<IXMLDOMElement> ConfigurationElement()
-{
-    ComPtr<IXMLDOMDocument> document;
-    ComPtr<IXMLDOMElement> root;
-    CLSID documentClass{};
-    VARIANT_BOOL isLoaded = VARIANT_FALSE;
-    const std::wstring xml =
-        std::wstring(L"<metric><channel>") + kChannel + L"</channel><query>" + kQuery + L"</query></metric>";
-    if (SUCCEEDED(CLSIDFromProgID(L"Msxml2.DOMDocument.6.0", &documentClass)) &&
-        SUCCEEDED(CoCreateInstance(documentClass, nullptr, CLSCTX_INPROC_SERVER, IID_IXMLDOMDocument,
-                                   reinterpret_cast<void**>(document.GetAddressOf())))) {
-        document->loadXML(MakeBstr(xml.c_str()).get(), &isLoaded);
-        document->get_documentElement(root.GetAddressOf());
-    }
-    Require(root != nullptr, ExitCode::Creation,
-            "cannot load a configuration with MSXML 6; check that msxml6.dll is registered");
-    return root;
+/// Returns the metric that the event becomes, as a configuration file would have it.
+MetricConfiguration Configuration()
+try {
+    const std::wstring xml = FormatString(L"<metric><channel>%s</channel><query>%s</query></metric>", kChannel, kQuery);
+    return {kCrashMetric, {}, ParseElement(xml.c_str()), kChannel, kQuery};
+} catch (const std::runtime_error& error) {
+    throw Failure(ExitCode::Creation, error.what());
 }
 
 /// Collects until a record contains the event's mark, and returns that record. Throws Failure after 30 seconds.
@@ -211,15 +182,8 @@ std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const Written
 bool IsInstalled()
 {
     CLSID providerClass{};
-    HKEY server = nullptr;
-    const bool isInstalled =
-        SUCCEEDED(CLSIDFromProgID(kProgId, &providerClass)) &&
-        RegOpenKeyExW(HKEY_CLASSES_ROOT, L"CLSID\\{DAF69464-F4E2-40C0-BCC3-A30E819975F0}\\InprocServer32", 0, KEY_READ,
-                      &server) == ERROR_SUCCESS;
-    if (isInstalled) {
-        RegCloseKey(server);
-    }
-    return isInstalled;
+    return SUCCEEDED(CLSIDFromProgID(kProgId, &providerClass)) &&
+           KeyExists(HKEY_CLASSES_ROOT, std::wstring(kClassKey) + L"\\InprocServer32");
 }
 
 /// Creates the registered provider, verifies it with an event and unloads it. `replay` may be null. Throws Failure.
@@ -233,16 +197,15 @@ void VerifyProvider(const ReplayClient* replay)
     Logger logger(static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning));
     Host host;
     Sink sink;
-    const ComPtr<IXMLDOMElement> configuration = ConfigurationElement();
-    ProviderModule module({}, {});
+    const MetricConfiguration metric = Configuration();
+    ProviderModule module({});
     Report("Provider", "created by its ProgID from " + ToUtf8(module.Path()));
 
     HRESULT hr = module.Provider().SetHost(&logger, &host);
     if (SUCCEEDED(hr)) {
-        hr = module.Provider().SubscribeMetric(MakeBstr(kCrashMetric).get(), configuration.Get());
+        hr = module.Provider().SubscribeMetric(MakeBstr(kCrashMetric).get(), metric.element.Get());
     }
     Require(SUCCEEDED(hr), ExitCode::Subscription, "the subscription failed: " + Describe(hr));
-    const MetricConfiguration metric = {.name = kCrashMetric, .place = {}, .channel = kChannel, .query = kQuery};
     EventCounter& counter = EventCounter::Create(metric);
     const DWORD refusal = counter.Subscribe(metric);
     Require(counter.IsSubscribed(), ExitCode::Subscription,
@@ -288,9 +251,11 @@ void Verify(const Options& options)
         VerifyProvider(log);
         Report("Removal", "none; the provider stays installed");
     } else {
-        const UserRegistration registration(std::filesystem::path(ModulePath(nullptr)).parent_path() /
-                                            L"Orvel_eventlog.dll");
-        registration.Register();
+        const std::wstring path = PathBesideProgram(L"Orvel_eventlog.dll");
+        const HRESULT hr = InstallForUser(path, TRUE);
+        Require(SUCCEEDED(hr), ExitCode::Registration,
+                "cannot register " + ToUtf8(path) + " for this user: " + Describe(hr) +
+                    "; put a module of this program's architecture beside the program");
         Report("Installation",
                ToUtf8(kProgId) + " is not installed; registered the module beside this program for the user");
         std::optional<Failure> failure;
@@ -299,7 +264,7 @@ void Verify(const Options& options)
         } catch (...) {
             failure = CurrentFailure();
         }
-        const std::string left = registration.Remove();
+        const std::string left = RemoveForUser(path);
         Report("Removal", left.empty() ? "removed the registration, nothing is left" : left);
         if (failure) {
             throw *failure;

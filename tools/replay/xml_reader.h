@@ -39,6 +39,9 @@ public:
     /// Reads the element that NextElement found, with all that is in it, into an arena.
     Node Read(Arena& arena);
 
+    /// Returns the markup of the element that Read has read last.
+    std::string_view Source() const { return text_.substr(begin_, next_ - begin_); }
+
     /// Throws TextError if another element follows.
     void ExpectEnd();
 

@@ -181,7 +181,7 @@ TEST(ComObject, StaysMappedWhileItsSubscriptionIsOpenThoughComFreesIt)
     std::thread([&] {
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
         // The host releases the provider, and COM the module, while a delivery is inside the logger.
-        subscribe(L"eventlog|eventlog_lamina");
+        subscribe(kLamina);
         std::promise<void> inside;
         std::promise<void> proceed;
         logger.onNextLine = [&] {

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
-
 class HostInputTest : public ModuleTest {
 protected:
     HostInputTest() { LoadEvents(Event(L"text")); }

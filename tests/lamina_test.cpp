@@ -13,7 +13,6 @@ namespace {
 
 using namespace std::literals;
 
-constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\services\\korvex";
 constexpr wchar_t kParametersKey[] = L"SYSTEM\\CurrentControlSet\\services\\korvex\\Parameters";
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

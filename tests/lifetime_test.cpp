@@ -283,8 +283,8 @@ TEST_F(UnansweredTest, ModuleStaysMappedWhenThePoolHasNoMemory)
         EXPECT_EQ(closed, 1);
 
         const ImportPatch callback(module, "TrySubmitThreadpoolCallback", &RefuseCallback);
-        EXPECT_EQ(Subscribe(L"eventlog|eventlog_lamina"), S_OK);
-        logger.onNextLine = [&] { Unsubscribe(L"eventlog|eventlog_lamina"); };
+        EXPECT_EQ(Subscribe(kLamina), S_OK);
+        logger.onNextLine = [&] { Unsubscribe(kLamina); };
         subscribed[1].Deliver();
         EXPECT_EQ(closed, 1) << "closed inside the delivery";
         logger.Take();
@@ -300,7 +300,7 @@ TEST_F(UnansweredTest, ModuleStaysMappedWhenThePoolHasNoMemory)
 
 TEST_F(UnansweredTest, ProviderThatEndsClosesTheSubscriptionOfARunningDelivery)
 {
-    ASSERT_EQ(Subscribe() | Subscribe(L"eventlog|eventlog_lamina"), S_OK);
+    ASSERT_EQ(Subscribe() | Subscribe(kLamina), S_OK);
     ASSERT_EQ(subscribed.size(), 2U);
     Signal inside;
     Signal proceed;

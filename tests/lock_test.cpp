@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
-
 std::function<void()> duringFormat; // called once, while an event's message is formatted
 BOOL WINAPI FormatMeanwhile(EVT_HANDLE publisher, EVT_HANDLE event, DWORD id, DWORD count, PEVT_VARIANT values,
                             DWORD flags, DWORD size, LPWSTR buffer, DWORD* used)

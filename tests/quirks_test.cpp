@@ -7,8 +7,6 @@
 
 namespace {
 
-constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
-
 enum Outcome {
     Whole,      // everything is known
     HalfValues, // of two values the second, the time, is missing

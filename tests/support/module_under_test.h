@@ -20,6 +20,7 @@ using Microsoft::WRL::ComPtr;
 
 using orvel::kProviderClass;
 inline constexpr wchar_t kCrash[] = L"eventlog|eventlog_appcrash";
+inline constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 
 /// Returns the full path of a built file that is shipped.
 std::wstring BuiltFile(const wchar_t* name);

@@ -12,6 +12,7 @@ namespace {
 
 struct Options {
     bool isJson = false;
+    bool countsOnly = false;
     std::string wanted;
 };
 
@@ -22,6 +23,8 @@ std::optional<Options> ReadOptions(int argc, char** argv)
         const std::string_view option = argv[i];
         if (option == "--json") {
             options.isJson = true;
+        } else if (option == "--counts") {
+            options.countsOnly = true;
         } else if (option == "--case" && i + 1 < argc) {
             options.wanted = argv[++i];
         } else {
@@ -38,11 +41,11 @@ try {
     using namespace orvel::bench;
     const std::optional<Options> options = ReadOptions(argc, argv);
     if (!options) {
-        std::fputs("usage: bench [--json] [--case NAME]\n", stderr);
+        std::fputs("usage: bench [--json] [--counts] [--case NAME]\n", stderr);
         return 2;
     }
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    Report report(options->isJson, options->wanted);
+    Report report(options->isJson, options->countsOnly, options->wanted);
     const std::filesystem::path agent = std::filesystem::temp_directory_path() / L"orvel_bench";
     std::filesystem::create_directories(agent / L"Logs");
     {

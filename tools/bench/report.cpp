@@ -17,7 +17,8 @@ std::string Text(const char* format, Arguments... arguments)
 
 } // namespace
 
-Report::Report(bool isJson, std::string wanted) : isJson_(isJson), wanted_(std::move(wanted))
+Report::Report(bool isJson, bool countsOnly, std::string wanted)
+    : isJson_(isJson), countsOnly_(countsOnly), wanted_(std::move(wanted))
 {
     if (!isJson_) {
         std::printf("%-48s %8s %8s %8s %8s %7s %7s %9s\n", "", "ratio", "bound", "own us", "total us", "calls",
@@ -51,10 +52,13 @@ void Report::Run(const std::string& name, const Bounds& bounds, const std::funct
     Cost cost;
     const bool isWanted = Try(name, [&] {
         cost = measure();
-        return std::vector<Check>{{"own time, as a multiple of the ruler,", cost.own / cost.ruler, bounds.own},
-                                  {"calls of the platform and the host", cost.calls, bounds.calls},
+        std::vector<Check> checks{{"calls of the platform and the host", cost.calls, bounds.calls},
                                   {"allocations", cost.allocations, bounds.allocations},
                                   {"bytes allocated", cost.bytes, bounds.bytes}};
+        if (!countsOnly_) {
+            checks.push_back({"own time, as a multiple of the ruler,", cost.own / cost.ruler, bounds.own});
+        }
+        return checks;
     });
     if (isWanted) {
         std::printf(isJson_ ? R"({"name":"%s","ratio":%.3f,"bound":%.3f,"own_us":%.3f,"total_us":%.3f,"calls":%.2f,)"

@@ -21,14 +21,15 @@ struct Bounds {
 class Report {
 public:
     /// `isJson`: prints one object per line instead of a table. `wanted`: the name of the only case to run; empty for
-    /// all.
-    Report(bool isJson, std::string wanted);
+    /// all. `countsOnly`: takes few rounds and checks no times.
+    Report(bool isJson, bool countsOnly, std::string wanted);
 
     /// Runs a case that measures what one item costs.
     void Run(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure);
     /// Runs a case that measures one ratio.
     void Run(const std::string& name, double bound, const std::function<double()>& measure);
 
+    bool CountsOnly() const { return countsOnly_; }
     bool IsWanted(const std::string& name) const { return wanted_.empty() || name == wanted_; }
     /// Returns the names of all cases, selected or not.
     const std::vector<std::string>& Names() const { return names_; }
@@ -46,6 +47,7 @@ private:
     bool Try(const std::string& name, const std::function<std::vector<Check>()>& measure);
 
     const bool isJson_;
+    const bool countsOnly_;
     const std::string wanted_;
     bool hasRun_ = false;
     std::vector<std::string> names_;

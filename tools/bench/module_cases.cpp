@@ -102,11 +102,11 @@ void RunCrashCases(Rig& rig, Report& report, const Events& events)
             rig.Deliver(event, kFirst, kEvents);
         };
     };
-    report.Run("crash event, 200 characters", {2.4, 17.1, 5.1, 1400},
+    report.Run("crash event, 200 characters", {2.4, 13.1, 3.1, 1240},
                [&] { return Measure(Rounds(report), {deliver(events.crash200)})[0]; });
-    report.Run("crash event, 1,000 characters", {4.2, 17.1, 5.1, 4600},
+    report.Run("crash event, 1,000 characters", {4.2, 13.1, 3.1, 4440},
                [&] { return Measure(Rounds(report), {deliver(events.crash1000)})[0]; });
-    report.Run("crash event, 20,000 characters", {50, 17.1, 5.1, 83200},
+    report.Run("crash event, 20,000 characters", {50, 13.1, 3.1, 83000},
                [&] { return Measure(Rounds(report), {deliver(events.crash20000)})[0]; });
     report.Run("collected crash, 1,000 characters", {0.4, 9.2, 3.1, 2320}, [&] {
         return Measure(Rounds(report), {[&] {

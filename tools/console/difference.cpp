@@ -29,16 +29,22 @@ std::vector<Line> Split(std::string_view text)
     return lines;
 }
 
+/// Returns whether a byte of UTF-8 begins a character.
+bool IsStart(char byte)
+{
+    return (byte & 0xC0) != 0x80;
+}
+
 /// Returns where the character begins that a byte belongs to.
 size_t Start(std::string_view line, size_t at)
 {
-    while (at > 0 && at < line.size() && (line[at] & 0xC0) == 0x80) {
+    while (at > 0 && at < line.size() && !IsStart(line[at])) {
         --at;
     }
     return at;
 }
 
-/// Returns the characters around a place.
+/// Returns the characters around a place, with "..." for those left out.
 std::string Around(std::string_view line, size_t place, size_t around)
 {
     const size_t start = Start(line, place > around ? place - around : 0);
@@ -53,8 +59,7 @@ std::string ShowPlace(std::string_view expected, std::string_view actual)
     const auto differing = std::mismatch(expected.begin(), expected.end(), actual.begin(), actual.end()).first;
     const size_t place = Start(expected, static_cast<size_t>(differing - expected.begin()));
     const std::string_view before = expected.substr(0, place);
-    const auto character =
-        1 + std::count_if(before.begin(), before.end(), [](char byte) { return (byte & 0xC0) != 0x80; });
+    const auto character = 1 + std::count_if(before.begin(), before.end(), IsStart);
     return "  first difference at character " + std::to_string(character) + ":\n    expected " +
            Around(expected, place, kAround) + "\n    written  " + Around(actual, place, kAround) + "\n";
 }
@@ -72,25 +77,18 @@ std::string Difference(const std::string& expectedText, const std::string& actua
     if (!isExpected && !isWritten) {
         return {};
     }
-    size_t number = expected.empty() ? 1 : expected.back().number + 1;
-    std::string lines;
-    if (isExpected) {
-        number = left->number;
-        lines += "- " + Around(left->text, 0, kBeginning) + "\n";
-    }
-    if (isWritten) {
-        lines += "+ " + Around(right->text, 0, kBeginning) + "\n";
-    }
-    if (isExpected && isWritten) {
-        lines += ShowPlace(left->text, right->text);
-    }
+    const size_t number = isExpected ? left->number : expected.empty() ? 1 : expected.back().number + 1;
+    std::string text = "at line " + std::to_string(number) + " of what is expected\n";
+    text += isExpected ? "- " + Around(left->text, 0, kBeginning) + "\n" : "";
+    text += isWritten ? "+ " + Around(right->text, 0, kBeginning) + "\n" : "";
+    text += isExpected && isWritten ? ShowPlace(left->text, right->text) : "";
     const auto expectedAfter = expected.end() - left - (isExpected ? 1 : 0);
     const auto writtenAfter = actual.end() - right - (isWritten ? 1 : 0);
     if (expectedAfter + writtenAfter != 0) {
-        lines += "  lines that follow: " + std::to_string(expectedAfter) + " expected, " +
-                 std::to_string(writtenAfter) + " written\n";
+        text += "  lines that follow: " + std::to_string(expectedAfter) + " expected, " + std::to_string(writtenAfter) +
+                " written\n";
     }
-    return "at line " + std::to_string(number) + " of what is expected\n" + lines;
+    return text;
 }
 
 } // namespace orvel::console

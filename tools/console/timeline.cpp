@@ -5,22 +5,22 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <optional>
 
 namespace orvel::console {
 
 namespace {
 
-struct Moment {
+struct Timestamp {
     const wchar_t* key;
     const wchar_t* label;
 };
 
-constexpr std::array<Moment, 4> kTimestamps = {{{L"lamina|logon_timestamp", L"logon"},
-                                                {L"lamina|logon_response_timestamp", L"manager response"},
-                                                {L"lamina|volumes_ready_timestamp", L"volumes ready"},
-                                                {L"lamina|all_done_timestamp", L"all done"}}};
-constexpr size_t kBarWidth = 40;
-constexpr size_t kBarColumn = 65; // columns before a bar
+constexpr std::array<Timestamp, 4> kTimestamps = {{{L"lamina|logon_timestamp", L"logon"},
+                                                   {L"lamina|logon_response_timestamp", L"manager response"},
+                                                   {L"lamina|volumes_ready_timestamp", L"volumes ready"},
+                                                   {L"lamina|all_done_timestamp", L"all done"}}};
+using Times = std::array<std::optional<ULONGLONG>, kTimestamps.size()>; // in milliseconds since 1970
 
 // Formats the date or the time of day, in UTC, of a time in milliseconds since 1970.
 std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
@@ -36,33 +36,46 @@ std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
                   : FormatString(L"%02d:%02d:%02d.%03d", utc.wHour, utc.wMinute, utc.wSecond, utc.wMilliseconds);
 }
 
-std::wstring Seconds(double milliseconds, const wchar_t* format)
+// Draws one row per timestamp, with the step from the one before as a bar on a common axis, or as a mark if it took no
+// time.
+std::wstring DrawBars(const Times& times, size_t width)
 {
-    return FormatString(format, milliseconds / 1000);
-}
-
-// Draws the step from one time to the next as a bar on the axis, or as a mark if it took no time.
-std::wstring Bar(double from, double to, double first, double span, double width)
-{
-    const auto column = [&](double at) {
-        return span == 0 ? 0 : static_cast<size_t>(std::lround((at - first) / span * width));
+    constexpr size_t kBarWidth = 40;
+    constexpr size_t kBarColumn = 65; // columns before a bar
+    const size_t barWidth =
+        width == 0 ? kBarWidth : std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
+    std::array<double, kTimestamps.size()> since{}; // milliseconds after the logon; can be negative
+    std::transform(times.begin(), times.end(), since.begin(),
+                   [&](const auto& time) { return static_cast<double>(static_cast<long long>(*time - *times[0])); });
+    const auto [first, last] = std::minmax_element(since.begin(), since.end());
+    const double span = *last - *first;
+    const auto column = [&, start = *first](double at) {
+        return span == 0 ? 0 : static_cast<size_t>(std::lround((at - start) / span * static_cast<double>(barWidth)));
     };
-    const auto [left, right] = std::minmax({column(from), column(to)});
-    return std::wstring(left, L' ') + (left == right ? std::wstring(L"o") : std::wstring(right - left, L'#'));
+    std::wstring rows = FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");
+    for (size_t i = 0; i < kTimestamps.size(); ++i) {
+        const double previous = since[i == 0 ? 0 : i - 1];
+        const std::wstring step = i == 0 ? L"" : FormatString(L"%.3f s", (since[i] - previous) / 1000);
+        const auto [left, right] = std::minmax({column(previous), column(since[i])});
+        rows += FormatString(L"    %-16s  %-12s  %+10.3f s  %12s  |", kTimestamps[i].label,
+                             TimeText(*times[i], false).c_str(), since[i] / 1000, step.c_str()) +
+                std::wstring(left, L' ') + (left == right ? L"o" : std::wstring(right - left, L'#')) + L"\n";
+    }
+    return rows;
 }
 
 } // namespace
 
 std::wstring DrawTimeline(const Collection& collection, size_t width)
 {
-    std::array<const MetricValue*, kTimestamps.size()> found{};
+    Times times;
     std::wstring plinths;
     bool isLamina = false;
     for (const MetricValue& value : collection.values) {
         isLamina |= value.key.starts_with(L"lamina|");
         for (size_t i = 0; i < kTimestamps.size(); ++i) {
             if (value.key == kTimestamps[i].key && value.type == VT_UI8) {
-                found[i] = &value;
+                times[i] = value.number;
             }
         }
         if (value.key == L"lamina|instances|*") {
@@ -73,31 +86,10 @@ std::wstring DrawTimeline(const Collection& collection, size_t width)
     if (!isLamina) {
         return {};
     }
-    std::wstring picture = L"\n";
-    if (std::find(found.begin(), found.end(), nullptr) != found.end()) {
-        picture += L"  no timeline\n" + Reasons(collection);
-    } else {
-        std::array<double, kTimestamps.size()>
-            since{}; // milliseconds after the logon; the wrapped difference has a sign
-        for (size_t i = 0; i < since.size(); ++i) {
-            since[i] = static_cast<double>(static_cast<long long>(found[i]->number - found[0]->number));
-        }
-        const auto [first, last] = std::minmax_element(since.begin(), since.end());
-        const double span = *last - *first;
-        const size_t columns = std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
-        const auto barWidth = static_cast<double>(width == 0 ? kBarWidth : columns);
-        picture += L"  Logon on " + TimeText(found[0]->number, true) + L", times in UTC\n" +
-                   FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");
-        for (size_t i = 0; i < kTimestamps.size(); ++i) {
-            const double previous = since[i == 0 ? 0 : i - 1];
-            const std::wstring time = TimeText(found[i]->number, false);
-            picture += FormatString(L"    %-16s  %-12s  %12s  %12s  |", kTimestamps[i].label, time.c_str(),
-                                    Seconds(since[i], L"%+.3f s").c_str(),
-                                    i == 0 ? L"" : Seconds(since[i] - previous, L"%.3f s").c_str()) +
-                       Bar(previous, since[i], *first, span, barWidth) + L"\n";
-        }
-    }
-    return picture + (plinths.empty() ? L"  no plinths\n" : L"  plinths\n" + plinths);
+    const bool isComplete = std::find(times.begin(), times.end(), std::nullopt) == times.end();
+    return (isComplete ? L"\n  Logon on " + TimeText(*times[0], true) + L", times in UTC\n" + DrawBars(times, width)
+                       : L"\n  no timeline\n" + Reasons(collection)) +
+           (plinths.empty() ? L"  no plinths\n" : L"  plinths\n" + plinths);
 }
 
 } // namespace orvel::console

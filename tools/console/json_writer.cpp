@@ -4,11 +4,9 @@
 
 namespace orvel::console {
 
-namespace {
-
-void AppendQuoted(std::wstring& json, std::wstring_view text)
+std::string Quote(std::wstring_view text)
 {
-    json += L'"';
+    std::wstring json = L"\"";
     for (size_t i = 0; i < text.size(); ++i) {
         const wchar_t unit = text[i];
         if (unit == L'"' || unit == L'\\') {
@@ -27,38 +25,19 @@ void AppendQuoted(std::wstring& json, std::wstring_view text)
             json += unit;
         }
     }
-    json += L'"';
-}
-
-} // namespace
-
-std::string Quote(std::wstring_view text)
-{
-    std::wstring json;
-    AppendQuoted(json, text);
-    return ToUtf8(json);
+    return ToUtf8(json += L'"');
 }
 
 std::string ToJsonLines(const Collection& collection)
 {
-    std::wstring start = L"{\"collection\":" + std::to_wstring(collection.number) + L",\"metric\":";
-    AppendQuoted(start, collection.metric);
+    const std::string start =
+        "{\"collection\":" + std::to_string(collection.number) + ",\"metric\":" + Quote(collection.metric);
     std::string lines;
-    std::wstring line; // kept for its memory
     for (const MetricValue& value : collection.values) {
-        line = start;
-        line += L",\"key\":";
-        AppendQuoted(line, value.key);
-        line += L",\"instance\":";
-        AppendQuoted(line, value.instance);
-        if (value.type == VT_BSTR) {
-            line += L",\"type\":\"VT_BSTR\",\"value\":";
-            AppendQuoted(line, value.text);
-        } else {
-            line += L",\"type\":\"VT_UI8\",\"value\":" + std::to_wstring(value.number);
-        }
-        line += L"}\n";
-        lines += ToUtf8(line);
+        lines += start + ",\"key\":" + Quote(value.key) + ",\"instance\":" + Quote(value.instance);
+        lines += value.type == VT_BSTR ? ",\"type\":\"VT_BSTR\",\"value\":" + Quote(value.text)
+                                       : ",\"type\":\"VT_UI8\",\"value\":" + std::to_string(value.number);
+        lines += "}\n";
     }
     return lines;
 }

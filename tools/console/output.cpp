@@ -20,14 +20,11 @@ namespace {
 
 WORD Attribute(char mark, WORD plain)
 {
-    constexpr struct {
-        WORD kept, added;
-    } kColours[] = {{0xFFFF, 0},                                      // kPlain
-                    {0xFFFF, FOREGROUND_INTENSITY},                   // kHeading
-                    {0xFFF0, FOREGROUND_GREEN},                       // kGood
-                    {0xFFF0, FOREGROUND_RED | FOREGROUND_INTENSITY}}; // kBad
-    const auto& colour = kColours[mark - kPlain];
-    return static_cast<WORD>((plain & colour.kept) | colour.added);
+    const WORD background = plain & 0xFFF0;
+    return mark == kHeading ? plain | FOREGROUND_INTENSITY
+           : mark == kGood  ? background | FOREGROUND_GREEN
+           : mark == kBad   ? background | FOREGROUND_RED | FOREGROUND_INTENSITY
+                            : plain;
 }
 
 /// Writes in pieces that a console accepts, in UTF-16, which does not depend on its code page.

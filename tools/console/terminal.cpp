@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -12,33 +11,32 @@ namespace {
 
 struct Range {
     uint32_t first, last;
+    size_t width;
 };
 
-// The scripts and symbols of Unicode's East Asian Wide and Fullwidth, and the blocks of combining characters.
-constexpr Range kWide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E},   {0x3041, 0xA4CF},   {0xA960, 0xA97F},
-                           {0xAC00, 0xD7A3},  {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},   {0xFF01, 0xFF60},
-                           {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF},
-                           {0x20000, 0x3FFFD}};
-constexpr Range kCombining[] = {
-    {0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x0610, 0x061A}, {0x064B, 0x065F}, {0x0900, 0x0902},
-    {0x093C, 0x093C}, {0x0941, 0x0948}, {0x0E31, 0x0E31}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E}, {0x1AB0, 0x1AFF},
-    {0x1DC0, 0x1DFF}, {0x200B, 0x200F}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}, {0xE0100, 0xE01EF}};
+// The blocks of combining characters, and the scripts and symbols of Unicode's East Asian Wide and Fullwidth.
+constexpr Range kRanges[] = {{0x0300, 0x036F, 0},   {0x0483, 0x0489, 0},   {0x0591, 0x05BD, 0},   {0x0610, 0x061A, 0},
+                             {0x064B, 0x065F, 0},   {0x0900, 0x0902, 0},   {0x093C, 0x093C, 0},   {0x0941, 0x0948, 0},
+                             {0x0E31, 0x0E31, 0},   {0x0E34, 0x0E3A, 0},   {0x0E47, 0x0E4E, 0},   {0x1100, 0x115F, 2},
+                             {0x1AB0, 0x1AFF, 0},   {0x1DC0, 0x1DFF, 0},   {0x200B, 0x200F, 0},   {0x20D0, 0x20FF, 0},
+                             {0x2E80, 0x303E, 2},   {0x3041, 0xA4CF, 2},   {0xA960, 0xA97F, 2},   {0xAC00, 0xD7A3, 2},
+                             {0xF900, 0xFAFF, 2},   {0xFE00, 0xFE0F, 0},   {0xFE20, 0xFE2F, 0},   {0xFE30, 0xFE6F, 2},
+                             {0xFF01, 0xFF60, 2},   {0xFFE0, 0xFFE6, 2},   {0x1F300, 0x1F64F, 2}, {0x1F680, 0x1F6FF, 2},
+                             {0x1F900, 0x1F9FF, 2}, {0x20000, 0x3FFFD, 2}, {0xE0100, 0xE01EF, 0}, {kPlain, kBad, 0}};
 
-template <size_t Count>
-bool IsIn(const Range (&ranges)[Count], uint32_t character)
-{
-    return std::any_of(std::begin(ranges), std::end(ranges),
-                       [&](const Range& range) { return character >= range.first && character <= range.last; });
-}
-
-/// The columns of the character at `at`, which is moved to the next one.
+/// Returns the columns of the character at `at`, and moves `at` to the next one.
 size_t TakeWidth(std::wstring_view text, size_t& at)
 {
     uint32_t character = text[at++];
     if (IS_HIGH_SURROGATE(character) && at < text.size() && IS_LOW_SURROGATE(text[at])) {
         character = 0x10000 + ((character - 0xD800) << 10) + (static_cast<uint32_t>(text[at++]) - 0xDC00);
     }
-    return character <= kBad || IsIn(kCombining, character) ? 0 : IsIn(kWide, character) ? 2 : 1;
+    for (const Range& range : kRanges) {
+        if (character >= range.first && character <= range.last) {
+            return range.width;
+        }
+    }
+    return 1;
 }
 
 } // namespace
@@ -52,8 +50,7 @@ size_t TerminalWidth()
 {
     CONSOLE_SCREEN_BUFFER_INFO info{};
     if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) {
-        const int columns = info.srWindow.Right - info.srWindow.Left + 1;
-        return static_cast<size_t>(columns);
+        return static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
     }
     wchar_t wanted[8] = L"";
     GetEnvironmentVariableW(L"COLUMNS", wanted, ARRAYSIZE(wanted));

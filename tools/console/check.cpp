@@ -43,8 +43,8 @@ void CALLBACK OnResult(void* context, const ReplayQueryResult* result)
         ++finding.selected;
         return;
     }
-    const Reason first = {result->reason, 0, result->line, result->column};
-    ++finding.reasons.try_emplace(result->reason, first).first->second.events;
+    const Reason reason = {result->reason, 0, result->line, result->column};
+    ++finding.reasons.emplace(result->reason, reason).first->second.events;
 }
 
 Finding CheckMetric(const MetricConfiguration& metric, const ReplayClient& replay)
@@ -85,7 +85,7 @@ std::wstring Events(unsigned long long count)
 }
 
 /// Formats a line of the report, wrapped to the width of the terminal.
-std::wstring Line(const wchar_t* label, const std::wstring& text)
+std::wstring Line(const std::wstring& label, const std::wstring& text)
 {
     constexpr size_t kIndent = 12;
     const size_t width = TerminalWidth();
@@ -96,7 +96,7 @@ std::wstring Line(const wchar_t* label, const std::wstring& text)
 std::wstring ShowProblem(const Finding& finding)
 {
     const wchar_t* const label = finding.verdict == Verdict::NotUnderstood ? L"unknown" : L"problem";
-    std::wstring text = Line(Marked(kBad, label).c_str(), finding.problem);
+    std::wstring text = Line(Marked(kBad, label), finding.problem);
     if (*finding.place.excerpt != L'\0') {
         std::wstring excerpt = finding.place.excerpt;
         std::replace(excerpt.begin(), excerpt.end(), L'\t', L' ');
@@ -157,9 +157,9 @@ std::wstring Report(const Finding& finding, const Options& options)
     text += Line(L"channel", isStructured ? L"named in the query list" : ShowChannel(finding, hasExport));
     text += Line(L"query", first == query.npos ? L"empty, selects every event" : query);
     if (!hasExport) {
-        return text + Line(Marked(kGood, L"good").c_str(), L"complete, and the query is valid") + L"\n";
+        return text + Line(Marked(kGood, L"good"), L"complete, and the query is valid") + L"\n";
     }
-    text += Line(Marked(kGood, L"selected").c_str(),
+    text += Line(Marked(kGood, L"selected"),
                  std::to_wstring(finding.selected) + L" of " + Events(finding.events) + L" of the export");
     if (finding.selected != finding.events) {
         text += ShowLeftOut(finding, options);
@@ -170,19 +170,19 @@ std::wstring Report(const Finding& finding, const Options& options)
 std::string JsonReport(const Finding& finding, const Options& options)
 {
     const MetricConfiguration& metric = finding.metric;
-    std::string line = "{\"check\":" + Quote(ToWide(metric.place)) + ",\"metric\":" + Quote(metric.name);
-    line += ",\"channel\":" + Quote(metric.channel) + ",\"query\":" + Quote(metric.query);
     constexpr const char* kVerdicts[] = {"good", "problem", "not understood"};
-    line += std::string(",\"verdict\":\"") + kVerdicts[static_cast<size_t>(finding.verdict)] + '"';
-    line += ",\"problem\":" + (finding.problem.empty() ? std::string("null") : Quote(finding.problem));
+    std::string line = "{\"check\":" + Quote(ToWide(metric.place)) + ",\"metric\":" + Quote(metric.name) +
+                       ",\"channel\":" + Quote(metric.channel) + ",\"query\":" + Quote(metric.query) +
+                       ",\"verdict\":\"" + kVerdicts[static_cast<size_t>(finding.verdict)] +
+                       "\",\"problem\":" + (finding.problem.empty() ? "null" : Quote(finding.problem));
     if (finding.verdict == Verdict::Good && !options.replay.empty()) {
         line += ",\"events\":" + std::to_string(finding.events) + ",\"selected\":" + std::to_string(finding.selected);
         std::string reasons;
         for (const Reason& reason : MostFrequent(finding, options.explain)) {
             reasons += reasons.empty() ? "{\"events\":" : ",{\"events\":";
-            reasons += std::to_string(reason.events) + ",\"reason\":" + Quote(reason.text);
-            reasons += ",\"line\":" + std::to_string(reason.line);
-            reasons += ",\"column\":" + std::to_string(reason.column) + "}";
+            reasons += std::to_string(reason.events) + ",\"reason\":" + Quote(reason.text) +
+                       ",\"line\":" + std::to_string(reason.line) + ",\"column\":" + std::to_string(reason.column) +
+                       "}";
         }
         line += options.explain == 0 ? "" : ",\"left_out\":[" + reasons + "]";
     }

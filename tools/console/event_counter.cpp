@@ -35,6 +35,7 @@ EventCounter& EventCounter::Create(const MetricConfiguration& metric)
 
 DWORD EventCounter::Subscribe(const MetricConfiguration& metric)
 {
+    SetLastError(ERROR_CALL_NOT_IMPLEMENTED); // Wine's stub fails without an error
     subscription_ = Log().Subscribe(nullptr, nullptr, metric.channel.c_str(), metric.query.c_str(), nullptr, this,
                                     &OnNotification, EvtSubscribeToFutureEvents);
     return subscription_ != nullptr ? ERROR_SUCCESS : GetLastError();

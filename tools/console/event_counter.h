@@ -22,10 +22,9 @@ public:
     /// Counts the event; `context` is the counter. A callback for ReplayObserve and for EvtSubscribe.
     static DWORD WINAPI OnNotification(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_HANDLE event);
 
-    /// On a live log, opens a subscription with the metric's channel and query, which begins and ends a moment after
-    /// the metric's. Returns 0 or the code that EvtSubscribe fails with.
+    /// Opens a subscription on a live log with the metric's channel and query, which starts and ends shortly after the
+    /// metric's. Returns 0 or the code that EvtSubscribe fails with.
     DWORD Subscribe(const MetricConfiguration& metric);
-    bool IsSubscribed() const { return subscription_ != nullptr; } ///< Wine's stub returns no handle and no error
     void Stop();
 
     unsigned long long Counted(Kind kind) const { return counted_[kind]; }

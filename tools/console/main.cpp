@@ -62,29 +62,24 @@ void Run(const Options& options)
     }
 }
 
-int Main()
+/// Carries out the command of the command line.
+ExitCode Execute()
 {
-    try {
-        const std::variant<Options, int> parsed = ParseOptions(Arguments());
-        if (const int* code = std::get_if<int>(&parsed)) {
-            return *code;
-        }
-        const Options& options = std::get<Options>(parsed);
-        CatchControlC();
-        if (options.command == Command::Check) {
-            return static_cast<int>(Check(options));
-        }
-        if (options.command == Command::Verify) {
-            Verify(options);
-        } else {
-            Run(options);
-        }
-        return static_cast<int>(ExitCode::Ok);
-    } catch (...) {
-        const Failure failure = CurrentFailure();
-        Say("error", failure.what());
-        return static_cast<int>(failure.code);
+    const std::variant<Options, ExitCode> parsed = ParseOptions(Arguments());
+    if (const ExitCode* const code = std::get_if<ExitCode>(&parsed)) {
+        return *code;
     }
+    const Options& options = std::get<Options>(parsed);
+    CatchControlC();
+    if (options.command == Command::Check) {
+        return Check(options);
+    }
+    if (options.command == Command::Verify) {
+        Verify(options);
+    } else {
+        Run(options);
+    }
+    return ExitCode::Ok;
 }
 
 } // namespace
@@ -96,8 +91,15 @@ int main()
     const UINT codePage = GetConsoleOutputCP();
     SetConsoleOutputCP(CP_UTF8);
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    const int code = Main();
+    ExitCode code{};
+    try {
+        code = Execute();
+    } catch (...) {
+        const Failure failure = CurrentFailure();
+        Say("error", failure.what());
+        code = failure.code;
+    }
     CoUninitialize();
     SetConsoleOutputCP(codePage);
-    return code;
+    return static_cast<int>(code);
 }

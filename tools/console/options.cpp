@@ -1,7 +1,5 @@
 #include "tools/console/options.h"
 
-#include "tools/console/failure.h"
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -59,7 +57,7 @@ std::string CheckSpeed(const std::string& text)
 
 } // namespace
 
-std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
+std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
 {
     Options options;
     std::string speed, format = "table", log = "warning";
@@ -81,6 +79,7 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     const auto add = [](CLI::App* command, const char* name, auto& value, const char* type, const char* help) {
         return command->add_option(name, value, help)->type_name(type);
     };
+    const auto addForReplay = [&](auto&&... values) { return add(values...)->needs("--replay"); };
     for (CLI::App* command : {check, run}) {
         add(command, "--config", options.config, "FILE",
             "Configuration file with the metrics to subscribe; - for standard input")
@@ -91,23 +90,19 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
         add(command, "--module", options.module, "DLL",
             "Load the provider from this DLL (default: the registered OrvelAgent.EventLogProvider, else "
             "Orvel_eventlog.dll beside this program)");
-        add(command, "--collect-after", options.collectAfter, "N,...",
-            "Also collect after these entries of the export (events and actions, counted from 1)")
-            ->delimiter(',')
-            ->needs("--replay");
-        add(command, "--channel", options.channels, "NAME",
-            "A channel that the desktop has although the export has no event from it; may be repeated")
-            ->allow_extra_args(false)
-            ->needs("--replay");
-        add(command, "--publisher", options.publishers, "NAME",
-            "A publisher whose messages the desktop can format; may be repeated")
-            ->allow_extra_args(false)
-            ->needs("--replay");
-        add(command, "--missing-publisher", options.missingPublishers, "NAME",
-            "A publisher that is not registered on the desktop, so that its messages cannot be formatted; may be "
-            "repeated")
-            ->allow_extra_args(false)
-            ->needs("--replay");
+        addForReplay(command, "--collect-after", options.collectAfter, "N,...",
+                     "Also collect after these entries of the export (events and actions, counted from 1)")
+            ->delimiter(',');
+        addForReplay(command, "--channel", options.channels, "NAME",
+                     "A channel that the desktop has although the export has no event from it; may be repeated")
+            ->allow_extra_args(false);
+        addForReplay(command, "--publisher", options.publishers, "NAME",
+                     "A publisher whose messages the desktop can format; may be repeated")
+            ->allow_extra_args(false);
+        addForReplay(command, "--missing-publisher", options.missingPublishers, "NAME",
+                     "A publisher that is not registered on the desktop, so that its messages cannot be formatted; "
+                     "may be repeated")
+            ->allow_extra_args(false);
         add(command, "--format", format, "FORMAT", "table for people or jsonl for programs (default: table)")
             ->check(CLI::IsMember({"table", "jsonl"}));
         add(command, "--log", log, "LEVEL",
@@ -115,14 +110,13 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
             ->check(CLI::IsMember({"none", "error", "warning", "info"}));
     }
     constexpr unsigned kReasons = 10;
-    CLI::Option* explain = add(check, "--explain", options.explain, "[N]",
-                               "Show why events are left out: the N most frequent reasons (default: 10)")
-                               ->expected(0, 1)
-                               ->check(CLI::Range(1U, 1'000'000U))
-                               ->needs("--replay");
-    add(check, "--expect", options.expect, "FILE",
-        "Compare the values with the lines in this file, as written by run --format jsonl")
-        ->needs("--replay");
+    const CLI::Option* const explain =
+        addForReplay(check, "--explain", options.explain, "[N]",
+                     "Show why events are left out: the N most frequent reasons (default: 10)")
+            ->expected(0, 1)
+            ->check(CLI::Range(1U, 1'000'000U));
+    addForReplay(check, "--expect", options.expect, "FILE",
+                 "Compare the values with the lines in this file, as written by run --format jsonl");
     check
         ->add_flag("--actions", options.actions,
                    "Carry out the export's actions on this computer's files and registry (default: skip them)")
@@ -130,10 +124,9 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
     add(run, "--interval", options.interval, "SECONDS",
         "Collect every SECONDS and at the end (default: only at the end)")
         ->check(CLI::Range(0.1, 86400.0));
-    add(run, "--speed", speed, "NUMBERx",
-        "Play the export at NUMBER times its recorded speed, such as 60x (default: as fast as possible)")
-        ->check(CheckSpeed)
-        ->needs("--replay");
+    addForReplay(run, "--speed", speed, "NUMBERx",
+                 "Play the export at NUMBER times its recorded speed, such as 60x (default: as fast as possible)")
+        ->check(CheckSpeed);
     run->add_flag("--summary", options.summary, "Print the summary with --format jsonl, too");
 
     try {
@@ -144,8 +137,7 @@ std::variant<Options, int> ParseOptions(std::vector<std::string> arguments)
                 "only one of --config, --replay and --expect can be standard input; name files for the others");
         }
     } catch (const CLI::ParseError& error) {
-        const bool isWrong = app.exit(error, std::cout, std::cerr) != 0;
-        return static_cast<int>(isWrong ? ExitCode::Usage : ExitCode::Ok);
+        return app.exit(error, std::cout, std::cerr) == 0 ? ExitCode::Ok : ExitCode::Usage;
     }
     if (check->parsed()) {
         options.command = Command::Check;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/console/failure.h"
+
 #include <string>
 #include <variant>
 #include <vector>
@@ -30,8 +32,8 @@ struct Options {
     long logMask = 0;     ///< log levels to show, a mask of LogLevel
 };
 
-/// Parses the command line, in UTF-8 and without the program's name. Returns an exit code instead if there is nothing
-/// to run: help or the version has been printed, or the arguments are wrong and standard error has the reason.
-std::variant<Options, int> ParseOptions(std::vector<std::string> arguments);
+/// Parses the command line, in UTF-8 and without the program's name. Returns an exit code if there is nothing to run:
+/// the help or the version has been printed, or the arguments are wrong and the reason is on standard error.
+std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments);
 
 } // namespace orvel::console

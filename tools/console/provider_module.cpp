@@ -10,10 +10,7 @@ namespace orvel::console {
 
 using Microsoft::WRL::ComPtr;
 
-namespace {
-
-/// Returns the full path of a loaded module, or of the program for null.
-std::wstring ModulePath(HMODULE module)
+std::filesystem::path ModulePath(HMODULE module)
 {
     constexpr size_t kLongest = 32768;
     std::wstring path(kLongest, L'\0');
@@ -21,11 +18,9 @@ std::wstring ModulePath(HMODULE module)
     return path;
 }
 
-} // namespace
-
 std::filesystem::path PathBesideProgram(const wchar_t* name)
 {
-    return std::filesystem::path(ModulePath(nullptr)).replace_filename(name);
+    return ModulePath(nullptr).replace_filename(name);
 }
 
 ProviderModule::ProviderModule(const std::string& path)
@@ -40,11 +35,6 @@ ProviderModule::ProviderModule(const std::string& path)
         Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside.native()));
         Load(beside);
     }
-}
-
-std::wstring ProviderModule::Path() const
-{
-    return ModulePath(module_);
 }
 
 void ProviderModule::Load(const std::wstring& path)

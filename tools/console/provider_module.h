@@ -11,7 +11,9 @@ namespace orvel::console {
 
 inline constexpr wchar_t kProgId[] = L"OrvelAgent.EventLogProvider";
 
-/// Returns the path of a file beside the program.
+/// Returns the full path of a loaded module, or of the program for null.
+std::filesystem::path ModulePath(HMODULE module);
+/// Returns the full path of a file beside the program.
 std::filesystem::path PathBesideProgram(const wchar_t* name);
 
 /// The module and its provider object.
@@ -24,7 +26,7 @@ public:
     ProviderModule(const ProviderModule&) = delete;
     ProviderModule& operator=(const ProviderModule&) = delete;
 
-    std::wstring Path() const;
+    std::wstring Path() const { return ModulePath(module_); }
     IOrvelDataProvider& Provider() const { return *provider_.Get(); }
 
     /// Releases the provider and unloads the module, waiting up to a second for calls that still run in it. Throws

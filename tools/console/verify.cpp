@@ -189,10 +189,7 @@ bool IsInstalled()
 /// Creates the registered provider, verifies it with an event and unloads it. `replay` may be null. Throws Failure.
 void VerifyProvider(const ReplayClient* replay)
 {
-    CLSID providerClass{};
-    const HRESULT found = CLSIDFromProgID(kProgId, &providerClass);
-    Require(SUCCEEDED(found), ExitCode::Creation,
-            "the ProgID " + ToUtf8(kProgId) + " is not registered: " + Describe(found));
+    Require(IsInstalled(), ExitCode::Creation, ToUtf8(kProgId) + " is not registered");
     // Declared before the module, so that they outlive the provider's references to them.
     Logger logger(static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning));
     Host host;
@@ -208,10 +205,9 @@ void VerifyProvider(const ReplayClient* replay)
     Require(SUCCEEDED(hr), ExitCode::Subscription, "the subscription failed: " + Describe(hr));
     EventCounter& counter = EventCounter::Create(metric);
     const DWORD refusal = counter.Subscribe(metric);
-    Require(counter.IsSubscribed(), ExitCode::Subscription,
-            "this computer has no live Event Log, or it refuses a subscription to the channel Application" +
-                (refusal == ERROR_SUCCESS ? std::string() : ": " + Describe(HRESULT_FROM_WIN32(refusal))) +
-                "; verify --replay checks the rest without it");
+    Require(refusal == ERROR_SUCCESS, ExitCode::Subscription,
+            "this computer has no live Event Log, or it refuses a subscription to the channel Application: " +
+                Describe(HRESULT_FROM_WIN32(refusal)) + "; verify --replay checks the rest without it");
     Report("Subscription", ToUtf8(std::wstring(kChannel) + L", " + kQuery));
 
     const WrittenEvent event;

@@ -1,18 +1,16 @@
 #include "tools/replay/actions.h"
 
+#include "host/unique_resource.h"
 #include "tools/replay/export_reader.h"
 #include "tools/utf8.h"
 
 #include <cwchar>
-#include <memory>
+#include <filesystem>
+#include <system_error>
 
 namespace orvel::replay {
 
 namespace {
-
-struct FileDeleter {
-    void operator()(void* file) const noexcept { CloseHandle(file); }
-};
 
 std::wstring Text(const Node& node, std::wstring_view attribute)
 {
@@ -30,24 +28,18 @@ std::wstring Path(const Node& node, std::wstring_view attribute)
     return path;
 }
 
-void CreateFoldersOf(const std::wstring& path)
-{
-    for (size_t end = path.find(L'\\', 3); end != std::wstring::npos; end = path.find(L'\\', end + 1)) {
-        CreateDirectoryW(path.substr(0, end).c_str(), nullptr);
-    }
-}
-
 DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
 {
     const std::wstring path = Path(node, L"file");
-    CreateFoldersOf(path);
+    std::error_code ignored; // CreateFileW fails if there is no such folder
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     // Like the service that writes such files, allow others to read, rename and delete it meanwhile.
     const HANDLE file = CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                     nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         return GetLastError();
     }
-    const std::unique_ptr<void, FileDeleter> owner(file);
+    const UniqueFile owner(file);
     const std::wstring text = WithCarriageReturns(node.text);
     std::string bytes;
     if (Text(node, L"encoding") == L"utf-8") {

@@ -1,5 +1,6 @@
 #include "tools/replay/unattended.h"
 
+#include "tools/native_thread.h"
 #include "tools/replay/replay_control.h"
 
 #include <cstdio>
@@ -11,14 +12,13 @@ namespace {
 
 constexpr DWORD kTimeToSubscribe = 1000;
 
-DWORD WINAPI Play(void* /*parameter*/)
+void Play()
 {
     Sleep(kTimeToSubscribe);
     const DWORD error = ReplayPlay(nullptr, nullptr);
     if (error != ERROR_SUCCESS) {
         std::fprintf(stderr, "replay log: the replay stopped with error %lu\n", error);
     }
-    return error;
 }
 
 DWORD Start()
@@ -35,7 +35,7 @@ DWORD Start()
     if (error == ERROR_SUCCESS &&
         GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                            reinterpret_cast<const wchar_t*>(&Play), &self)) {
-        CloseHandle(CreateThread(nullptr, 0, &Play, nullptr, 0, nullptr));
+        StartThread(&Play);
     } else {
         std::fprintf(stderr, "replay log: ORVEL_REPLAY: %ls\n", message);
     }

@@ -203,17 +203,11 @@ std::string ToShortTable(Collection collection)
     return text;
 }
 
-/// Reads the expected lines and replaces @HOST@ by the computer's name. Throws Failure.
+/// Reads the expected lines, in UTF-8 or UTF-16, and replaces @HOST@ by the computer's name. Throws Failure.
 std::string ReadExpected(const std::string& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
-    std::string text = ReadInput(path, ExitCode::Export);
-    if (text.starts_with("\xFF\xFE") || text.find('\0') != text.npos) {
-        throw Failure(ExitCode::Export, InputName(path) +
-                                            ": the file is in UTF-16; convert it to UTF-8, in PowerShell " +
-                                            "with: Get-Content FILE | Set-Content -Encoding UTF8 NEWFILE");
-    }
-    text.erase(0, text.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    std::string text = DecodeText(ReadInput(path, ExitCode::Export));
     const std::string name = ComputerName();
     for (size_t at = 0; (at = text.find(kPlaceholder, at)) != text.npos; at += name.size()) {
         text.replace(at, kPlaceholder.size(), name);
@@ -252,7 +246,7 @@ ExitCode Check(const Options& options)
     }
 
     std::string written;
-    // Delivering on this thread is several times faster, and nothing else has to run meanwhile.
+    // Delivering on this thread is several times faster, and nothing else runs meanwhile.
     replay.SetMode(ReplayOnCallingThread | ReplayWithoutWaits | (options.actions ? 0 : DWORD{ReplayWithoutActions}));
     if (actions != 0 && !options.actions) {
         Say("note", std::to_string(actions) + (actions == 1 ? " replay action" : " replay actions") +

@@ -30,9 +30,7 @@ std::vector<std::wstring> Logger::StopKeeping()
 
 HRESULT Logger::GetLogLevels(LPWSTR /*category*/, LONG* levels)
 {
-    // All of them: the info lines also tell why a collection has nothing to show.
-    *levels =
-        static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning) | static_cast<LONG>(LogLevel::Info);
+    *levels = kAllLevels; // even if few are shown: the info lines say why a collection is empty
     return S_OK;
 }
 

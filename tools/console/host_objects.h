@@ -15,6 +15,9 @@ namespace orvel::console {
 
 class Host final : public HostObject<IAgentHost> {};
 
+constexpr LONG kErrorsAndWarnings = static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning);
+constexpr LONG kAllLevels = kErrorsAndWarnings | static_cast<LONG>(LogLevel::Info);
+
 /// Receives the provider's log lines: shows those of some levels and keeps the info lines of one thread on request.
 class Logger final : public HostObject<IAgentLogger> {
 public:
@@ -45,7 +48,7 @@ private:
 struct MetricValue {
     std::wstring key;
     std::wstring instance;
-    VARTYPE type; ///< VT_BSTR: `text` counts; VT_UI8: `number`
+    VARTYPE type; ///< VT_BSTR: `text` is set; VT_UI8: `number`
     std::wstring text;
     ULONGLONG number;
 };
@@ -63,7 +66,7 @@ public:
 
 private:
     std::vector<MetricValue> values_;
-    unsigned long long refused_ = 0; // a collection writes on the thread that asked for it
+    unsigned long long refused_ = 0; // not atomic: the provider writes on the collecting thread
 };
 
 } // namespace orvel::console

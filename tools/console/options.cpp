@@ -1,5 +1,7 @@
 #include "tools/console/options.h"
 
+#include "tools/console/host_objects.h"
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
@@ -147,7 +149,7 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
     options.explain = explain->count() != 0 && options.explain == 0 ? kReasons : options.explain;
     options.speed = std::strtod(speed.c_str(), nullptr);
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;
-    options.logMask = log == "none" ? 0 : log == "error" ? 1 : log == "warning" ? 3 : 7;
+    options.logMask = log == "none" ? 0 : log == "error" ? 1 : log == "warning" ? kErrorsAndWarnings : kAllLevels;
     return options;
 }
 

@@ -28,6 +28,10 @@ constexpr wchar_t kChannel[] = L"Application";
 constexpr wchar_t kQuery[] = L"*[System[Provider[@Name='Application Error'] and (EventID=1000)]]";
 constexpr DWORD kEventId = 1000;
 constexpr WORD kCategory = 100;
+// Details of the event that the record must contain.
+constexpr wchar_t kVersion[] = L"1.2.3.4";
+constexpr wchar_t kModule[] = L"orvel-verify.dll";
+constexpr wchar_t kModuleVersion[] = L"5.6.7.8";
 
 void Report(const char* step, const std::string& finding)
 {
@@ -75,73 +79,59 @@ std::string RemoveForUser(const std::wstring& path)
     return {};
 }
 
-/// The event to write: the insertion strings of its publisher's message, in order. The first one is unique.
-struct WrittenEvent {
-    std::wstring mark = FormatString(L"orvel-verify-%lu-%llu.exe", GetCurrentProcessId(), GetTickCount64());
-    std::vector<std::wstring> inserts = {mark,
-                                         L"1.2.3.4",
-                                         L"65a1b2c3",
-                                         L"orvel-verify.dll",
-                                         L"5.6.7.8",
-                                         L"65d4e5f6",
-                                         L"c0000005",
-                                         L"0000000000001234",
-                                         L"4d2",
-                                         L"1dc8b3a7b7f1c4e",
-                                         L"C:\\" + mark,
-                                         L"C:\\orvel-verify.dll",
-                                         L"verify",
-                                         L"",
-                                         L""};
+void WriteToLiveLog(const std::wstring& application)
+{
+    const std::wstring path = L"C:\\" + application;
+    const wchar_t* inserts[] = {application.c_str(),
+                                kVersion,
+                                L"65a1b2c3",
+                                kModule,
+                                kModuleVersion,
+                                L"65d4e5f6",
+                                L"c0000005",
+                                L"0000000000001234",
+                                L"4d2",
+                                L"1dc8b3a7b7f1c4e",
+                                path.c_str(),
+                                L"C:\\orvel-verify.dll",
+                                L"verify",
+                                L"",
+                                L""};
+    const std::unique_ptr<void, ReleaseWith<DeregisterEventSource>> source(RegisterEventSourceW(nullptr, kPublisher));
+    const bool isWritten = source != nullptr && ReportEventW(source.get(), EVENTLOG_ERROR_TYPE, kCategory, kEventId,
+                                                             nullptr, ARRAYSIZE(inserts), 0, inserts, nullptr);
+    Require(isWritten, ExitCode::Writing,
+            "cannot write an event to the channel Application: " + Describe(HRESULT_FROM_WIN32(GetLastError())) +
+                "; verify --replay checks the rest without it");
+}
 
-    void WriteToLiveLog() const
-    {
-        const std::unique_ptr<void, ReleaseWith<DeregisterEventSource>> source(
-            RegisterEventSourceW(nullptr, kPublisher));
-        std::vector<const wchar_t*> texts;
-        for (const std::wstring& insert : inserts) {
-            texts.push_back(insert.c_str());
-        }
-        const bool isWritten =
-            source != nullptr && ReportEventW(source.get(), EVENTLOG_ERROR_TYPE, kCategory, kEventId, nullptr,
-                                              static_cast<WORD>(texts.size()), 0, texts.data(), nullptr);
-        Require(isWritten, ExitCode::Writing,
-                "cannot write an event to the channel Application: " + Describe(HRESULT_FROM_WIN32(GetLastError())) +
-                    "; verify --replay checks the rest without it");
-    }
+void Replay(const ReplayClient& replay, const std::wstring& application)
+{
+    SYSTEMTIME now{};
+    GetSystemTime(&now);
+    const std::wstring xml = FormatString(
+        L"<Events><Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider Name='%s'/>"
+        L"<EventID>%lu</EventID><TimeCreated SystemTime='%04d-%02d-%02dT%02d:%02d:%02d.000Z'/><Channel>%s</Channel>"
+        L"</System><RenderingInfo><Message>Faulting application name: %s, version: %s\nFaulting module name: %s, "
+        L"version: %s</Message></RenderingInfo></Event></Events>",
+        kPublisher, kEventId, now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, kChannel,
+        application.c_str(), kVersion, kModule, kModuleVersion);
+    wchar_t problem[256] = L"";
+    const bool isPlayed = replay.LoadText(xml.c_str(), problem, ARRAYSIZE(problem)) == ERROR_SUCCESS &&
+                          replay.Play(nullptr, nullptr) == ERROR_SUCCESS;
+    Require(isPlayed, ExitCode::Writing, "cannot replay the event: " + ToUtf8(problem));
+}
 
-    void Replay(const ReplayClient& replay) const
-    {
-        SYSTEMTIME now{};
-        GetSystemTime(&now);
-        const std::wstring message = L"Faulting application name: " + inserts[0] + L", version: " + inserts[1] +
-                                     L"\nFaulting module name: " + inserts[3] + L", version: " + inserts[4];
-        const std::wstring xml = FormatString(
-            L"<Events><Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider "
-            L"Name='%s'/>"
-            L"<EventID>%lu</EventID><TimeCreated SystemTime='%04d-%02d-%02dT%02d:%02d:%02d.000Z'/><Channel>%s</Channel>"
-            L"</System><RenderingInfo><Message>%s</Message></RenderingInfo></Event></Events>",
-            kPublisher, kEventId, now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, kChannel,
-            message.c_str());
-        wchar_t problem[256] = L"";
-        const bool isPlayed = replay.LoadText(xml.c_str(), problem, ARRAYSIZE(problem)) == ERROR_SUCCESS &&
-                              replay.Play(nullptr, nullptr) == ERROR_SUCCESS;
-        Require(isPlayed, ExitCode::Writing, "cannot replay the event: " + ToUtf8(problem));
+/// Throws Failure unless the record has the event's details.
+void CompareRecord(const std::wstring& record, const std::wstring& application)
+{
+    for (const std::wstring& expected :
+         {application, std::wstring(kVersion), std::wstring(kModule), std::wstring(kModuleVersion),
+          std::wstring(L"<br />Crash Time: "), L"<br />Host Name: " + ToWide(ComputerName())}) {
+        Require(record.find(expected) != record.npos, ExitCode::Value,
+                "the collected value does not contain '" + ToUtf8(expected) + "'");
     }
-
-    /// Returns what the collected record lacks, or an empty text.
-    std::string Difference(const std::wstring& record) const
-    {
-        for (const std::wstring& expected :
-             {inserts[0], inserts[1], inserts[3], inserts[4], std::wstring(L"<br />Crash Time: "),
-              L"<br />Host Name: " + ToWide(ComputerName())}) {
-            if (record.find(expected) == record.npos) {
-                return "the collected value does not contain '" + ToUtf8(expected) + "'";
-            }
-        }
-        return {};
-    }
-};
+}
 
 /// Returns the metric that the event becomes, as a configuration file would have it.
 MetricConfiguration Configuration()
@@ -152,8 +142,8 @@ try {
     throw Failure(ExitCode::Creation, error.what());
 }
 
-/// Collects until a record contains the event's mark, and returns that record. Throws Failure after 30 seconds.
-std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const WrittenEvent& event,
+/// Collects until a record names the application, and returns that record. Throws Failure after 30 seconds.
+std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const std::wstring& application,
                          const EventCounter& counter)
 {
     constexpr std::chrono::seconds kTimeout(30);
@@ -164,7 +154,7 @@ std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const Written
         const HRESULT hr = provider.QueryMetric(name.get(), 0, &sink);
         Require(SUCCEEDED(hr), ExitCode::Collection, "the collection failed: " + Describe(hr));
         for (const MetricValue& value : sink.Take()) {
-            if (value.text.find(event.mark) != value.text.npos) {
+            if (value.text.find(application) != value.text.npos) {
                 return value.text;
             }
         }
@@ -191,7 +181,7 @@ void VerifyProvider(const ReplayClient* replay)
 {
     Require(IsInstalled(), ExitCode::Creation, ToUtf8(kProgId) + " is not registered");
     // Declared before the module, so that they outlive the provider's references to them.
-    Logger logger(static_cast<LONG>(LogLevel::Error) | static_cast<LONG>(LogLevel::Warning));
+    Logger logger(kErrorsAndWarnings);
     Host host;
     Sink sink;
     const MetricConfiguration metric = Configuration();
@@ -210,19 +200,20 @@ void VerifyProvider(const ReplayClient* replay)
                 Describe(HRESULT_FROM_WIN32(refusal)) + "; verify --replay checks the rest without it");
     Report("Subscription", ToUtf8(std::wstring(kChannel) + L", " + kQuery));
 
-    const WrittenEvent event;
+    // The name of the crashed application identifies the event.
+    const std::wstring application =
+        FormatString(L"orvel-verify-%lu-%llu.exe", GetCurrentProcessId(), GetTickCount64());
     if (replay != nullptr) {
-        event.Replay(*replay);
+        Replay(*replay, application);
     } else {
-        event.WriteToLiveLog();
+        WriteToLiveLog(application);
     }
     Report("Event", std::string(replay != nullptr ? "replayed" : "wrote") + " 'Application Error' 1000 of " +
-                        ToUtf8(event.mark));
-    const std::wstring record = AwaitRecord(module.Provider(), sink, event, counter);
+                        ToUtf8(application));
+    const std::wstring record = AwaitRecord(module.Provider(), sink, application, counter);
     Report("Value", "collected, " + std::to_string(record.size()) + " characters:");
     WriteData(ToUtf8(L"  " + Wrapped(Printable(record), 0, 2)) + "\n");
-    const std::string difference = event.Difference(record);
-    Require(difference.empty(), ExitCode::Value, difference);
+    CompareRecord(record, application);
     Report("Comparison", "the value matches the event");
 
     counter.Stop();

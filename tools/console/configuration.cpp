@@ -46,8 +46,8 @@ MetricConfiguration ReadMetric(const replay::Node& element, std::string_view xml
     }
 }
 
-/// Reads what the provider will ask for, and notes what it cannot use.
-void FindProblem(MetricConfiguration& metric, const std::vector<MetricConfiguration>& earlier)
+/// Reads the properties that the provider reads. Sets `problem` if it cannot use the metric.
+void ReadProperties(MetricConfiguration& metric, const std::vector<MetricConfiguration>& earlier)
 {
     const std::string name = std::string("'").append(ToUtf8(metric.name)).append("'");
     const bool isKnown = metric.Is(kCrashMetric) || metric.Is(kLaminaMetric);
@@ -81,7 +81,7 @@ std::vector<MetricConfiguration> ReadConfiguration(const std::string& path)
                 replay::Arena arena;
                 const replay::Node element = reader.Read(arena);
                 MetricConfiguration metric = ReadMetric(element, reader.Source(), file);
-                FindProblem(metric, metrics);
+                ReadProperties(metric, metrics);
                 metrics.push_back(std::move(metric));
             }
         }

@@ -39,7 +39,7 @@ private:
     EVT_HANDLE subscription_ = nullptr;
     EVT_HANDLE metadata_ = nullptr; // opened, like the context, at the first event; callbacks run one at a time
     EVT_HANDLE context_ = nullptr;
-    AgentEventRecord record_; // kept for its memory
+    AgentEventRecord record_; // a member, so that its memory is reused
     std::atomic<unsigned long long> counted_[KindCount] = {};
 };
 

@@ -13,7 +13,7 @@ namespace orvel::console {
 namespace {
 
 HANDLE stopEvent = nullptr;
-std::atomic<bool> isStopped = false; // asking the event would cost a system call per replayed event
+std::atomic<bool> isStopped = false; // the event alone would cost a system call per replayed event
 
 BOOL WINAPI OnControl(DWORD event)
 {

@@ -53,7 +53,7 @@ void LeaveProgressLine()
     }
 }
 
-/// Returns whether all of it was written. Colours are set with the function that every version of Windows has.
+/// Returns whether all of it was written. SetConsoleTextAttribute works on every version of Windows.
 bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 {
     const std::lock_guard guard(outputLock);
@@ -99,7 +99,7 @@ void ShowProgress(DWORD done, DWORD total, std::chrono::seconds wait)
     if (now < next || (wait != 0s && !isTerminal)) {
         return;
     }
-    // A terminal's line is rewritten; a file gets a line now and then.
+    // A terminal's line is rewritten; a file gets a line every two seconds.
     next = now + (isTerminal ? 200ms : 2000ms);
     isProgressShown = isTerminal;
     const unsigned percent = static_cast<unsigned>(100ULL * done / (total == 0 ? 1 : total));

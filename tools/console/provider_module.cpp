@@ -46,8 +46,8 @@ void ProviderModule::Load(const std::wstring& path)
         std::error_code ignored;
         const bool isThere = std::filesystem::exists(path, ignored);
         throw Failure(ExitCode::Module, name + " cannot be loaded: " + Describe(HRESULT_FROM_WIN32(error)) +
-                                            (isThere ? "; is it for this word size, and is there an Event Log here? "
-                                                       "Without one give --replay"
+                                            (isThere ? "; check that it is built for this program's architecture, and "
+                                                       "use --replay if this computer has no Event Log"
                                                      : "; there is no such file, check --module"));
     }
     isOurs_ = true;

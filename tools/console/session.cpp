@@ -24,15 +24,14 @@ std::string LastRefusal(const ReplayClient& replay)
     return ToUtf8(message);
 }
 
-// Each line is a sum. The counter knows what was delivered; the values and the log lines of the module tell what was
-// written and dropped. The module cannot be asked what is pending: that is the rest, events after the last collection.
-// A logon's values stand for its latest events, so its events and its values have no common sum.
+// Pending records are computed, since the module does not report them. The Lamina metric has no line for them: each
+// logon replaces the values of the one before.
 std::wstring SumsOf(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;
     std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
     if (tally.isRefused) {
-        lines += L"    nothing delivered, for the Event Log refuses the subscription\n";
+        lines += L"    nothing delivered, because the Event Log refuses the subscription\n";
     } else {
         const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
         const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
@@ -44,7 +43,7 @@ std::wstring SumsOf(const MetricTally& tally)
             lines += FormatString(L"    %llu recorded = %llu written + %llu dropped + ", recorded, tally.crashes,
                                   tally.dropped) +
                      (done <= recorded ? FormatString(L"%llu still pending\n", recorded - done)
-                                       : L"unknown pending, for the counting began after the first event\n");
+                                       : L"an unknown number pending, because counting began after the first event\n");
         }
     }
     return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
@@ -264,7 +263,7 @@ void Session::End()
     }
     module_.Unload();
     if (logger_.References() + host_.References() + sink_.References() != 0) {
-        throw Failure(ExitCode::Unclean, "the module is gone but still holds references on the host's objects");
+        throw Failure(ExitCode::Unclean, "the module is unloaded but has not released all of the host's objects");
     }
 }
 

@@ -24,8 +24,8 @@ ReplayClient LoadReplayLog();
 /// Failure, also if the export is empty.
 void LoadExport(const ReplayClient& replay, const Options& options);
 
-/// Sums of one metric's events and values. The counter sees the events, the sink the values; the module logs
-/// records that it drops.
+/// Sums of one metric's events and values. The counter counts the events and the sink the values; dropped records are
+/// known from the module's log.
 struct MetricTally {
     MetricConfiguration metric;
     EventCounter* counter = nullptr;
@@ -44,8 +44,8 @@ public:
     /// `replay` may be null. COM must be initialised. Throws Failure.
     Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
 
-    /// Subscribes, waits until the replay or the user ends it, collects, unsubscribes and unloads the module. Returns
-    /// the first failure; later ones are written to standard error at once.
+    /// Subscribes, waits until the replay ends or the user presses Ctrl+C, collects, unsubscribes and unloads the
+    /// module. Returns the first failure; a later one is written to standard error.
     std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
 
     /// Returns sums of the events and values, for people.
@@ -54,7 +54,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     using Seconds = std::chrono::duration<double>;
-    using TimePoint = std::chrono::time_point<Clock, Seconds>; // as far away as any option asks
+    using TimePoint = std::chrono::time_point<Clock, Seconds>; // floating-point, so that no option overflows it
 
     void Subscribe(const MetricConfiguration& metric);
     void WaitForEvents();

@@ -21,14 +21,14 @@ size_t TerminalWidth();
 /// Returns the columns of a text without line breaks: none for marks and combining characters, two for wide characters.
 size_t Width(std::wstring_view text);
 
-/// Returns a text with blanks up to a width.
+/// Appends blanks up to a width.
 std::wstring Padded(const std::wstring& text, size_t width);
 
 /// Breaks lines that are wider than `width` (0: none), at a blank if there is one. All lines but the first are
 /// indented.
 std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent);
 
-/// Returns a text for a terminal: line breaks of all kinds become "\n", a tab a blank, control characters a sign.
+/// Makes a text safe for a terminal: line breaks of all kinds become "\n", tabs blanks, control characters U+FFFD.
 std::wstring Printable(std::wstring text);
 
 } // namespace orvel::console

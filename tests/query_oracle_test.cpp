@@ -29,7 +29,7 @@ public:
 
     std::wstring Query(unsigned depth = 3)
     {
-        switch (depth == 0 ? random_() % 4 : random_() % 7) {
+        switch (random_() % (depth == 0 ? 4 : 7)) {
         case 0:
         case 1:
             return Pick({L"*", L"Event"}) + L"[" + Condition(depth) + L"]";
@@ -37,14 +37,18 @@ public:
             return Compared(Pick({L"*/", L"Event/"}) + Leaf());
         case 3:
             return L"*/System[" + SystemCondition() + L"]";
-        case 4:
-            return L"(" + Query(depth - 1) + L")";
         default:
-            return Query(depth - 1) + Pick({L" and ", L" or "}) + Query(depth - 1);
+            return Composed([&] { return Query(depth - 1); });
         }
     }
 
 private:
+    template <typename Part>
+    std::wstring Composed(const Part& part)
+    {
+        return Chance(3) ? part() + Pick({L" and ", L" or "}) + part() : L"(" + part() + L")";
+    }
+
     bool Chance(unsigned of) { return random_() % of != 0; }
 
     std::wstring Pick(std::initializer_list<const wchar_t*> choices)
@@ -93,17 +97,15 @@ private:
 
     std::wstring Condition(unsigned depth)
     {
-        switch (depth == 0 ? random_() % 3 : random_() % 7) {
+        switch (random_() % (depth == 0 ? 3 : 7)) {
         case 0:
             return Compared(Leaf());
         case 1:
             return Leaf();
         case 2:
             return L"System[" + SystemCondition() + L"]";
-        case 3:
-            return L"(" + Condition(depth - 1) + L")";
         default:
-            return Condition(depth - 1) + Pick({L" and ", L" or "}) + Condition(depth - 1);
+            return Composed([&] { return Condition(depth - 1); });
         }
     }
 

@@ -97,6 +97,7 @@ Tree Change(const Tree& before, const Tree& after)
 
 TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
 {
+    constexpr wchar_t kMachinesClass[] = L"Interface\\{00000000-0000-0000-C000-000000000046}"; // IUnknown's
     // What others keep in a shared key must survive, and what the branches lack is not the module's to remove.
     for (const HKEY branch : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE}) {
         for (const wchar_t* parent : {L"AppID", L"CLSID", L"TypeLib"}) {
@@ -115,6 +116,7 @@ TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
         const Tree machine = Change(machineBefore, Read(HKEY_LOCAL_MACHINE));
         EXPECT_EQ(Change(Additions(), isPerUser ? user : machine), Tree());
         EXPECT_EQ(isPerUser ? machine : user, Tree());
+        EXPECT_EQ(RegQueryValueW(HKEY_CLASSES_ROOT, kMachinesClass, nullptr, nullptr), ERROR_SUCCESS) << "redirected";
         EXPECT_EQ(module.Unregister(), S_OK);
         EXPECT_EQ(module.Install(FALSE, nullptr), S_OK);
     }

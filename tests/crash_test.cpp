@@ -89,7 +89,7 @@ TEST_F(CrashTest, WritesEachCrashOnceWithMarkupForLineBreaks)
 
 TEST_F(CrashTest, EventWhosePublisherCannotBeOpenedHasNoMessage)
 {
-    Replay().Inject(ReplayEvtOpenPublisherMetadata, 1, ReplayFail, ERROR_ACCESS_DENIED);
+    const ImportPatch open(module, "EvtOpenPublisherMetadata", &OpenMetadata);
     Deliver(0);
     EXPECT_EQ(Collect(), S_OK);
     EXPECT_EQ(sink.Take(), Lines{});

@@ -60,14 +60,6 @@ BOOL WINAPI Read(HANDLE file, void* buffer, DWORD size, DWORD* done, OVERLAPPED*
     return ReadFile(file, buffer, size, done, overlapped);
 }
 
-/// Renders the first of two values only.
-BOOL WINAPI RenderOneValue(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD size, void*, DWORD* used, DWORD*)
-{
-    *used = sizeof(EVT_VARIANT);
-    SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);
-    return size >= *used;
-}
-
 /// Writes a text and `extraBytes` zeros at an offset and ends the file there.
 void Write(const std::wstring& path, LONGLONG offset, const std::wstring& text, LONGLONG extraBytes = 0)
 {
@@ -373,32 +365,6 @@ TEST_F(LaminaTest, ReturnsTheResultOfThePlinthsOnly)
         EXPECT_EQ(sink.Take(), written) << refused;
         EXPECT_EQ(logger.Take(), lines);
     }
-}
-
-TEST_F(LaminaTest, KeepsThePreviousValuesOfAnUnreadableEvent)
-{
-    // The times are of volumes ready and all done; a lost message is the latter's again.
-    const std::tuple<ReplayFunction, DWORD, ReplayFault, const wchar_t*> cases[] = {
-        {ReplayEvtCreateRenderContext, 1, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
-        {ReplayEvtRender, 1, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
-        {ReplayEvtRender, 2, ReplayFail, L"[lamina] = #4000|[lamina] = #4000|"},
-        {ReplayEvtFormatMessage, 1, ReplayFail, L"[lamina] = #1000|[lamina] = #3000|"},
-        {ReplayEvtFormatMessage, 2, ReplayFailWithText, L"[lamina] = #1000|[lamina] = #3000|"},
-        {ReplayEvtSubscribe, 1, ReplayFail, L"[lamina] = #3000|[lamina] = #4000|"}};
-    for (const auto& [function, occurrence, fault, times] : cases) {
-        for (const DWORD event : {kLogoff, kLogon, kAllDone}) {
-            Deliver(event);
-        }
-        Replay().Inject(function, occurrence, fault, ERROR_EVT_UNRESOLVED_VALUE_INSERT);
-        Deliver(kVolume);
-        const Lines written = Written();
-        EXPECT_EQ(Join(written, L"lamina|volumes_ready_timestamp ") + Join(written, L"lamina|all_done_timestamp "),
-                  times);
-    }
-    Deliver(kAllDone);
-    const ImportPatch patch(module, "EvtRender", &RenderOneValue);
-    Deliver(kVolume);
-    EXPECT_EQ(Join(Written(), L"lamina|volumes_ready_timestamp "), L"[lamina] = #4000|");
 }
 
 } // namespace

@@ -157,10 +157,10 @@ TEST_P(LifetimeTest, BlockedDeliveryRunsToItsEndAfterTheHostFreedTheModule)
         ending.join();
     }
     EXPECT_TRUE(module.IsMapped());
-    const DWORD formatted = Replay().Calls(ReplayEvtFormatMessage);
+    const DWORD opened = Replay().OpenHandles(ReplayPublisherHandle);
     proceed.Set();
     delivery.join();
-    EXPECT_GT(Replay().Calls(ReplayEvtFormatMessage), formatted) << "the event was not handled";
+    EXPECT_GT(Replay().OpenHandles(ReplayPublisherHandle), opened) << "the event was not handled";
     if (ending.joinable()) {
         ending.join();
     }

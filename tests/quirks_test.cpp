@@ -2,10 +2,28 @@
 // also show that nothing is read that the platform did not write.
 
 #include "tests/support/module_under_test.h"
+#include "tools/function_of.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace {
+
+enum Function { Render, Format };
+
+enum Call { Sizing = 1, WithBuffer = 2, Both = Sizing | WithBuffer };
+
+enum Fault {
+    Fails,          // with a code
+    FailsWithText,  // with a code, though the buffer was filled
+    Truncated,      // succeeds, but fills only the first half of the buffer
+    UsedTooLarge,   // reports more used than the size of the buffer
+    HalfTheSize,    // asks for half of the buffer that is needed, and succeeds with half a buffer of junk
+    NullValues,     // every value is a null variant whose union holds junk
+    OtherTypes,     // every value has a type that was not asked for
+    NoBufferNeeded, // succeeds at once without a buffer
+};
 
 enum Outcome {
     Whole,      // everything is known
@@ -17,53 +35,128 @@ enum Outcome {
 };
 
 struct Quirk {
-    ReplayFunction function;
-    DWORD occurrence; // 1: the sizing call, 2: the call with the buffer
-    ReplayFault fault;
+    Function function;
+    Call call;
+    Fault fault;
     DWORD code;
     Outcome outcome;
 };
-constexpr Quirk kQuirks[] = {
-    {ReplayEvtRender, 2, ReplayTruncated, 0, HalfValues},
-    {ReplayEvtRender, 1, ReplayLongerNextTime, 0, Timeless},
-    {ReplayEvtRender, 2, ReplayUsedTooLarge, 0, Whole},
-    {ReplayEvtRender, 2, ReplayNullValues, 0, OtherTime},
-    {ReplayEvtRender, 2, ReplayOtherTypes, 0, OtherTime},
-    {ReplayEvtRender, 1, ReplayNoBufferNeeded, 0, Timeless},
-    {ReplayEvtRender, 2, ReplayFail, ERROR_INSUFFICIENT_BUFFER, Timeless},
-    {ReplayEvtFormatMessage, 2, ReplayTruncated, 0, Cut},
-    {ReplayEvtFormatMessage, 1, ReplayLongerNextTime, 0, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayUsedTooLarge, 0, Whole},
-    {ReplayEvtFormatMessage, 1, ReplayNoBufferNeeded, 0, Messageless},
-    {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_MESSAGE_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_MESSAGE_ID_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_MESSAGE_LOCALE_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 1, ReplayFail, ERROR_EVT_UNRESOLVED_VALUE_INSERT, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFail, ERROR_EVT_MESSAGE_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFail, ERROR_EVT_MESSAGE_ID_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFail, ERROR_EVT_MESSAGE_LOCALE_NOT_FOUND, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFailWithText, ERROR_EVT_UNRESOLVED_VALUE_INSERT, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFailWithText, ERROR_EVT_UNRESOLVED_PARAMETER_INSERT, Messageless},
-    {ReplayEvtFormatMessage, 2, ReplayFailWithText, ERROR_EVT_MAX_INSERTS_REACHED, Messageless}};
+constexpr Quirk kQuirks[] = {{Render, WithBuffer, Truncated, 0, HalfValues},
+                             {Render, Sizing, HalfTheSize, 0, Timeless},
+                             {Render, Both, HalfTheSize, 0, Timeless},
+                             {Render, WithBuffer, UsedTooLarge, 0, Whole},
+                             {Render, WithBuffer, NullValues, 0, OtherTime},
+                             {Render, WithBuffer, OtherTypes, 0, OtherTime},
+                             {Render, Sizing, NoBufferNeeded, 0, Timeless},
+                             {Render, WithBuffer, Fails, ERROR_INSUFFICIENT_BUFFER, Timeless},
+                             {Format, WithBuffer, Truncated, 0, Cut},
+                             {Format, Sizing, HalfTheSize, 0, Messageless},
+                             {Format, WithBuffer, UsedTooLarge, 0, Whole},
+                             {Format, Sizing, NoBufferNeeded, 0, Messageless},
+                             {Format, Sizing, Fails, ERROR_EVT_MESSAGE_NOT_FOUND, Messageless},
+                             {Format, Sizing, Fails, ERROR_EVT_MESSAGE_ID_NOT_FOUND, Messageless},
+                             {Format, Sizing, Fails, ERROR_EVT_MESSAGE_LOCALE_NOT_FOUND, Messageless},
+                             {Format, Sizing, Fails, ERROR_EVT_UNRESOLVED_VALUE_INSERT, Messageless},
+                             {Format, WithBuffer, Fails, ERROR_EVT_MESSAGE_NOT_FOUND, Messageless},
+                             {Format, WithBuffer, Fails, ERROR_EVT_MESSAGE_ID_NOT_FOUND, Messageless},
+                             {Format, WithBuffer, Fails, ERROR_EVT_MESSAGE_LOCALE_NOT_FOUND, Messageless},
+                             {Format, WithBuffer, FailsWithText, ERROR_EVT_UNRESOLVED_VALUE_INSERT, Messageless},
+                             {Format, WithBuffer, FailsWithText, ERROR_EVT_UNRESOLVED_PARAMETER_INSERT, Messageless},
+                             {Format, WithBuffer, FailsWithText, ERROR_EVT_MAX_INSERTS_REACHED, Messageless}};
 
-class QuirksTest : public ModuleTest, public testing::WithParamInterface<DWORD> {
+constexpr ULONGLONG kJunk = 0x01CD'CDCD'CDCD'CDCD; // as a FILETIME 2012-11-29 01:06:46.841 UTC
+
+const Quirk* current = nullptr; // of the event that is delivered now
+bool leavesLastError = false;   // a successful call leaves the last error as it was instead of setting 0
+
+/// Makes a call whose buffer holds `size` units of `unit` bytes misbehave if it is the quirk's.
+template <typename RealCall>
+BOOL Misbehave(Function function, void* buffer, DWORD size, size_t unit, DWORD* used, const RealCall& call)
+{
+    const DWORD lastError = GetLastError();
+    const bool isFaulty = current != nullptr && current->function == function &&
+                          (current->call & (buffer == nullptr ? Sizing : WithBuffer)) != 0;
+    const auto has = [&](Fault fault) { return isFaulty && current->fault == fault; };
+    auto* const bytes = static_cast<char*>(buffer);
+    const size_t half = size * unit / 2;
+    const std::vector<char> before(bytes, bytes + (buffer == nullptr ? 0 : size * unit));
+    BOOL isDone = has(NoBufferNeeded) || (has(HalfTheSize) && buffer != nullptr);
+    if (has(NoBufferNeeded)) {
+        *used = 0;
+    } else if (isDone) {
+        std::fill_n(bytes, size * unit, '\xCD');
+    } else if (!has(Fails)) {
+        isDone = call();
+        *used = has(UsedTooLarge) ? size * 2 + 64 : has(HalfTheSize) ? *used / 2 : *used;
+    }
+    if (has(Truncated)) {
+        std::copy(before.begin() + static_cast<ptrdiff_t>(half), before.end(), bytes + half);
+    }
+    if (has(NullValues) || has(OtherTypes)) {
+        auto* const values = static_cast<EVT_VARIANT*>(buffer);
+        for (DWORD i = 0; i < size / sizeof(EVT_VARIANT); ++i) {
+            values[i].Type = has(NullValues) ? EvtVarTypeNull : EvtVarTypeHexInt32;
+            values[i].UInt64Val = kJunk;
+        }
+    }
+    if (has(Fails) || has(FailsWithText)) {
+        SetLastError(current->code);
+        return FALSE;
+    }
+    if (isDone) {
+        SetLastError(leavesLastError ? lastError : ERROR_SUCCESS);
+    }
+    return isDone;
+}
+
+BOOL WINAPI RenderBadly(EVT_HANDLE context, EVT_HANDLE event, DWORD flags, DWORD size, void* buffer, DWORD* used,
+                        DWORD* count)
+{
+    decltype(&EvtRender) const render = orvel::FunctionOf{Replay().module, "EvtRender"};
+    return Misbehave(Render, buffer, size, 1, used,
+                     [&] { return render(context, event, flags, size, buffer, used, count); });
+}
+
+BOOL WINAPI FormatBadly(EVT_HANDLE publisher, EVT_HANDLE event, DWORD id, DWORD count, EVT_VARIANT* values, DWORD flags,
+                        DWORD size, wchar_t* buffer, DWORD* used)
+{
+    decltype(&EvtFormatMessage) const format = orvel::FunctionOf{Replay().module, "EvtFormatMessage"};
+    return Misbehave(Format, buffer, size, sizeof(wchar_t), used,
+                     [&] { return format(publisher, event, id, count, values, flags, size, buffer, used); });
+}
+
+EVT_HANDLE WINAPI CreateContext(DWORD count, const wchar_t** paths, DWORD flags)
+{
+    decltype(&EvtCreateRenderContext) const create = orvel::FunctionOf{Replay().module, "EvtCreateRenderContext"};
+    const DWORD lastError = GetLastError();
+    const EVT_HANDLE context = create(count, paths, flags);
+    SetLastError(leavesLastError ? lastError : ERROR_SUCCESS);
+    return context;
+}
+
+class QuirksTest : public ModuleTest, public testing::WithParamInterface<bool> {
 protected:
+    QuirksTest() { leavesLastError = GetParam(); }
+
     /// Returns what `metric` writes after event 0, delivered as it is, and event 1, delivered with the quirk.
     Lines Play(const wchar_t* metric, const Quirk& quirk)
     {
         EXPECT_EQ(Subscribe(metric), S_OK);
         Deliver(0);
-        Replay().Reset();
-        Replay().SetMode(GetParam());
-        Replay().Inject(quirk.function, quirk.occurrence, quirk.fault, quirk.code);
+        const DWORD publishers = Replay().OpenHandles(ReplayPublisherHandle);
+        current = &quirk;
         Deliver(1);
         EXPECT_EQ(Replay().DeliverError(15011), 0U);
-        EXPECT_EQ(Replay().Calls(ReplayEvtOpenPublisherMetadata), 1U) << "an error is no event";
+        EXPECT_EQ(Replay().OpenHandles(ReplayPublisherHandle), publishers + 1) << "an error is no event";
+        current = nullptr;
         EXPECT_EQ(Collect(metric), S_OK);
         EXPECT_EQ(Unsubscribe(metric), S_OK);
         EXPECT_EQ(Replay().OpenHandles(ReplayContextHandle) + Replay().InvalidHandles(), 0U);
         return sink.Take();
     }
+
+    const ImportPatch render{module, "EvtRender", &RenderBadly}, format{module, "EvtFormatMessage", &FormatBadly},
+        create{module, "EvtCreateRenderContext", &CreateContext};
 };
 
 TEST_P(QuirksTest, ReportsWhatIsKnownOfACrash)
@@ -113,7 +206,7 @@ TEST_P(QuirksTest, KeepsWhatIsKnownOfALogon)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(LastError, QuirksTest, testing::Values(0, ReplayLastErrorUntouched),
-                         [](const auto& mode) { return mode.param == 0 ? "IsSet" : "IsUntouched"; });
+INSTANTIATE_TEST_SUITE_P(LastError, QuirksTest, testing::Bool(),
+                         [](const auto& mode) { return mode.param ? "IsUntouched" : "IsSet"; });
 
 } // namespace

@@ -54,7 +54,7 @@ std::wstring ExpectedSuffix(HRESULT code)
 
 ModuleUnderTest::ModuleUnderTest(const std::wstring& path) : path_(path)
 {
-    Replay().Reset();
+    Replay().SetMode(0);
     handle_ = LoadLibraryW(path.c_str());
     if (handle_ == nullptr) {
         throw std::runtime_error("Orvel_eventlog.dll cannot be loaded");

@@ -16,7 +16,7 @@ rm -f "$package.zip" "$package.msi"
 
 wixl "$@" -o "$package.msi"
 # wixl reads no version resources. Without a version in its table, Windows Installer never replaces a file that has one.
-for file in Module Console; do
+for file in Module Console ReplayLog; do
     msibuild "$package.msi" -q "UPDATE \`File\` SET \`Version\` = '$version.0', \`Language\` = '1033' WHERE \`File\` = '$file'" \
         -q "DELETE FROM \`MsiFileHash\` WHERE \`File_\` = '$file'"
 done

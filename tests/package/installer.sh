@@ -73,6 +73,9 @@ expect "  writes what regsvr32 writes" diff "$work/by-regsvr32" "$work/by-instal
 expect "  which is something" [ "$(wc -l <"$work/by-regsvr32")" -gt 20 ]
 expect "  installs under Program Files" test "${folder#C:\\\\Program Files}" != "$folder"
 expect "  lets scripts create the provider" script "$provider"
+sample=$(windows_path "$(realpath "$here/../../samples")/application-error")
+expect "  lets the console check a query with an export" "$wine" "${folder//'\\\\'/'\\'}\\eventlog_console.exe" check \
+    --config "$sample.config.xml" --replay "$sample.export.xml"
 expect "  refuses an older version" eval '! installer /i 0.9.0'
 expect "msiexec /i of a newer version" installer /i 99.0.0
 snapshot upgraded

@@ -1,6 +1,5 @@
-#include "tools/console/check.h"
-
 #include "host/format.h"
+#include "tools/console/commands.h"
 #include "tools/console/input.h"
 #include "tools/console/output.h"
 #include "tools/console/session.h"
@@ -44,7 +43,7 @@ void CALLBACK OnResult(void* context, const ReplayQueryResult* result)
         return;
     }
     const Reason reason = {result->reason, 0, result->line, result->column};
-    ++finding.reasons.emplace(result->reason, reason).first->second.events;
+    ++finding.reasons.try_emplace(result->reason, reason).first->second.events;
 }
 
 Finding CheckMetric(const MetricConfiguration& metric, const ReplayClient& replay)
@@ -207,12 +206,14 @@ std::string ToShortTable(Collection collection)
 std::string ReadExpected(const std::string& path)
 {
     constexpr std::string_view kPlaceholder = "@HOST@";
-    std::string text = DecodeText(ReadInput(path, ExitCode::Export));
+    const std::string text = DecodeText(ReadInput(path, ExitCode::Export));
     const std::string name = ComputerName();
-    for (size_t at = 0; (at = text.find(kPlaceholder, at)) != text.npos; at += name.size()) {
-        text.replace(at, kPlaceholder.size(), name);
+    std::string expected;
+    size_t from = 0;
+    for (size_t at = 0; (at = text.find(kPlaceholder, from)) != text.npos; from = at + kPlaceholder.size()) {
+        expected.append(text, from, at - from).append(name);
     }
-    return text;
+    return expected.append(text, from);
 }
 
 } // namespace
@@ -261,10 +262,8 @@ ExitCode Check(const Options& options)
         throw *failure;
     }
     WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
-    if (IsStopped()) {
-        throw Failure(ExitCode::Stopped,
-                      "stopped by Ctrl+C before the whole export was played; the check has no result");
-    }
+    Require(!IsStopped(), ExitCode::Stopped,
+            "stopped by Ctrl+C before the whole export was played; the check has no result");
     std::string difference = options.expect.empty() ? "" : Difference(expected, written);
     if (difference.empty()) {
         return code;

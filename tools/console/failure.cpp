@@ -8,6 +8,13 @@
 
 namespace orvel::console {
 
+void Require(bool condition, ExitCode code, const std::string& text)
+{
+    if (!condition) {
+        throw Failure(code, text);
+    }
+}
+
 std::string Describe(HRESULT code)
 {
     const ErrorSuffix suffix(code);

@@ -35,6 +35,9 @@ struct Failure : std::runtime_error {
     ExitCode code;
 };
 
+/// Throws Failure unless a condition holds.
+void Require(bool condition, ExitCode code, const std::string& text);
+
 /// Describes an error code: "0x80070002 (File not found.)", without the brackets when the system has no text.
 std::string Describe(HRESULT code);
 

@@ -29,10 +29,6 @@ std::string ReadAll(HANDLE file, const std::string& name, ExitCode code)
     constexpr DWORD kPiece = 1 << 20;
     constexpr size_t kLargest = size_t{1} << 30;
     std::string bytes;
-    LARGE_INTEGER expected{};
-    if (GetFileSizeEx(file, &expected) && expected.QuadPart < static_cast<LONGLONG>(kLargest)) {
-        bytes.reserve(static_cast<size_t>(expected.QuadPart) + kPiece);
-    }
     for (DWORD count = 1; count != 0;) {
         const size_t size = bytes.size();
         bytes.resize(size + kPiece);

@@ -6,17 +6,14 @@ namespace orvel::console {
 
 std::string Quote(std::wstring_view text)
 {
+    constexpr std::wstring_view kEscaped = L"\"\\\r\n\t";
+    constexpr std::wstring_view kEscapes = L"\"\\rnt";
     std::wstring json = L"\"";
     for (size_t i = 0; i < text.size(); ++i) {
         const wchar_t unit = text[i];
-        if (unit == L'"' || unit == L'\\') {
-            json.append({L'\\', unit});
-        } else if (unit == L'\r') {
-            json += L"\\r";
-        } else if (unit == L'\n') {
-            json += L"\\n";
-        } else if (unit == L'\t') {
-            json += L"\\t";
+        const size_t escape = kEscaped.find(unit);
+        if (escape != kEscaped.npos) {
+            json.append({L'\\', kEscapes[escape]});
         } else if (IS_HIGH_SURROGATE(unit) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1])) {
             json.append({unit, text[++i]});
         } else if (unit < 0x20 || IS_HIGH_SURROGATE(unit) || IS_LOW_SURROGATE(unit)) {

@@ -1,10 +1,9 @@
-#include "tools/console/check.h"
+#include "tools/console/commands.h"
 #include "tools/console/failure.h"
 #include "tools/console/input.h"
 #include "tools/console/output.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
-#include "tools/console/verify.h"
 #include "tools/utf8.h"
 
 #include <windows.h>
@@ -38,10 +37,10 @@ void Run(const Options& options)
 {
     std::vector<MetricConfiguration> metrics = ReadConfiguration(options.config);
     for (const MetricConfiguration& metric : metrics) {
+        const std::string text = metric.place + ": " + metric.problem;
+        Require(metric.problem.empty() || metric.isIgnored, ExitCode::Subscription, text);
         if (metric.isIgnored) {
-            Say("warning", metric.place + ": " + metric.problem);
-        } else if (!metric.problem.empty()) {
-            throw Failure(ExitCode::Subscription, metric.place + ": " + metric.problem);
+            Say("warning", text);
         }
     }
     std::erase_if(metrics, [](const MetricConfiguration& metric) { return metric.isIgnored; });

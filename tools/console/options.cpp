@@ -111,7 +111,6 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
             "Show the provider's log lines from this level up: none, error, warning or info (default: warning)")
             ->check(CLI::IsMember({"none", "error", "warning", "info"}));
     }
-    constexpr unsigned kReasons = 10;
     const CLI::Option* const explain =
         addForReplay(check, "--explain", options.explain, "[N]",
                      "Show why events are left out: the N most frequent reasons (default: 10)")
@@ -146,7 +145,7 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
     } else if (verify->parsed()) {
         options.command = Command::Verify;
     }
-    options.explain = explain->count() != 0 && options.explain == 0 ? kReasons : options.explain;
+    options.explain = explain->count() != 0 && options.explain == 0 ? 10 : options.explain; // without a number
     options.speed = std::strtod(speed.c_str(), nullptr);
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;
     options.logMask = log == "none" ? 0 : log == "error" ? 1 : log == "warning" ? kErrorsAndWarnings : kAllLevels;

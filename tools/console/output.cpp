@@ -79,9 +79,8 @@ bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
 
 void WriteData(std::string_view utf8)
 {
-    if (!WriteMarked(stdout, STD_OUTPUT_HANDLE, utf8)) {
-        throw Failure(ExitCode::Collection, "standard output cannot be written; is the disk full or the pipe closed?");
-    }
+    Require(WriteMarked(stdout, STD_OUTPUT_HANDLE, utf8), ExitCode::Collection,
+            "standard output cannot be written; is the disk full or the pipe closed?");
 }
 
 void WriteLine(std::string_view utf8)

@@ -41,38 +41,33 @@ void ProviderModule::Load(const std::wstring& path)
 {
     const std::string name = ToUtf8(path);
     module_ = LoadLibraryW(path.c_str());
-    if (module_ == nullptr) {
-        const DWORD error = GetLastError();
-        std::error_code ignored;
-        const bool isThere = std::filesystem::exists(path, ignored);
-        throw Failure(ExitCode::Module, name + " cannot be loaded: " + Describe(HRESULT_FROM_WIN32(error)) +
-                                            (isThere ? "; check that it is built for this program's architecture, and "
-                                                       "use --replay if this computer has no Event Log"
-                                                     : "; there is no such file, check --module"));
-    }
+    const DWORD error = GetLastError();
+    std::error_code ignored;
+    Require(module_ != nullptr, ExitCode::Module,
+            name + " cannot be loaded: " + Describe(HRESULT_FROM_WIN32(error)) +
+                (std::filesystem::exists(path, ignored)
+                     ? "; check that it is built for this program's architecture, and "
+                       "use --replay if this computer has no Event Log"
+                     : "; there is no such file, check --module"));
     isOurs_ = true;
     decltype(&DllGetClassObject) const getClassObject = FunctionOf{module_, "DllGetClassObject"};
-    if (getClassObject == nullptr) {
-        throw Failure(ExitCode::Module, name + " is not a COM server: it exports no DllGetClassObject");
-    }
+    Require(getClassObject != nullptr, ExitCode::Module,
+            name + " is not a COM server: it exports no DllGetClassObject");
     ComPtr<IClassFactory> factory;
     HRESULT hr = getClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf()));
     if (SUCCEEDED(hr)) {
         hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider_.GetAddressOf()));
     }
-    if (FAILED(hr)) {
-        throw Failure(ExitCode::Module, name + " creates no event-log provider: " + Describe(hr));
-    }
+    Require(SUCCEEDED(hr), ExitCode::Module, name + " creates no event-log provider: " + Describe(hr));
 }
 
 void ProviderModule::CreateRegistered(REFCLSID providerClass)
 {
     const HRESULT hr =
         CoCreateInstance(providerClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(provider_.GetAddressOf()));
-    if (FAILED(hr)) {
-        throw Failure(ExitCode::Module, ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
-                                            "; register the module again, or name it with --module");
-    }
+    Require(SUCCEEDED(hr), ExitCode::Module,
+            ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
+                "; register the module again, or name it with --module");
     // The module that contains the object's functions.
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                        *reinterpret_cast<const wchar_t* const* const*>(provider_.Get())[0], &module_);
@@ -87,10 +82,8 @@ void ProviderModule::Unload()
     const ULONG held = provider_.Detach()->Release();
     decltype(&DllCanUnloadNow) const canUnload = FunctionOf{module_, "DllCanUnloadNow"};
     for (int tries = 0; GetModuleHandleW(path.c_str()) == module_; ++tries) {
-        if (tries == kTries) {
-            throw Failure(ExitCode::Unclean,
-                          ToUtf8(path) + " does not unload; references held on the provider: " + std::to_string(held));
-        }
+        Require(tries != kTries, ExitCode::Unclean,
+                ToUtf8(path) + " does not unload; references held on the provider: " + std::to_string(held));
         if (!isOurs_) {
             CoFreeUnusedLibrariesEx(0, 0);
         } else if (canUnload != nullptr && canUnload() == S_OK) {

@@ -74,13 +74,11 @@ void LoadExport(const ReplayClient& replay, const Options& options)
     const std::string name = InputName(options.replay);
     const std::string bytes = ReadInput(options.replay, ExitCode::Export);
     wchar_t message[kMessageSize] = L"";
-    if (replay.LoadBytes(bytes.data(), bytes.size(), message, kMessageSize) != ERROR_SUCCESS) {
-        throw Failure(ExitCode::Export, name + ": " + ToUtf8(message));
-    }
-    if (replay.Count() == 0) {
-        throw Failure(ExitCode::Export, name + ": the export has no event; export a channel that has some with: "
-                                               "wevtutil qe LOG /f:RenderedXml /e:Events");
-    }
+    const DWORD error = replay.LoadBytes(bytes.data(), bytes.size(), message, kMessageSize);
+    Require(error == ERROR_SUCCESS, ExitCode::Export, name + ": " + ToUtf8(message));
+    Require(replay.Count() != 0, ExitCode::Export,
+            name + ": the export has no event; export a channel that has some with: "
+                   "wevtutil qe LOG /f:RenderedXml /e:Events");
 }
 
 Session::Session(const Options& options, const ReplayClient* replay, OnCollection onCollection)
@@ -93,17 +91,14 @@ std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metr
 {
     std::optional<Failure> failure;
     try {
-        if (FAILED(module_.Provider().SetHost(&logger_, &host_))) {
-            throw Failure(ExitCode::Module, "the provider does not accept a host");
-        }
+        Require(SUCCEEDED(module_.Provider().SetHost(&logger_, &host_)), ExitCode::Module,
+                "the provider does not accept a host");
         for (const MetricConfiguration& metric : metrics) {
             Subscribe(metric);
         }
         WaitForEvents();
         CollectAll();
-        if (hasFailedCollection_) {
-            throw Failure(ExitCode::Collection, "not every collection succeeded");
-        }
+        Require(!hasFailedCollection_, ExitCode::Collection, "not every collection succeeded");
     } catch (...) {
         failure = CurrentFailure();
     }
@@ -140,10 +135,8 @@ void Session::Subscribe(const MetricConfiguration& metric)
     }
     const UniqueBstr name = MakeCountedBstr(metric.name);
     const HRESULT hr = module_.Provider().SubscribeMetric(name.get(), metric.element.Get());
-    if (FAILED(hr)) {
-        throw Failure(ExitCode::Subscription,
-                      metric.place + ": '" + ToUtf8(metric.name) + "' cannot be subscribed: " + Describe(hr));
-    }
+    Require(SUCCEEDED(hr), ExitCode::Subscription,
+            metric.place + ": '" + ToUtf8(metric.name) + "' cannot be subscribed: " + Describe(hr));
     // The provider does not report a subscription that the Event Log refuses; it just never gets an event.
     std::string refusal;
     if (replay_ != nullptr) {
@@ -175,10 +168,8 @@ void Session::WaitForEvents()
     if (playFailure_) {
         std::rethrow_exception(playFailure_);
     }
-    if (error != ERROR_SUCCESS && error != ERROR_CANCELLED) {
-        throw Failure(ExitCode::Export,
-                      "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)) + " " + LastRefusal(*replay_));
-    }
+    Require(error == ERROR_SUCCESS || error == ERROR_CANCELLED, ExitCode::Export,
+            "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)) + " " + LastRefusal(*replay_));
 }
 
 BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
@@ -262,9 +253,8 @@ void Session::End()
         tally.counter->Stop();
     }
     module_.Unload();
-    if (logger_.References() + host_.References() + sink_.References() != 0) {
-        throw Failure(ExitCode::Unclean, "the module is unloaded but has not released all of the host's objects");
-    }
+    Require(logger_.References() + host_.References() + sink_.References() == 0, ExitCode::Unclean,
+            "the module is unloaded but has not released all of the host's objects");
 }
 
 } // namespace orvel::console

@@ -22,13 +22,12 @@ std::string ToTable(const Collection& collection, size_t width)
     constexpr size_t kShortInstance = 20; // width of the column of instances if the values would get less
     using Row = std::array<std::wstring, 3>;
     std::vector<Row> rows = {{L"KEY", L"INSTANCE", L"VALUE"}};
+    size_t keyWidth = Width(rows[0][0]);
+    size_t instanceWidth = Width(rows[0][1]);
     for (const MetricValue& value : collection.values) {
-        rows.push_back({Printable(value.key), Printable(value.instance),
-                        value.type == VT_UI8 ? std::to_wstring(value.number) : Printable(value.text)});
-    }
-    size_t keyWidth = 0;
-    size_t instanceWidth = 0;
-    for (const Row& row : rows) {
+        const Row& row =
+            rows.emplace_back(Row{Printable(value.key), Printable(value.instance),
+                                  value.type == VT_UI8 ? std::to_wstring(value.number) : Printable(value.text)});
         keyWidth = std::max(keyWidth, Width(row[0]));
         instanceWidth = std::max(instanceWidth, Width(row[1]));
     }

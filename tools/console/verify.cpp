@@ -1,8 +1,7 @@
-#include "tools/console/verify.h"
-
 #include "host/bstr.h"
 #include "host/format.h"
 #include "host/unique_resource.h"
+#include "tools/console/commands.h"
 #include "tools/console/event_counter.h"
 #include "tools/console/failure.h"
 #include "tools/console/host_objects.h"
@@ -36,13 +35,6 @@ constexpr wchar_t kModuleVersion[] = L"5.6.7.8";
 void Report(const char* step, const std::string& finding)
 {
     WriteData(std::string(step) + std::string(14 - std::string_view(step).size(), ' ') + finding + "\n");
-}
-
-void Require(bool isGood, ExitCode code, const std::string& text)
-{
-    if (!isGood) {
-        throw Failure(code, text);
-    }
 }
 
 bool KeyExists(HKEY root, const std::wstring& path)

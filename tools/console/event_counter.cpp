@@ -9,21 +9,19 @@ namespace orvel::console {
 
 namespace {
 
-/// The Event Log that the module has loaded: the system's, or the replay log.
-struct EventLog {
-    HMODULE log = GetModuleHandleW(L"wevtapi.dll");
-    decltype(&EvtSubscribe) Subscribe = FunctionOf{log, "EvtSubscribe"};
-    decltype(&EvtClose) Close = FunctionOf{log, "EvtClose"};
-    decltype(&EvtCreateRenderContext) CreateContext = FunctionOf{log, "EvtCreateRenderContext"};
-    decltype(&EvtRender) Render = FunctionOf{log, "EvtRender"};
-    decltype(&EvtFormatMessage) Format = FunctionOf{log, "EvtFormatMessage"};
-    decltype(&EvtOpenPublisherMetadata) OpenMetadata = FunctionOf{log, "EvtOpenPublisherMetadata"};
-};
-
-const EventLog& Log()
+/// Returns functions of the Event Log that the module has loaded: the system's, or the replay log.
+const auto& Log()
 {
-    static const EventLog log;
-    return log;
+    static const struct {
+        HMODULE log = GetModuleHandleW(L"wevtapi.dll");
+        decltype(&EvtSubscribe) Subscribe = FunctionOf{log, "EvtSubscribe"};
+        decltype(&EvtClose) Close = FunctionOf{log, "EvtClose"};
+        decltype(&EvtCreateRenderContext) CreateContext = FunctionOf{log, "EvtCreateRenderContext"};
+        decltype(&EvtRender) Render = FunctionOf{log, "EvtRender"};
+        decltype(&EvtFormatMessage) Format = FunctionOf{log, "EvtFormatMessage"};
+        decltype(&EvtOpenPublisherMetadata) OpenMetadata = FunctionOf{log, "EvtOpenPublisherMetadata"};
+    } functions;
+    return functions;
 }
 
 } // namespace

@@ -61,7 +61,7 @@ void Run(const Options& options)
     }
 }
 
-/// Carries out the command of the command line.
+/// Runs the command that the command line names.
 ExitCode Execute()
 {
     const std::variant<Options, ExitCode> parsed = ParseOptions(Arguments());

@@ -28,12 +28,19 @@ ProviderModule::ProviderModule(const std::string& path)
     CLSID registered{};
     if (!path.empty()) {
         Load(std::filesystem::absolute(ToWide(path)));
-    } else if (SUCCEEDED(CLSIDFromProgID(kProgId, &registered))) {
-        CreateRegistered(registered);
-    } else {
+    } else if (FAILED(CLSIDFromProgID(kProgId, &registered))) {
         const std::filesystem::path beside = PathBesideProgram(L"Orvel_eventlog.dll");
-        Say("note", ToUtf8(kProgId) + std::string(" is not registered; using ") + ToUtf8(beside.native()));
+        Say("note", ToUtf8(kProgId) + " is not registered; using " + ToUtf8(beside.native()));
         Load(beside);
+    } else {
+        const HRESULT hr =
+            CoCreateInstance(registered, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(provider_.GetAddressOf()));
+        Require(SUCCEEDED(hr), ExitCode::Module,
+                ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
+                    "; register the module again, or name it with --module");
+        // The module that contains the object's functions.
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                           *reinterpret_cast<const wchar_t* const* const*>(provider_.Get())[0], &module_);
     }
 }
 
@@ -59,18 +66,6 @@ void ProviderModule::Load(const std::wstring& path)
         hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider_.GetAddressOf()));
     }
     Require(SUCCEEDED(hr), ExitCode::Module, name + " creates no event-log provider: " + Describe(hr));
-}
-
-void ProviderModule::CreateRegistered(REFCLSID providerClass)
-{
-    const HRESULT hr =
-        CoCreateInstance(providerClass, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(provider_.GetAddressOf()));
-    Require(SUCCEEDED(hr), ExitCode::Module,
-            ToUtf8(kProgId) + " is registered but cannot be created: " + Describe(hr) +
-                "; register the module again, or name it with --module");
-    // The module that contains the object's functions.
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       *reinterpret_cast<const wchar_t* const* const*>(provider_.Get())[0], &module_);
 }
 
 void ProviderModule::Unload()

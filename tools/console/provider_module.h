@@ -29,13 +29,12 @@ public:
     std::wstring Path() const { return ModulePath(module_); }
     IOrvelDataProvider& Provider() const { return *provider_.Get(); }
 
-    /// Releases the provider and unloads the module, waiting up to a second for calls that still run in it. Throws
+    /// Releases the provider and unloads the module, waiting up to ten seconds for calls that still run in it. Throws
     /// Failure when the module stays loaded.
     void Unload();
 
 private:
     void Load(const std::wstring& path);
-    void CreateRegistered(REFCLSID providerClass);
 
     Microsoft::WRL::ComPtr<IOrvelDataProvider> provider_;
     HMODULE module_ = nullptr;

@@ -63,14 +63,13 @@ ReplayClient LoadReplayLog()
 
 void LoadExport(const ReplayClient& replay, const Options& options)
 {
-    const auto declare = [&](ReplayDeclaration kind, const std::vector<std::string>& names) {
-        for (const std::string& name : names) {
+    for (const auto& [kind, names] : {std::pair(ReplayChannel, &options.channels),
+                                      {ReplayPublisher, &options.publishers},
+                                      {ReplayMissingPublisher, &options.missingPublishers}}) {
+        for (const std::string& name : *names) {
             replay.Declare(kind, ToWide(name).c_str());
         }
-    };
-    declare(ReplayChannel, options.channels);
-    declare(ReplayPublisher, options.publishers);
-    declare(ReplayMissingPublisher, options.missingPublishers);
+    }
     const std::string name = InputName(options.replay);
     const std::string bytes = ReadInput(options.replay, ExitCode::Export);
     wchar_t message[kMessageSize] = L"";

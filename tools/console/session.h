@@ -48,7 +48,7 @@ public:
     /// module. Returns the first failure; a later one is written to standard error.
     std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
 
-    /// Returns sums of the events and values, for people.
+    /// Formats the sums of the events and values.
     std::wstring Summary() const;
 
 private:

@@ -1,4 +1,4 @@
-// What no event can bring into a golden case: texts that are not Unicode, and the picture of a logon at its edges.
+// Cases that no golden file can have: text that is not valid Unicode, and unusual timestamps of a logon.
 
 #include "tools/console/terminal.h"
 #include "tools/console/writers.h"

@@ -104,6 +104,8 @@ expect 0 ' 0 recorded + ' check --config good.xml --replay "$export" --module "$
 expect 0 'empty, selects every event' check --config blank.xml
 grep -q 'channel   Application' output || { echo 'a blank query is taken for a list'; failed=1; }
 expect 0 'complete, and the query is valid' check --config - <good.xml
+sed 's/<metrics>/<metrics xmlns="urn:other">/' good.xml >namespace.xml
+expect 0 'complete, and the query is valid' check --config namespace.xml
 expect 0 ' of the export' check --config good.xml --replay - --module "$dll" <"$export"
 expect 0 'entries played' run --config - --replay "$export" --speed 1000000000x --module "$dll" <good.xml
 expect 2 'only one of' check --config - --replay -
@@ -130,7 +132,7 @@ expect 0 '' check --config good.xml --replay "$export" --module "$dll" --expect 
 sed 's/日/年/' "$golden/texts.expected.jsonl" | sed '1s/^/{"check":"a"}\n\n/' >other.jsonl
 expect 10 'at line 7 of' check --config "$golden/texts.config.xml" --replay "$golden/texts.export.xml" --module "$dll" \
     --expect other.jsonl
-grep -q 'at character 168:' output || { echo 'the lines part at another character:'; cat output; failed=1; }
+grep -q 'at character 168:' output || { echo 'the lines differ at another character:'; cat output; failed=1; }
 { cat expected.jsonl && echo '{"more":1}'; } >more.jsonl
 expect 10 '- {"more":1}' check --config good.xml --replay "$export" --module "$dll" --expect more.jsonl
 exit $failed

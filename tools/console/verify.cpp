@@ -152,12 +152,11 @@ std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const std::ws
         }
         Require(!IsStopped(kPause), ExitCode::Stopped, "stopped by Ctrl+C");
     } while (std::chrono::steady_clock::now() < end);
-    const unsigned long long seen =
-        counter.Counted(EventCounter::Recorded) + counter.Counted(EventCounter::WithoutMessage);
+    const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
     throw Failure(ExitCode::Delivery,
                   "the metric had no value for the event within 30 seconds; meanwhile the Event Log delivered " +
-                      std::to_string(seen) + " such events to this program, " +
-                      std::to_string(counter.Counted(EventCounter::WithoutMessage)) + " without a message");
+                      std::to_string(counter.Counted(EventCounter::Recorded) + withoutMessage) +
+                      " such events to this program, " + std::to_string(withoutMessage) + " without a message");
 }
 
 /// Returns whether hosts of this architecture find the provider; the ProgID alone may be registered by the other one.

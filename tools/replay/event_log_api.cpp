@@ -32,9 +32,8 @@ EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, 
         throw Refusal{ERROR_NOT_SUPPORTED,
                       L"the replay log supports only push subscriptions to future events of this computer"};
     }
-    bool isStructured = false;
-    Selection selection = MakeSelection(channel, query, isStructured);
-    CheckChannels(selection, isStructured, *CurrentLog());
+    Selection selection = MakeSelection(channel, query);
+    CheckChannels(selection, *CurrentLog());
     auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
     const EVT_HANDLE handle = HandleTable::Instance().Open(ReplaySubscriptionHandle, subscriber);
     SubscriberList::Instance().Add(std::move(subscriber));

@@ -34,11 +34,11 @@ std::wstring LastRefusal()
     return lastRefusal;
 }
 
-Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isStructured)
+Selection MakeSelection(const wchar_t* channel, const wchar_t* query)
 {
     std::wstring_view text = query != nullptr ? query : L"";
     text.remove_prefix(std::min(text.size(), text.find_first_not_of(L" \t\r\n")));
-    isStructured = text.starts_with(L'<');
+    const bool isStructured = text.starts_with(L'<');
     try {
         if (isStructured) { // the channel is ignored with a structured query (EvtSubscribe page)
             return Selection::OfQueryList(XmlDocument(ToUtf8(text)).Root());
@@ -49,10 +49,10 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
         return Selection::OfChannel(channel, text);
     } catch (QueryError& error) {
         const bool hasPlace = !isStructured || !error.source.empty();
-        const std::wstring verdict = error.code == kNotSupported
+        const std::wstring meaning = error.code == kNotSupported
                                          ? L"the replay log does not support the query, though a desktop may: "
                                          : L"the query is not valid by Microsoft's documentation: ";
-        throw Refusal{error.code, verdict + error.reason, hasPlace ? error.position + 1 : 0,
+        throw Refusal{error.code, meaning + error.reason, hasPlace ? error.position + 1 : 0,
                       isStructured ? std::move(error.source) : std::wstring(text)};
     } catch (const TextError& error) {
         throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"the structured query is not well-formed XML: line " +
@@ -61,11 +61,12 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isSt
     }
 }
 
-void CheckChannels(const Selection& selection, bool isStructured, const Log& log)
+void CheckChannels(const Selection& selection, const Log& log)
 {
     for (const std::wstring& channel : selection.Channels()) {
         if (!IsKnownChannel(log, channel)) {
-            const DWORD code = isStructured ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
+            const DWORD code =
+                selection.IsStructured() ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
             std::wstring reason = L"the export neither has events of the channel '" + channel +
                                   L"' nor declares it; if the desktop has this channel, declare it with --channel or " +
                                   L"<replay:channel>. The export has events of ";

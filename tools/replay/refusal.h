@@ -23,11 +23,10 @@ struct Refusal {
 void SetLastRefusal(std::wstring reason);
 std::wstring LastRefusal();
 
-/// Parses the arguments of a subscription, both of which may be null. Sets `isStructured` to whether the query is a
-/// QueryList. Throws Refusal.
-Selection MakeSelection(const wchar_t* channel, const wchar_t* query, bool& isStructured);
+/// Parses the arguments of a subscription, both of which may be null. Throws Refusal.
+Selection MakeSelection(const wchar_t* channel, const wchar_t* query);
 
 /// Checks that every channel of the selection can be subscribed. Throws Refusal.
-void CheckChannels(const Selection& selection, bool isStructured, const Log& log);
+void CheckChannels(const Selection& selection, const Log& log);
 
 } // namespace orvel::replay

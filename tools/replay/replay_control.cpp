@@ -197,11 +197,10 @@ ULONGLONG WINAPI ReplayEntryTime(DWORD index)
 DWORD WINAPI ReplayEvaluateQuery(const wchar_t* channel, const wchar_t* query, ReplayQueryCallback callback,
                                  void* context, ReplayProblem* problem)
 try {
-    bool isStructured = false;
-    const Selection selection = MakeSelection(channel, query, isStructured);
+    const Selection selection = MakeSelection(channel, query);
     const auto log = CurrentLog();
     if (!log->entries.empty()) {
-        CheckChannels(selection, isStructured, *log);
+        CheckChannels(selection, *log);
     }
     LogReader reader(log);
     for (size_t i = 0; i < log->entries.size(); ++i) {

@@ -39,6 +39,7 @@ Selection Selection::OfChannel(std::wstring_view channel, std::wstring_view quer
 Selection Selection::OfQueryList(const Node& queryList)
 {
     Selection selection;
+    selection.isStructured_ = true;
     if (queryList.name != L"QueryList" || queryList.childCount == 0) {
         Refuse(queryList, L"a structured query is a QueryList that contains Query elements");
     }

@@ -15,6 +15,9 @@ public:
     /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws QueryError.
     static Selection OfQueryList(const Node& queryList);
 
+    /// Returns whether it was made of a QueryList.
+    bool IsStructured() const { return isStructured_; }
+
     bool Matches(const Event& event) const;
 
     /// Returns why an event is not selected, or an empty text if it is.
@@ -35,6 +38,7 @@ private:
     static const Selector* FirstMatch(const Selectors& selectors, bool isSuppress, const Event& event);
 
     std::vector<Selectors> queries_;
+    bool isStructured_ = false;
 };
 
 } // namespace orvel::replay

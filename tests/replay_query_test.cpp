@@ -1,7 +1,7 @@
 // What queries select, through the replay log itself. The cases are in tests/queries, which has a page about them.
 
 #include "tests/support/module_under_test.h"
-#include "tools/replay/event_time.h"
+#include "tools/utf8.h"
 
 #include <fstream>
 #include <sstream>
@@ -9,30 +9,17 @@
 namespace orvel::replay {
 namespace {
 
-/// A file beside the program, with UTF-8 decoded.
-std::wstring ReadText(const char* name)
-{
-    std::ifstream file(std::string("queries/") + name, std::ios::binary);
-    std::stringstream bytes;
-    bytes << file.rdbuf();
-    const std::string text = bytes.str();
-    EXPECT_FALSE(text.empty()) << name;
-    std::wstring wide(text.size(), L'\0');
-    wide.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
-                                                        wide.data(), static_cast<int>(wide.size()))));
-    return wide;
-}
-
-/// The lines of a file, without comments and empty lines.
+/// The lines of a file beside the program, without comments and empty lines.
 std::vector<std::wstring> ReadLines(const char* name)
 {
     std::vector<std::wstring> lines;
-    std::wistringstream text(ReadText(name));
-    for (std::wstring line; std::getline(text, line);) {
-        if (!line.empty() && line.front() != L'#') {
-            lines.push_back(line);
+    std::ifstream file(std::string("queries/") + name);
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line.front() != '#') {
+            lines.push_back(ToWide(line));
         }
     }
+    EXPECT_FALSE(lines.empty()) << name;
     return lines;
 }
 
@@ -142,23 +129,6 @@ TEST(ReplayQuery, LimitsExpressionsToTwentyAndThirtyTwo)
         EXPECT_EQ(isTaken(list), count <= 32) << count;
     }
     EXPECT_EQ(Evaluate(L"Application", query + L"]").code, 15026U);
-}
-
-TEST(ReplayQuery, ReadsEventTimes)
-{
-    const std::pair<const wchar_t*, std::optional<uint64_t>> kCases[] = {
-        {L"1601-01-01T00:00:00Z", 0},
-        {L"2024-02-29T23:59:59.123456789Z", 133'537'247'991'234'567},
-        {L"2023-02-29T00:00:00Z", std::nullopt},
-        {L"2024-01-01T24:00:00Z", std::nullopt},
-        {L"2024-01-01T00:00:00.Z", std::nullopt},
-        {L"2024-01-01T00:00:00+01:00", std::nullopt},
-        {L"2024-01-01T00:00", std::nullopt},
-        {L"1600-12-31T23:59:59Z", std::nullopt},
-    };
-    for (const auto& [text, expected] : kCases) {
-        EXPECT_EQ(ParseEventTime(text), expected) << testing::PrintToString(text);
-    }
 }
 
 } // namespace

@@ -37,13 +37,6 @@ ComPtr<IClassFactory> Factory(const ModuleUnderTest& module)
     return factory;
 }
 
-DWORD Handles()
-{
-    DWORD handles = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &handles);
-    return handles;
-}
-
 DWORD Threads()
 {
     HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
@@ -91,9 +84,8 @@ TEST(ComObject, RefusesWithTheDocumentedCodes)
     // Mapped without being started, the module serves nothing.
     const HMODULE mapped =
         LoadLibraryExW(BuiltFile(L"Orvel_eventlog.dll").c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
-    auto* const getClass = reinterpret_cast<void*>(GetProcAddress(mapped, "DllGetClassObject"));
-    EXPECT_EQ(reinterpret_cast<decltype(&DllGetClassObject)>(getClass)(kProviderClass, IID_IClassFactory, slot),
-              E_UNEXPECTED);
+    decltype(&DllGetClassObject) const getClass = orvel::FunctionOf{mapped, "DllGetClassObject"};
+    EXPECT_EQ(getClass(kProviderClass, IID_IClassFactory, slot), E_UNEXPECTED);
     EXPECT_TRUE(FreeLibrary(mapped));
 
     const ModuleUnderTest module;

@@ -190,16 +190,11 @@ void ReplaceImports(HMODULE module)
 struct Scenario {
     explicit Scenario(const std::string& name)
     {
-        wchar_t text[4096] = L"";
-        DWORD size = 64;
-        GetComputerNameExW(ComputerNameNetBIOS, text, &size);
-        SetEnvironmentVariableW(L"HOST", text);
-        GetTempPathW(MAX_PATH, text);
-        SetEnvironmentVariableW(L"FOLDER", text);
         SetEnvironmentVariableW(L"DENIED", ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)).c_str());
         SetEnvironmentVariableW(L"ABSENT", ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_NOT_FOUND)).c_str());
         std::wifstream file("sweep/" + name + ".txt");
         for (std::wstring line; std::getline(file, line);) {
+            wchar_t text[4096] = L"";
             ExpandEnvironmentStringsW(line.c_str(), text, 4096);
             line = text;
             const std::wstring word = line.substr(0, line.find(L' '));
@@ -321,30 +316,6 @@ protected:
         run.isCounting = false;
     }
 
-    /// Fails each call in turn.
-    void Sweep()
-    {
-        const Lines baseline = Play(0);
-        const int calls = run.calls;
-        std::map<std::string, int> counts;
-        for (int call = 1; call <= calls && !HasFatalFailure(); ++call) {
-            SCOPED_TRACE(testing::Message() << "call " << call);
-            const Lines seen = Play(call);
-            SCOPED_TRACE(run.failed);
-            ++counts[run.failed];
-            Check(baseline, seen);
-        }
-        for (const auto& effect : scenario_.effects) {
-            EXPECT_TRUE(came_.contains(effect)) << "never came: " << testing::PrintToString(effect);
-        }
-        std::ofstream figures("fault_sweep_" + GetParam() + ".figures");
-        figures << "Fault sweep, " << GetParam() << " metric: " << calls << " calls failed, one at a time:";
-        for (const auto& [call, count] : counts) {
-            figures << ' ' << call << ' ' << count;
-        }
-        figures << '\n';
-    }
-
     void Check(const Lines& baseline, const Lines& seen)
     {
         static const std::set<std::string> silent = {"EvtClose", "CloseHandle", "HeapFree", "RegCloseKey", "LocalFree"};
@@ -383,7 +354,25 @@ protected:
 
 TEST_P(FaultSweepTest, EveryCallFailsOnce)
 {
-    Sweep();
+    const Lines baseline = Play(0);
+    const int calls = run.calls;
+    std::map<std::string, int> counts;
+    for (int call = 1; call <= calls && !HasFatalFailure(); ++call) {
+        SCOPED_TRACE(testing::Message() << "call " << call);
+        const Lines seen = Play(call);
+        SCOPED_TRACE(run.failed);
+        ++counts[run.failed];
+        Check(baseline, seen);
+    }
+    for (const auto& effect : scenario_.effects) {
+        EXPECT_TRUE(came_.contains(effect)) << "never came: " << testing::PrintToString(effect);
+    }
+    std::ofstream figures("fault_sweep_" + GetParam() + ".figures");
+    figures << "Fault sweep, " << GetParam() << " metric: " << calls << " calls failed, one at a time:";
+    for (const auto& [call, count] : counts) {
+        figures << ' ' << call << ' ' << count;
+    }
+    figures << '\n';
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\services\\korvex");
 }
 

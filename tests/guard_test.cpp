@@ -22,8 +22,7 @@ TEST(GuardTest, EveryFaultStopsTheProgramOnTheSpot)
     Replay(); // what the module imports
     SetEnvironmentVariableW(L"ORVEL_MODULE_FOLDER", L"guarded");
     const HMODULE module = LoadLibraryW(BuiltFile(L"Orvel_eventlog.dll").c_str());
-    const auto probe =
-        reinterpret_cast<int(WINAPI*)(int)>(reinterpret_cast<void*>(GetProcAddress(module, "GuardProbe")));
+    int(WINAPI* const probe)(int) = orvel::FunctionOf{module, "GuardProbe"};
     ASSERT_NE(probe, nullptr);
     for (const auto& each : cases) {
         SCOPED_TRACE(each.fault);

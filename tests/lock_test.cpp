@@ -1,7 +1,6 @@
 // What a metric's lock covers: an event and a collection of one metric exclude each other, those of two metrics do not.
 
 #include "tests/support/module_under_test.h"
-#include "tools/function_of.h"
 
 #include <chrono>
 #include <future>
@@ -15,7 +14,7 @@ BOOL WINAPI FormatMeanwhile(EVT_HANDLE publisher, EVT_HANDLE event, DWORD id, DW
     if (const auto meanwhile = std::exchange(duringFormat, nullptr)) {
         meanwhile();
     }
-    decltype(&EvtFormatMessage) const format = orvel::FunctionOf{Replay().module, "EvtFormatMessage"};
+    decltype(&EvtFormatMessage) const format = Real("EvtFormatMessage");
     return format(publisher, event, id, count, values, flags, size, buffer, used);
 }
 
@@ -35,7 +34,7 @@ protected:
 
 TEST_F(LockTest, CoversTheWholeEventAndTheWholeCollection)
 {
-    LoadEvents(Event(L"text") + Event(L"User is logging in", L"2024-03-05T07:08:09Z", L"korvex"));
+    LoadEvents(Event(L"text") + AgentEvent(L"User is logging in"));
     for (const wchar_t* metric : {kCrash, kLamina}) {
         const auto deliver = [&] { Deliver(metric == kCrash ? 0 : 1); };
         const auto collect = [&] { EXPECT_EQ(Collect(metric), S_OK); };

@@ -2,7 +2,6 @@
 // also show that nothing is read that the platform did not write.
 
 #include "tests/support/module_under_test.h"
-#include "tools/function_of.h"
 
 #include <algorithm>
 #include <string>
@@ -112,7 +111,7 @@ BOOL Misbehave(Function function, void* buffer, DWORD size, size_t unit, DWORD* 
 BOOL WINAPI RenderBadly(EVT_HANDLE context, EVT_HANDLE event, DWORD flags, DWORD size, void* buffer, DWORD* used,
                         DWORD* count)
 {
-    decltype(&EvtRender) const render = orvel::FunctionOf{Replay().module, "EvtRender"};
+    decltype(&EvtRender) const render = Real("EvtRender");
     return Misbehave(Render, buffer, size, 1, used,
                      [&] { return render(context, event, flags, size, buffer, used, count); });
 }
@@ -120,14 +119,14 @@ BOOL WINAPI RenderBadly(EVT_HANDLE context, EVT_HANDLE event, DWORD flags, DWORD
 BOOL WINAPI FormatBadly(EVT_HANDLE publisher, EVT_HANDLE event, DWORD id, DWORD count, EVT_VARIANT* values, DWORD flags,
                         DWORD size, wchar_t* buffer, DWORD* used)
 {
-    decltype(&EvtFormatMessage) const format = orvel::FunctionOf{Replay().module, "EvtFormatMessage"};
+    decltype(&EvtFormatMessage) const format = Real("EvtFormatMessage");
     return Misbehave(Format, buffer, size, sizeof(wchar_t), used,
                      [&] { return format(publisher, event, id, count, values, flags, size, buffer, used); });
 }
 
 EVT_HANDLE WINAPI CreateContext(DWORD count, const wchar_t** paths, DWORD flags)
 {
-    decltype(&EvtCreateRenderContext) const create = orvel::FunctionOf{Replay().module, "EvtCreateRenderContext"};
+    decltype(&EvtCreateRenderContext) const create = Real("EvtCreateRenderContext");
     const DWORD lastError = GetLastError();
     const EVT_HANDLE context = create(count, paths, flags);
     SetLastError(leavesLastError ? lastError : ERROR_SUCCESS);
@@ -184,9 +183,8 @@ TEST_P(QuirksTest, ReportsWhatIsKnownOfACrash)
 
 TEST_P(QuirksTest, KeepsWhatIsKnownOfALogon)
 {
-    const auto at = [](const wchar_t* message, const wchar_t* time) { return Event(message, time, L"korvex"); };
-    LoadEvents(at(L"User is logging in", L"2024-03-05T07:08:10Z") +
-               at(L"New volume event (mounted): (VolumeType 2)", L"2024-03-05T07:08:12Z"));
+    LoadEvents(AgentEvent(L"User is logging in", L"2024-03-05T07:08:10Z") +
+               AgentEvent(L"New volume event (mounted): (VolumeType 2)", L"2024-03-05T07:08:12Z"));
     for (const Quirk& quirk : kQuirks) {
         SCOPED_TRACE(&quirk - kQuirks);
         // Without its message the second event counts as another logon, without its time as one at the first's.

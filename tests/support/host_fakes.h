@@ -21,9 +21,6 @@ using Lines = std::vector<std::wstring>;
 template <typename Interface>
 class HostFake : public orvel::HostObject<Interface> {
 public:
-    HostFake() = default;
-    HostFake(const HostFake&) = delete;
-    HostFake& operator=(const HostFake&) = delete;
     virtual ~HostFake() { EXPECT_EQ(this->References(), 0U) << "references that were never released"; }
 
     ULONG STDMETHODCALLTYPE AddRef() override { return ++taken, orvel::HostObject<Interface>::AddRef(); }

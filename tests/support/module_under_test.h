@@ -5,6 +5,7 @@
 #include "tests/support/host_fakes.h"
 #include "tests/support/import_patch.h"
 #include "tools/dom_element.h"
+#include "tools/function_of.h"
 
 #include <windows.h>
 #include <OrvelAgent.h>
@@ -34,6 +35,26 @@ void LoadEvents(const std::wstring& events);
 /// Returns one event of an export, in channel Application.
 std::wstring Event(const std::wstring& message, const wchar_t* time = L"2024-03-05T07:08:09.9999999Z",
                    const wchar_t* publisher = L"Application Error", int id = 1000);
+
+/// Returns one event of the layering agent.
+inline std::wstring AgentEvent(const std::wstring& message, const wchar_t* time = L"2024-03-05T07:08:09Z")
+{
+    return Event(message, time, L"korvex");
+}
+
+/// Returns the replay log's function, for one that stands in front of it.
+inline orvel::FunctionOf Real(const char* name)
+{
+    return {Replay().module, name};
+}
+
+/// Returns the number of this process's handles.
+inline DWORD Handles()
+{
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    return handles;
+}
 
 /// Parses a configuration element with the system's MSXML; by default one that subscribes to channel Application.
 inline ComPtr<IXMLDOMElement>
@@ -65,7 +86,7 @@ public:
     template <typename Function>
     Function* Export(const char* name) const
     {
-        return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, name)));
+        return orvel::FunctionOf{handle_, name};
     }
     HRESULT GetClassObject(REFIID iid, void** out, REFCLSID classId = kProviderClass) const;
     ComPtr<IOrvelDataProvider> CreateProvider() const;

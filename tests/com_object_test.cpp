@@ -129,6 +129,7 @@ TEST(ComObject, LeaksNothingInManyRounds)
             ComPtr<IClassFactory> factory = Factory(module);
             EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
             factory->LockServer(TRUE);
+            EXPECT_EQ(module.CanUnloadNow(), S_FALSE) << "the lock and the factory, which a wrong sign would balance";
             factory.Reset();
             EXPECT_EQ(module.CanUnloadNow(), S_FALSE) << "the lock alone";
             factory = Factory(module);

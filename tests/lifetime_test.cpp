@@ -221,17 +221,25 @@ EVT_HANDLE WINAPI TakeSubscription(EVT_HANDLE, HANDLE, LPCWSTR, LPCWSTR, EVT_HAN
     return &subscribed;
 }
 
-WINBOOL WINAPI CloseSubscription(EVT_HANDLE handle)
+WINBOOL WINAPI CloseSubscription(EVT_HANDLE)
 {
-    if (handle != &subscribed) {
-        decltype(&EvtClose) const close = Real("EvtClose");
-        return close(handle);
-    }
     ++closed;
     if (onClose) {
         onClose();
     }
     return TRUE;
+}
+
+EVT_HANDLE WINAPI CreateNothing(DWORD, LPCWSTR*, DWORD)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return nullptr;
+}
+
+WINBOOL WINAPI FormatNothing(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT, DWORD, DWORD, LPWSTR, PDWORD)
+{
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
 }
 
 PTP_TIMER WINAPI RefuseTimer(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)
@@ -255,6 +263,8 @@ protected:
 
     const ImportPatch take{module, "EvtSubscribe", &TakeSubscription};
     const ImportPatch close{module, "EvtClose", &CloseSubscription};
+    const ImportPatch create{module, "EvtCreateRenderContext", &CreateNothing};
+    const ImportPatch format{module, "EvtFormatMessage", &FormatNothing};
 };
 
 TEST_F(UnansweredTest, ModuleStaysMappedWhenThePoolHasNoMemory)

@@ -83,7 +83,7 @@ TEST_F(ModuleTest, SoakGrowsByNothing)
     EXPECT_EQ(written, size_t{kRounds} * (1 + kCrashes + 4 + 2));
     EXPECT_EQ(Open(), open);
     EXPECT_EQ(publishersOpened, kEvents);
-    EXPECT_LT(growth, 0x10000);
+    EXPECT_LE(growth, 0x10000); // the heap may take one more region of the system
     std::printf("%lu events, %lld bytes more in the process\n", kEvents, growth);
 }
 

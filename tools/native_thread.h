@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/unique_resource.h"
+
 #include <windows.h>
 
 #include <memory>
@@ -16,18 +18,22 @@ DWORD WINAPI RunBody(void* body)
     return 0;
 }
 
-/// Runs `body` on a new thread that is not joined. Throws std::system_error. Not std::thread::detach: under load,
-/// threads detached that way were seen to spin forever in winpthreads' cleanup, with the loader's lock held.
+/// Handle of a thread, which does not end the thread when it is closed.
+using ThreadHandle = std::unique_ptr<void, ReleaseWith<CloseHandle>>;
+
+/// Runs `body` on a new thread, which nobody needs to wait for. Throws std::system_error. Not std::thread::detach:
+/// under load, threads detached that way were seen to spin forever in winpthreads' cleanup, with the loader's lock
+/// held.
 template <typename Body>
-void StartThread(Body body)
+ThreadHandle StartThread(Body body)
 {
     auto owned = std::make_unique<Body>(std::move(body));
-    const HANDLE thread = CreateThread(nullptr, 0, &RunBody<Body>, owned.get(), 0, nullptr);
-    if (thread == nullptr) {
+    ThreadHandle thread(CreateThread(nullptr, 0, &RunBody<Body>, owned.get(), 0, nullptr));
+    if (!thread) {
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "CreateThread");
     }
     static_cast<void>(owned.release()); // the thread owns it now
-    CloseHandle(thread);
+    return thread;
 }
 
 } // namespace orvel

@@ -127,7 +127,7 @@ void RunLaminaCases(Rig& rig, Report& report, const Events& events)
     };
     const Case cases[] = {
         {"lamina event, nothing to do", events.heartbeat, 50, {0.6, 12, 2, 136}},
-        {"lamina event, logon", events.logon, 50, {1.6, 31.2, 7, 613}},
+        {"lamina event, logon", events.logon, 50, {1.6, 31.2, 7, 800}},
         {"lamina event, logon response with 3 plinths", events.plinths3, 50, {1.3, 25.3, 8.2, 1700}},
         {"lamina event, volume attached", events.volume, 50, {0.6, 12, 2, 192}},
         {"lamina event, all done", events.allDone, 50, {0.6, 12, 2, 102}},

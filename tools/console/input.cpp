@@ -86,8 +86,10 @@ std::string ReadInput(const std::string& path, ExitCode code)
         return ReadAll(file ? file.get() : GetStdHandle(STD_INPUT_HANDLE), name, code);
     });
     std::future<std::string> bytes = task.get_future();
-    StartThread(std::move(task));
-    while (bytes.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+    const ThreadHandle thread = StartThread(std::move(task));
+    // For the thread's end, not only for its result: under Wine, a process that exits while a thread ends was seen to
+    // return that thread's exit code.
+    while (WaitForSingleObject(thread.get(), 20) == WAIT_TIMEOUT) {
         if (IsStopped()) {
             throw Failure(code, name + ": stopped by Ctrl+C before all of it was read; nothing was delivered");
         }

@@ -22,11 +22,11 @@ ComPtr<IUnknown> Ask(IUnknown* object, REFIID iid, HRESULT expected = S_OK)
 void ExpectIdentity(IUnknown* identity, IUnknown* provider)
 {
     for (const IID& from : kServed) {
-        const ComPtr<IUnknown> face = Ask(provider, from);
+        const ComPtr<IUnknown> queried = Ask(provider, from);
         for (const IID& to : kServed) {
-            EXPECT_EQ(Ask(face.Get(), to).Get(), IsEqualIID(to, IID_IUnknown) ? identity : provider);
+            EXPECT_EQ(Ask(queried.Get(), to).Get(), IsEqualIID(to, IID_IUnknown) ? identity : provider);
         }
-        EXPECT_FALSE(Ask(face.Get(), IID_IClassFactory, E_NOINTERFACE));
+        EXPECT_FALSE(Ask(queried.Get(), IID_IClassFactory, E_NOINTERFACE));
     }
 }
 
@@ -72,9 +72,9 @@ TEST(ComObject, KeepsItsIdentityAloneAndAggregated)
     // The non-delegating IUnknown serves and counts the provider alone.
     EXPECT_EQ(Ask(outer.part.Get(), IID_IUnknown).Get(), outer.part.Get());
     EXPECT_EQ(outer.References(), 0U) << "an aggregated object must not hold its outer object";
-    const ComPtr<IUnknown> face = Ask(outer.part.Get(), __uuidof(IOrvelDataProvider));
+    const ComPtr<IUnknown> provider = Ask(outer.part.Get(), __uuidof(IOrvelDataProvider));
     EXPECT_EQ(outer.References(), 1U) << "every other interface counts the outer object";
-    ExpectIdentity(&outer, face.Get());
+    ExpectIdentity(&outer, provider.Get());
 }
 
 TEST(ComObject, RefusesWithTheDocumentedCodes)

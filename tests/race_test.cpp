@@ -1,5 +1,5 @@
-// Many threads deliver while several hosts subscribe, collect, unsubscribe and let go, and the books must balance. A
-// deadlock ends in the runner's time limit.
+// Many threads deliver while several hosts subscribe, collect, unsubscribe and release, and every event must be
+// collected once. A deadlock ends in the runner's time limit.
 
 #include "tests/support/module_under_test.h"
 
@@ -29,7 +29,7 @@ using Counters = std::array<std::atomic<int>, kDeliverers>;
 Counters begun; // the last number of each deliverer
 Counters done;
 std::atomic<int> allowed;
-std::atomic<int> booked;
+std::atomic<int> collectedEvents;
 
 Counts Read(const Counters& counters)
 {
@@ -53,7 +53,7 @@ void DeliverAll(size_t deliverer)
 /// The numbers collected of each deliverer's events.
 using Collected = std::array<std::vector<int>, kDeliverers>;
 
-void Book(const Lines& lines, Collected& collected)
+void Add(const Lines& lines, Collected& collected)
 {
     collected[1] = collected[3] = {}; // a collection repeats all plinths
     for (const std::wstring& line : lines) {
@@ -111,7 +111,7 @@ protected:
             for (const wchar_t* name : kNames) {
                 EXPECT_EQ(own->QueryMetricEx(_bstr_t(name), 0, &ownSink), S_OK);
             }
-            Book(ownSink.Take(), collected);
+            Add(ownSink.Take(), collected);
         }
         own->UnsubscribeMetric(_bstr_t(kNames[round % 2]));
         if (round % 3 == 0) {
@@ -129,7 +129,7 @@ protected:
             EXPECT_GT(first, earlier[i]) << "an event from before the subscription";
             EXPECT_LE(first, since[i] + 1) << "lost at the beginning";
             EXPECT_GT(next, until[i]) << "lost at the end";
-            booked += next - first;
+            collectedEvents += next - first;
         }
     }
 
@@ -139,7 +139,7 @@ protected:
 
 TEST_P(RaceTest, EveryEventDeliveredBeforeTheCloseIsCollectedOnceAndInOrder)
 {
-    booked = 0;
+    collectedEvents = 0;
     for (int epoch = 0; epoch < 20; ++epoch) {
         std::fill(begun.begin(), begun.end(), 0);
         std::fill(done.begin(), done.end(), 0);
@@ -164,7 +164,7 @@ TEST_P(RaceTest, EveryEventDeliveredBeforeTheCloseIsCollectedOnceAndInOrder)
         Replay().SetMode(GetParam() & ~DWORD{ReplayDeliverAfterClose}); // forgets the closed subscriptions
         Replay().SetMode(GetParam());
     }
-    EXPECT_GT(booked, kNumbers) << "hardly an event met a subscription";
+    EXPECT_GT(collectedEvents, kNumbers) << "hardly an event met a subscription";
     EXPECT_EQ(Replay().ClosesInsideCallback() + Replay().InvalidHandles(), 0U);
     EXPECT_EQ(logger.Take(), Lines{});
 }

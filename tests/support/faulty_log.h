@@ -1,6 +1,6 @@
 #pragma once
 
-// The replay log with an EvtClose that can misbehave as the platform has been seen to. The tests load this wevtapi.dll
+// The replay log with an EvtClose that behaves as the documentation does not exclude. The tests load this wevtapi.dll
 // instead of the one that is shipped.
 
 #include "tools/replay/replay_client.h"

@@ -28,12 +28,14 @@ inline std::wstring ToWide(std::string_view utf8)
     return text;
 }
 
-/// Converts UTF-8 with or without a byte order mark, or UTF-16LE with one, to UTF-8 without.
+/// Converts UTF-8 or UTF-16LE to UTF-8, and removes a byte order mark. UTF-16LE without one begins with "<".
 inline std::string DecodeText(std::string bytes)
 {
-    if (bytes.starts_with("\xFF\xFE")) {
-        std::wstring text(bytes.size() / 2 - 1, L'\0');
-        std::memcpy(text.data(), bytes.data() + 2, text.size() * sizeof(wchar_t));
+    const bool isMarked = bytes.starts_with("\xFF\xFE");
+    if (isMarked || bytes.starts_with(std::string_view("<\0", 2))) {
+        const size_t start = isMarked ? 2 : 0;
+        std::wstring text((bytes.size() - start) / sizeof(wchar_t), L'\0');
+        std::memcpy(text.data(), bytes.data() + start, text.size() * sizeof(wchar_t));
         return ToUtf8(text);
     }
     bytes.erase(0, bytes.starts_with("\xEF\xBB\xBF") ? 3 : 0);

@@ -50,6 +50,7 @@ config blank.xml '<metric name="eventlog|eventlog_appcrash"><channel>Application
 printf '<Events/>' >root.export.xml
 printf '\211PNG\r\n\0\0' >binary.export.xml
 printf 'ElfFile\0' >binary.evtx
+iconv -f utf-8 -t utf-16le "$export" >utf-16.export.xml
 
 expect 0 'Exit codes:' --help
 expect 0 '--interval SECONDS' run --help
@@ -70,6 +71,7 @@ expect 5 'no such file' run --config good.xml --replay "$export" --module missin
 expect 5 'is not a COM server' run --config good.xml --replay "$export" --module "$(dirname "$dll")/replay/wevtapi.dll"
 expect 6 'no-query.xml:2:' run --config no-query.xml --replay "$export" --module "$dll"
 expect 0 'appcrash|contained' run --config näme-日本.xml --replay "$export" --module "$dll"
+expect 0 'appcrash|contained' run --config good.xml --replay utf-16.export.xml --module "$dll"
 expect 0 "no metric 'eventlog|other'" run --config twice.xml --replay "$export" --module "$dll"
 
 # The likeliest mistakes, with both commands.

@@ -75,7 +75,7 @@ std::string DecodeExport(std::string bytes)
     if (const size_t zero = bytes.find('\0'); zero != bytes.npos) {
         throw TextError{
             static_cast<size_t>(std::count(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(zero), '\n')) + 1, 1,
-            L"this is a binary file, or UTF-16 without a byte order mark; " + std::wstring(kHowToExport)};
+            L"this is a binary file; " + std::wstring(kHowToExport)};
     }
     return bytes;
 }

@@ -10,7 +10,7 @@ namespace orvel::replay {
 namespace {
 
 constexpr wchar_t kWrongEncoding[] =
-    L"this is neither UTF-8 nor UTF-16LE with a byte order mark; save it as UTF-8, or keep the tool's output unchanged";
+    L"this is neither UTF-8 nor UTF-16LE; save it as UTF-8, or keep the tool's output unchanged";
 
 /// Whether a byte of UTF-8 is a character by itself in every kind of text.
 bool IsPlain(char c)

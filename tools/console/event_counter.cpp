@@ -84,7 +84,7 @@ bool EventCounter::IsFromPublisher(EVT_HANDLE event)
         const wchar_t* path = L"Event/System/Provider/@Name";
         context_ = Log().CreateContext(1, &path, EvtRenderContextValues);
     }
-    EVT_VARIANT values[16] = {}; // has room for the publisher's name; a longer one is another's
+    EVT_VARIANT values[16] = {}; // large enough for the publisher's name; a longer name is a different one
     DWORD used = 0;
     DWORD count = 0;
     return Log().Render(context_, event, EvtRenderEventValues, sizeof(values), values, &used, &count) &&

@@ -65,7 +65,7 @@ struct Events {
           heartbeat(rig.AddEvent(kLaminaPublisher, 218, L"Heartbeat of the agent, all is well")),
           plinths3(rig.AddEvent(kLaminaPublisher, 218, L"Response 200 from Manager" + Entries(3))),
           plinths1000(rig.AddEvent(kLaminaPublisher, 218, L"Response 200 from Manager" + Entries(1000))),
-          endlessFew(rig.AddEvent(kLaminaPublisher, 218, EndlessEntries(1000))),
+          endlessFew(rig.AddEvent(kLaminaPublisher, 218, EndlessEntries(3000))),
           endlessMany(rig.AddEvent(kLaminaPublisher, 218, EndlessEntries(30000)))
     {
         for (int i = 0; i < kThreads; ++i) {
@@ -180,7 +180,7 @@ void RunGrowthCases(Rig& rig, Report& report, const Events& events)
         report.Run(kCollectedOf, {0.4, 9.2, 3.1, 710},
                    [&] { return Measure(Rounds(report), {[&] { rig.Collect(full, kCrashMetric, kFew); }})[0]; });
     }
-    report.Run("entry without end of 30,000, to one of 3,000", 4, [&] {
+    report.Run("entry without end of 30,000, to one of 3,000", 2, [&] {
         const Provider lamina = rig.Subscribe(kLaminaMetric, kLaminaQuery);
         return Growth(
                    50, [&] { rig.Deliver(events.endlessMany); }, [&] { rig.Deliver(events.endlessFew); }) /

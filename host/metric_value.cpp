@@ -8,36 +8,6 @@ namespace orvel {
 
 namespace {
 
-class Variant {
-public:
-    Variant()
-    {
-        VariantInit(&value_);
-        const HRESULT hr = VariantClear(&value_); // checked here, since the destructor cannot report a failure
-        if (FAILED(hr)) {
-            _com_issue_error(hr);
-        }
-    }
-    explicit Variant(const wchar_t* text) : Variant()
-    {
-        value_.bstrVal = MakeBstr(text).release();
-        value_.vt = VT_BSTR;
-    }
-    explicit Variant(ULONGLONG number) : Variant()
-    {
-        value_.ullVal = number;
-        value_.vt = VT_UI8;
-    }
-    ~Variant() { VariantClear(&value_); }
-    Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
-
-    const VARIANT& get() const { return value_; }
-
-private:
-    VARIANT value_;
-};
-
 template <typename Value>
 HRESULT Write(IMetricSink* sink, const wchar_t* key, std::wstring_view instance, Value value)
 {
@@ -46,8 +16,9 @@ HRESULT Write(IMetricSink* sink, const wchar_t* key, std::wstring_view instance,
     }
     const UniqueBstr keyBstr = MakeBstr(key);
     const UniqueBstr instanceBstr = MakeCountedBstr(instance);
-    const Variant variant(value);
-    return sink->WriteMetric(keyBstr.get(), instanceBstr.get(), variant.get());
+    _variant_t variant;
+    variant = value; // unlike the constructor, checks VariantClear
+    return sink->WriteMetric(keyBstr.get(), instanceBstr.get(), variant);
 }
 
 } // namespace

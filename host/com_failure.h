@@ -4,16 +4,18 @@
 
 #include <comdef.h>
 
+#include <concepts>
 #include <new>
 #include <utility>
 
 namespace orvel {
 
-/// Converts a Win32 error to an HRESULT. Returns values of 0 or less unchanged.
-constexpr HRESULT HresultFromWin32(DWORD error) noexcept
+/// Converts a Win32 error, as GetLastError (DWORD) or a registry function (LSTATUS) returns it, to an HRESULT. Returns
+/// values of 0 or less unchanged.
+constexpr HRESULT HresultFromWin32(std::integral auto error) noexcept
 {
     const auto code = static_cast<HRESULT>(error);
-    return code <= 0 ? code : static_cast<HRESULT>((error & 0xFFFFU) | 0x80070000U);
+    return code <= 0 ? code : static_cast<HRESULT>((static_cast<DWORD>(code) & 0xFFFFU) | 0x80070000U);
 }
 
 /// Runs `body` as a call into the module; every call of the host and of the Event Log runs through it. Converts

@@ -7,7 +7,7 @@ namespace orvel {
 
 namespace {
 
-DWORD QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
+LSTATUS QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
 {
     DWORD type = REG_NONE;
     LSTATUS error = RegQueryValueExW(key, L"Manager1", nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes);
@@ -17,7 +17,7 @@ DWORD QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
     if (error == ERROR_SUCCESS && type != REG_SZ && type != REG_EXPAND_SZ) {
         error = ERROR_INVALID_DATA;
     }
-    return static_cast<DWORD>(error);
+    return error;
 }
 
 } // namespace
@@ -25,29 +25,26 @@ DWORD QueryManager(HKEY key, wchar_t* buffer, DWORD& bytes)
 HRESULT ReadManagerValue(std::wstring& out)
 {
     HKEY opened = nullptr;
-    const LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\services\\korvex\\Parameters",
-                                         0, KEY_READ, &opened);
+    LSTATUS error = RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\services\\korvex\\Parameters", 0,
+                                  KEY_READ, &opened);
     const UniqueKey key(opened);
-    if (status != ERROR_SUCCESS) {
-        return HresultFromWin32(static_cast<DWORD>(status));
-    }
     DWORD bytes = 0;
-    DWORD error = QueryManager(key.get(), nullptr, bytes);
+    if (error == ERROR_SUCCESS) {
+        error = QueryManager(key.get(), nullptr, bytes);
+    }
     if (error != ERROR_SUCCESS) {
         return HresultFromWin32(error);
     }
 
     const DWORD characters = bytes / sizeof(wchar_t);
-    const UniqueHeapText value = AllocateHeapText(static_cast<size_t>(characters) + 1); // the last one stays zero
+    const UniqueHeapText value = AllocateHeapText(size_t{characters} + 1); // the last one stays zero
     if (!value) {
         return E_OUTOFMEMORY;
     }
     const DWORD capacity = characters * sizeof(wchar_t);
     bytes = capacity;
     error = QueryManager(key.get(), value.get(), bytes);
-    if (error == ERROR_SUCCESS && bytes == 0) {
-        value[0] = L'\0';
-    } else if (error == ERROR_SUCCESS) {
+    if (error == ERROR_SUCCESS && bytes != 0) {
         const bool isTerminated =
             bytes <= capacity && bytes % sizeof(wchar_t) == 0 && value[bytes / sizeof(wchar_t) - 1] == L'\0';
         error = isTerminated ? ERROR_SUCCESS : ERROR_INVALID_DATA;

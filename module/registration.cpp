@@ -52,11 +52,6 @@ public:
     const LSTATUS status;
 };
 
-HRESULT FromStatus(LSTATUS status)
-{
-    return HresultFromWin32(static_cast<DWORD>(status));
-}
-
 // Without this call the platform registers type libraries machine-wide, whatever HKCR is redirected to. Windows
 // versions that lack it do not need it.
 void AllowTypeLibraryPerUser()
@@ -87,7 +82,7 @@ HRESULT RunScript(WORD resource, HKEY classes, LSTATUS (*run)(const ScriptKey&, 
     try {
         const ScriptKey script =
             ParseScript(ScriptText(module.Handle(), resource), {{L"%MODULE%", module.Path()}, {L"%APPID%", kAppId}});
-        return FromStatus(run(script, classes));
+        return HresultFromWin32(run(script, classes));
     } catch (const ScriptError& error) {
         const std::wstring line = L"Orvel_eventlog.dll: script " + std::to_wstring(resource) + L", line " +
                                   std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
@@ -106,7 +101,7 @@ HRESULT RegisterTypeLibrary(HKEY classes)
         return hr;
     }
     const ClassesRedirection redirection(classes);
-    hr = FromStatus(redirection.status);
+    hr = HresultFromWin32(redirection.status);
     if (FAILED(hr)) {
         return hr;
     }
@@ -121,10 +116,10 @@ HRESULT UnregisterTypeLibrary(HKEY classes)
     const LSTATUS status = RegOpenKeyExW(classes, kLibraryKey, 0, KEY_READ, &opened);
     UniqueKey(opened).reset();
     if (status != ERROR_SUCCESS) {
-        return status == ERROR_FILE_NOT_FOUND ? S_OK : FromStatus(status);
+        return status == ERROR_FILE_NOT_FOUND ? S_OK : HresultFromWin32(status);
     }
     const ClassesRedirection redirection(classes);
-    const HRESULT hr = FromStatus(redirection.status);
+    const HRESULT hr = HresultFromWin32(redirection.status);
     if (FAILED(hr)) {
         return hr;
     }
@@ -145,7 +140,7 @@ HRESULT OnClasses(HRESULT (*steps)(HKEY classes))
             RegCreateKeyExW(isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, L"Software\\Classes", 0, nullptr,
                             REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE, nullptr, &opened, nullptr);
         const UniqueKey classes(opened);
-        return status == ERROR_SUCCESS ? steps(classes.get()) : FromStatus(status);
+        return status == ERROR_SUCCESS ? steps(classes.get()) : HresultFromWin32(status);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

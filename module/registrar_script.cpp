@@ -8,6 +8,7 @@ namespace {
 
 constexpr std::wstring_view kBlanks = L" \t\r\n";
 constexpr std::wstring_view kWordEnds = L" \t\r\n'";
+constexpr wchar_t kQuote = L'\'';
 
 class Parser {
 public:
@@ -22,7 +23,7 @@ public:
         Expect(L"{", L"a '{' is missing");
         ScriptKey classes;
         TakeEntries(classes);
-        if (!IsEnd()) {
+        if (!word_.empty()) {
             Fail(L"nothing may follow the last '}'");
         }
         return classes;
@@ -38,32 +39,26 @@ private:
         throw ScriptError{line, wordStart_ - lineStart + 1, reason};
     }
 
-    bool IsEnd() const { return word_.empty() && !isQuoted_; }
-
     void Advance()
     {
         wordStart_ = std::min(text_.find_first_not_of(kBlanks, next_), text_.size());
-        isQuoted_ = text_.substr(wordStart_).starts_with(L'\'');
-        if (!isQuoted_) {
+        if (!text_.substr(wordStart_).starts_with(kQuote)) {
             next_ = std::min(text_.find_first_of(kWordEnds, wordStart_), text_.size());
-            word_ = text_.substr(wordStart_, next_ - wordStart_);
-            return;
-        }
-        const std::size_t end = text_.find(L'\'', wordStart_ + 1);
-        if (end == std::wstring_view::npos) {
+        } else if (const std::size_t end = text_.find(kQuote, wordStart_ + 1); end != std::wstring_view::npos) {
+            next_ = end + 1;
+        } else {
             Fail(L"the closing quote is missing");
         }
-        word_ = text_.substr(wordStart_ + 1, end - wordStart_ - 1);
-        next_ = end + 1;
+        word_ = text_.substr(wordStart_, next_ - wordStart_);
     }
 
     bool Skip(std::wstring_view keyword)
     {
-        if (isQuoted_ || word_ != keyword) {
-            return false;
+        const bool isKeyword = word_ == keyword;
+        if (isKeyword) {
+            Advance();
         }
-        Advance();
-        return true;
+        return isKeyword;
     }
 
     void Expect(std::wstring_view keyword, const wchar_t* reason)
@@ -75,10 +70,11 @@ private:
 
     std::wstring TakeText(const wchar_t* reason)
     {
-        if (!isQuoted_ && (word_.empty() || word_ == L"{" || word_ == L"}" || word_ == L"=")) {
+        if (word_.empty() || word_ == L"{" || word_ == L"}" || word_ == L"=") {
             Fail(reason);
         }
         std::wstring text(word_);
+        std::erase(text, kQuote);
         if (text.find(L'%') != std::wstring::npos) {
             const auto found = replacements_.find(text);
             if (found == replacements_.end()) {
@@ -129,8 +125,7 @@ private:
 
     std::wstring_view text_;
     const ScriptReplacements& replacements_;
-    std::wstring_view word_; // the current word without its quotes; empty and not quoted at the end
-    bool isQuoted_ = false;
+    std::wstring_view word_; // the current word, with its quotes; empty at the end
     std::size_t wordStart_ = 0;
     std::size_t next_ = 0; // where the search for the next word starts
 };

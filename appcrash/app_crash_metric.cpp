@@ -84,7 +84,7 @@ void CAppCrashMetric::OnEvent(EVT_HANDLE event)
     crashTimeLine_.clear();
     RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { SetCrashTimeLine(values); });
     // Left open on purpose, one handle per event; docs/performance.md states the cost.
-    EVT_HANDLE publisher = OpenPublisherMetadata(L"Application Error");
+    EVT_HANDLE publisher = EvtOpenPublisherMetadata(nullptr, L"Application Error", nullptr, 0, 0);
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { AddCrashFromMessage(text); });
 }
 

@@ -10,43 +10,30 @@ namespace orvel {
 
 using Microsoft::WRL::ComPtr;
 
-namespace {
-
-HRESULT ReadText(IXMLDOMNode* node, std::wstring& value)
-{
-    ComPtr<IXMLDOMElement> element;
-    HRESULT hr = node->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(element.GetAddressOf()));
-    if (FAILED(hr)) {
-        return hr;
-    }
-    BSTR text = nullptr;
-    hr = element->get_text(&text);
-    const UniqueBstr owner(text);
-    if (SUCCEEDED(hr)) {
-        value.assign(text != nullptr ? text : L"", SysStringLen(text));
-        hr = S_OK;
-    }
-    return hr;
-}
-
-} // namespace
-
 HRESULT GetProperty(IXMLDOMElement* configuration, const wchar_t* name, IAgentLogger* logger, std::wstring& value)
 {
     const UniqueBstr expression = MakeBstr(name);
     ComPtr<IXMLDOMNode> node;
     HRESULT hr = configuration->selectSingleNode(expression.get(), node.GetAddressOf());
-    if (SUCCEEDED(hr)) {
-        if (hr != S_OK || !node) {
-            Log(logger, LogLevel::Error, L"Property '%s' was not found in the configuration.", name);
-            return HresultFromWin32(ERROR_NOT_FOUND);
-        }
-        hr = ReadText(node.Get(), value);
+    if (SUCCEEDED(hr) && (hr != S_OK || !node)) {
+        Log(logger, LogLevel::Error, L"Property '%s' was not found in the configuration.", name);
+        return HresultFromWin32(ERROR_NOT_FOUND);
     }
+    ComPtr<IXMLDOMElement> element;
+    if (SUCCEEDED(hr)) {
+        hr = node->QueryInterface(IID_IXMLDOMElement, reinterpret_cast<void**>(element.GetAddressOf()));
+    }
+    BSTR text = nullptr;
+    if (SUCCEEDED(hr)) {
+        hr = element->get_text(&text);
+    }
+    const UniqueBstr owner(text);
     if (FAILED(hr)) {
         LogFailure(logger, hr, L"Failed to retrieve property '%s' from the configuration.", name);
+        return hr;
     }
-    return hr;
+    value.assign(text != nullptr ? text : L"", SysStringLen(text));
+    return S_OK;
 }
 
 } // namespace orvel

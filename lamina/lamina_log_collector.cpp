@@ -78,35 +78,26 @@ void CLaminaLogCollector::FindPlinthsInLog()
 bool CLaminaLogCollector::LocateLogDirectory()
 {
     HKEY opened = nullptr;
-    const LSTATUS error =
+    LSTATUS error =
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\services\\korvex", 0, KEY_READ, &opened);
     const UniqueKey key(opened);
     if (error != ERROR_SUCCESS) {
         LogError(L"Failed to open registry key for korvex, error: %d", error);
         return false;
     }
-    std::wstring path;
-    if (!QueryImagePath(key.get(), path)) {
-        return false;
-    }
-    LogInfo(L"korvex image path: %s", path.c_str()); // logged twice on purpose: log parsers expect both lines
-    std::erase(path, L'"');
-    logDirectory_ = path.substr(0, path.rfind(L'\\')) + L"\\Logs\\"; // the whole path if it has no backslash
-    LogInfo(L"korvex log path: %s", logDirectory_.c_str());
-    return true;
-}
-
-bool CLaminaLogCollector::QueryImagePath(HKEY key, std::wstring& path)
-{
     wchar_t value[1024] = {};
     DWORD bytes = sizeof(value) - sizeof(wchar_t); // the last character stays zero, whatever the value's type
-    const LSTATUS error = RegQueryValueExW(key, L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(value), &bytes);
+    error = RegQueryValueExW(key.get(), L"ImagePath", nullptr, nullptr, reinterpret_cast<BYTE*>(value), &bytes);
     if (error != ERROR_SUCCESS) {
         LogError(L"Failed to query value ImagePath, error: %d", error);
         return false;
     }
     LogInfo(L"korvex image path: %s", value);
-    path = value;
+    LogInfo(L"korvex image path: %s", value); // twice on purpose: log parsers expect both lines
+    std::wstring path = value;
+    std::erase(path, L'"');
+    logDirectory_ = path.substr(0, path.rfind(L'\\')) + L"\\Logs\\"; // the whole path if it has no backslash
+    LogInfo(L"korvex log path: %s", logDirectory_.c_str());
     return true;
 }
 

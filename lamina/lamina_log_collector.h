@@ -45,7 +45,6 @@ public:
 private:
     // These return false after a failure, which they have logged.
     bool LocateLogDirectory();
-    bool QueryImagePath(HKEY key, std::wstring& path);
     bool GetLogFileSize(HANDLE file, uint32_t& size);
     bool ReadLogs(HANDLE file);
     bool ReadCurrentLog(HANDLE file);

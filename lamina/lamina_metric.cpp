@@ -35,7 +35,7 @@ void CLaminaMetric::OnEvent(EVT_HANDLE event)
     const std::lock_guard guard(lock_);
     RenderEventValues(context, event, kPaths, [this](const EVT_VARIANT* values) { StoreEventValues(values); });
     // Left open on purpose, one handle per event; docs/performance.md states the cost.
-    EVT_HANDLE publisher = OpenPublisherMetadata(L"korvex");
+    EVT_HANDLE publisher = EvtOpenPublisherMetadata(nullptr, L"korvex", nullptr, 0, 0);
     FormatEventMessage(publisher, event, [this](std::wstring_view text) { lastEvent_.message = text; });
     HandleAgentEvent(lastEvent_);
 }

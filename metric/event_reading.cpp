@@ -82,9 +82,4 @@ DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::func
     return error;
 }
 
-EVT_HANDLE OpenPublisherMetadata(const wchar_t* publisher)
-{
-    return EvtOpenPublisherMetadata(nullptr, publisher, nullptr, 0, 0);
-}
-
 } // namespace orvel

@@ -34,8 +34,4 @@ DWORD RenderEventValues(EventHandle& context, EVT_HANDLE event, std::span<const 
 /// Returns the thread's last Win32 error, 0 on success.
 DWORD FormatEventMessage(EVT_HANDLE publisher, EVT_HANDLE event, const std::function<void(std::wstring_view)>& onText);
 
-/// Opens the metadata of a publisher on the local computer in the thread's locale. Returns null on failure. The caller
-/// owns the handle; the metrics leave it open, one per event (docs/performance.md).
-EVT_HANDLE OpenPublisherMetadata(const wchar_t* publisher);
-
 } // namespace orvel

@@ -15,11 +15,11 @@ CMetric::CMetric(std::wstring name, IAgentLogger* logger, IAgentHost* host)
 HRESULT CMetric::Subscribe(IXMLDOMElement* configuration)
 {
     const MetricCall call; // if the thread cannot be marked, fail here and not in the first delivery
-    HRESULT hr = GetProperty(configuration, L"channel", channel_);
+    HRESULT hr = GetProperty(configuration, L"channel", Logger(), channel_);
     if (FAILED(hr)) {
         return hr;
     }
-    hr = GetProperty(configuration, L"query", query_);
+    hr = GetProperty(configuration, L"query", Logger(), query_);
     if (FAILED(hr)) {
         return hr;
     }
@@ -37,11 +37,6 @@ HRESULT CMetric::Unsubscribe()
 {
     subscription_.Close();
     return S_OK;
-}
-
-HRESULT CMetric::GetProperty(IXMLDOMElement* configuration, const wchar_t* property, std::wstring& value)
-{
-    return orvel::GetProperty(configuration, property, logger_.Get(), value);
 }
 
 } // namespace orvel

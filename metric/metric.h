@@ -41,9 +41,6 @@ public:
     virtual void OnEvent(EVT_HANDLE event) = 0;
 
 protected:
-    /// Reads a configuration property with this metric's logger; see property.h.
-    HRESULT GetProperty(IXMLDOMElement* configuration, const wchar_t* property, std::wstring& value);
-
     IAgentLogger* Logger() const { return logger_.Get(); }
 
 private:

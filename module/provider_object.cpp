@@ -58,21 +58,6 @@ HRESULT ProviderObject::Create(IUnknown* outer, REFIID iid, void** out) noexcept
     return hr;
 }
 
-HRESULT ProviderObject::QueryInterface(REFIID iid, void** out)
-{
-    return outer_->QueryInterface(iid, out);
-}
-
-ULONG ProviderObject::AddRef()
-{
-    return outer_->AddRef();
-}
-
-ULONG ProviderObject::Release()
-{
-    return outer_->Release();
-}
-
 HRESULT ProviderObject::Identity::QueryInterface(REFIID iid, void** out)
 {
     if (out == nullptr) {
@@ -89,11 +74,6 @@ HRESULT ProviderObject::Identity::QueryInterface(REFIID iid, void** out)
     }
     static_cast<IUnknown*>(*out)->AddRef();
     return S_OK;
-}
-
-ULONG ProviderObject::Identity::AddRef()
-{
-    return ++count_;
 }
 
 ULONG ProviderObject::Identity::Release()

@@ -19,9 +19,12 @@ public:
     /// E_NOINTERFACE.
     static HRESULT Create(IUnknown* outer, REFIID iid, void** out) noexcept;
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        return outer_->QueryInterface(iid, out);
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return outer_->AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override { return outer_->Release(); }
 
     // Late binding uses the type information of IOrvelDataProvider from the host's registered type library, else from
     // the module's own copy. These methods also return the platform's failure to load it, and E_OUTOFMEMORY. An
@@ -42,7 +45,7 @@ private:
     public:
         explicit Identity(ProviderObject& object) : object_(object) {}
         HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override;
-        ULONG STDMETHODCALLTYPE AddRef() override;
+        ULONG STDMETHODCALLTYPE AddRef() override { return ++count_; }
         ULONG STDMETHODCALLTYPE Release() override;
 
     private:

@@ -124,8 +124,7 @@ HRESULT CProvider::QueryMetric(BSTR name, LONG_PTR context, IUnknown* sink)
         const ComPtr<IOrvelDataProvider> self(this);
         ComPtr<IMetricSink> metricSink;
         // An object without the interface counts as a null sink, which the metric refuses.
-        if (sink != nullptr &&
-            FAILED(sink->QueryInterface(__uuidof(IMetricSink), reinterpret_cast<void**>(metricSink.GetAddressOf())))) {
+        if (sink != nullptr && FAILED(sink->QueryInterface(IID_PPV_ARGS(metricSink.GetAddressOf())))) {
             metricSink.Reset();
         }
         return self->QueryMetricEx(name, context, metricSink.Get());

@@ -1,14 +1,8 @@
 #include "tools/replay/handles.h"
 
+#include <algorithm>
+
 namespace orvel::replay {
-
-namespace {
-
-// A handle is the slot's number, from 1, below the number of times that the slot was used before.
-constexpr unsigned kSlotBits = sizeof(void*) == 8 ? 32 : 22;
-constexpr size_t kSlotMask = (size_t{1} << kSlotBits) - 1;
-
-} // namespace
 
 HandleTable& HandleTable::Instance()
 {
@@ -19,61 +13,40 @@ HandleTable& HandleTable::Instance()
 EVT_HANDLE HandleTable::Open(ReplayHandleKind kind, std::shared_ptr<const void> object)
 {
     const std::lock_guard guard(lock_);
-    if (free_.empty()) {
-        slots_.emplace_back();
-        free_.push_back(slots_.size() - 1);
-    }
-    const size_t index = free_.back();
-    free_.pop_back();
-    Slot& slot = slots_[index];
-    slot.object = std::move(object);
-    slot.kind = kind;
-    ++open_[kind];
-    return reinterpret_cast<EVT_HANDLE>((slot.generation << kSlotBits) | (index + 1));
+    const auto handle = reinterpret_cast<EVT_HANDLE>(++last_);
+    open_.emplace(handle, Entry{kind, std::move(object)});
+    return handle;
 }
 
 std::shared_ptr<const void> HandleTable::FindObject(EVT_HANDLE handle, ReplayHandleKind kind)
 {
     const std::lock_guard guard(lock_);
-    const Slot* slot = FindSlot(handle);
-    if (slot == nullptr || slot->kind != kind) {
+    const auto found = open_.find(handle);
+    if (found == open_.end() || found->second.kind != kind) {
         ++invalid_;
         return nullptr;
     }
-    return slot->object;
+    return found->second.object;
 }
 
 std::shared_ptr<const void> HandleTable::Close(EVT_HANDLE handle, ReplayHandleKind& kind, bool isDelivery)
 {
     const std::lock_guard guard(lock_);
-    Slot* slot = FindSlot(handle);
-    if (slot == nullptr || (slot->kind == ReplayEventHandle && !isDelivery)) {
+    const auto found = open_.find(handle);
+    if (found == open_.end() || (found->second.kind == ReplayEventHandle && !isDelivery)) {
         ++invalid_;
         return nullptr;
     }
-    kind = slot->kind;
-    --open_[slot->kind];
-    ++slot->generation;
-    free_.push_back((reinterpret_cast<size_t>(handle) & kSlotMask) - 1);
-    return std::move(slot->object);
-}
-
-HandleTable::Slot* HandleTable::FindSlot(EVT_HANDLE handle)
-{
-    const auto value = reinterpret_cast<size_t>(handle);
-    const size_t index = (value & kSlotMask) - 1; // of a null handle: beyond every slot
-    if (index >= slots_.size()) {
-        return nullptr;
-    }
-    Slot& slot = slots_[index];
-    const size_t generation = (slot.generation << kSlotBits) >> kSlotBits;
-    return slot.object != nullptr && generation == value >> kSlotBits ? &slot : nullptr;
+    const auto closed = open_.extract(found);
+    kind = closed.mapped().kind;
+    return closed.mapped().object;
 }
 
 DWORD HandleTable::CountOpen(ReplayHandleKind kind)
 {
     const std::lock_guard guard(lock_);
-    return open_[kind];
+    return static_cast<DWORD>(
+        std::count_if(open_.begin(), open_.end(), [&](const auto& open) { return open.second.kind == kind; }));
 }
 
 DWORD HandleTable::CountInvalid()

@@ -20,36 +20,19 @@ BOOL Finish(DWORD code)
     return code == ERROR_SUCCESS;
 }
 
-EVT_HANDLE Subscribe(EVT_HANDLE session, HANDLE signal, const wchar_t* channel, const wchar_t* query,
-                     EVT_HANDLE bookmark, void* context, EVT_SUBSCRIBE_CALLBACK callback, DWORD flags)
+/// Opens a handle and sets the last error to success.
+EVT_HANDLE Open(ReplayHandleKind kind, std::shared_ptr<const void> object)
 {
-    // EvtSubscribe page: the signal event must be NULL with a callback; a bookmark goes with its own flag only.
-    if ((callback != nullptr) == (signal != nullptr) || bookmark != nullptr) {
-        throw Refusal{ERROR_INVALID_PARAMETER,
-                      L"a subscription needs a callback, and neither a signal event nor a bookmark"};
-    }
-    if (session != nullptr || signal != nullptr || flags != EvtSubscribeToFutureEvents) {
-        throw Refusal{ERROR_NOT_SUPPORTED,
-                      L"the replay log supports only push subscriptions to future events of this computer"};
-    }
-    Selection selection = MakeSelection(channel, query);
-    CheckChannels(selection, *CurrentLog());
-    auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
-    const EVT_HANDLE handle = HandleTable::Instance().Open(ReplaySubscriptionHandle, subscriber);
-    SubscriberList::Instance().Add(std::move(subscriber));
+    const EVT_HANDLE handle = HandleTable::Instance().Open(kind, std::move(object));
+    Finish(ERROR_SUCCESS);
     return handle;
 }
 
-DWORD Render(const RenderContext& context, const Event& event, DWORD size, void* buffer, DWORD* used, DWORD* count)
+/// Sets the last error and returns null.
+EVT_HANDLE Fail(DWORD code)
 {
-    const size_t capacity = buffer != nullptr ? size : 0;
-    const size_t needed = RenderValues(context, event, buffer, capacity);
-    *used = static_cast<DWORD>(needed); // in bytes (EvtRender page)
-    if (capacity < needed) {
-        return ERROR_INSUFFICIENT_BUFFER;
-    }
-    *count = static_cast<DWORD>(context.size());
-    return ERROR_SUCCESS;
+    Finish(code);
+    return nullptr;
 }
 
 /// Returns the error of formatting an event's message, or 0.
@@ -95,48 +78,55 @@ extern "C" {
 
 EVT_HANDLE WINAPI EvtSubscribe(EVT_HANDLE session, HANDLE signalEvent, LPCWSTR channelPath, LPCWSTR query,
                                EVT_HANDLE bookmark, PVOID context, EVT_SUBSCRIBE_CALLBACK callback, DWORD flags)
-{
-    try {
-        if (const DWORD error = StartUnattended(); error != ERROR_SUCCESS) {
-            throw Refusal{error, L"cannot read the export named by ORVEL_REPLAY"};
-        }
-        const EVT_HANDLE handle =
-            Subscribe(session, signalEvent, channelPath, query, bookmark, context, callback, flags);
-        SetLastRefusal({});
-        Finish(ERROR_SUCCESS);
-        return handle;
-    } catch (const Refusal& refusal) {
-        SetLastRefusal(refusal.Text());
-        Finish(refusal.code);
-        return nullptr;
+try {
+    if (const DWORD error = StartUnattended(); error != ERROR_SUCCESS) {
+        throw Refusal{error, L"cannot read the export named by ORVEL_REPLAY"};
     }
+    // EvtSubscribe page: the signal event must be NULL with a callback; a bookmark goes with its own flag only.
+    if ((callback != nullptr) == (signalEvent != nullptr) || bookmark != nullptr) {
+        throw Refusal{ERROR_INVALID_PARAMETER,
+                      L"a subscription needs a callback, and neither a signal event nor a bookmark"};
+    }
+    if (session != nullptr || signalEvent != nullptr || flags != EvtSubscribeToFutureEvents) {
+        throw Refusal{ERROR_NOT_SUPPORTED,
+                      L"the replay log supports only push subscriptions to future events of this computer"};
+    }
+    Selection selection = MakeSelection(channelPath, query);
+    CheckChannels(selection, *CurrentLog());
+    const auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
+    SubscriberList::Instance().Add(subscriber);
+    SetLastRefusal({});
+    return Open(ReplaySubscriptionHandle, subscriber);
+} catch (const Refusal& refusal) {
+    SetLastRefusal(refusal.Text());
+    return Fail(refusal.code);
 }
 
 EVT_HANDLE WINAPI EvtCreateRenderContext(DWORD valuePathsCount, LPCWSTR* valuePaths, DWORD flags)
-{
-    if (flags != EvtRenderContextValues || (valuePathsCount != 0 && valuePaths == nullptr)) {
-        Finish(flags != EvtRenderContextValues ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
-        return nullptr;
+try {
+    if (flags != EvtRenderContextValues) {
+        return Fail(ERROR_NOT_SUPPORTED);
     }
-    try {
-        auto context = std::make_shared<RenderContext>();
-        for (DWORD i = 0; i < valuePathsCount; ++i) {
-            context->emplace_back(valuePaths[i] != nullptr ? valuePaths[i] : L"");
-        }
-        const EVT_HANDLE handle = HandleTable::Instance().Open(ReplayContextHandle, std::move(context));
-        Finish(ERROR_SUCCESS);
-        return handle;
-    } catch (const QueryError& error) {
-        Finish(error.code); // which one the platform returns is not documented
-        return nullptr;
+    if (valuePathsCount != 0 && valuePaths == nullptr) {
+        return Fail(ERROR_INVALID_PARAMETER);
     }
+    auto context = std::make_shared<RenderContext>();
+    for (DWORD i = 0; i < valuePathsCount; ++i) {
+        context->emplace_back(valuePaths[i] != nullptr ? valuePaths[i] : L"");
+    }
+    return Open(ReplayContextHandle, std::move(context));
+} catch (const QueryError& error) {
+    return Fail(error.code); // which one the platform returns is not documented
 }
 
 BOOL WINAPI EvtRender(EVT_HANDLE contextHandle, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, PVOID buffer,
                       PDWORD bufferUsed, PDWORD propertyCount)
 {
-    if (bufferUsed == nullptr || propertyCount == nullptr || flags != EvtRenderEventValues) {
-        return Finish(flags != EvtRenderEventValues ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
+    if (flags != EvtRenderEventValues) {
+        return Finish(ERROR_NOT_SUPPORTED);
+    }
+    if (bufferUsed == nullptr || propertyCount == nullptr) {
+        return Finish(ERROR_INVALID_PARAMETER);
     }
     HandleTable& handles = HandleTable::Instance();
     const auto context = handles.Find<RenderContext>(contextHandle, ReplayContextHandle);
@@ -144,30 +134,37 @@ BOOL WINAPI EvtRender(EVT_HANDLE contextHandle, EVT_HANDLE fragment, DWORD flags
     if (!context || !event) {
         return Finish(ERROR_INVALID_HANDLE);
     }
-    return Finish(Render(*context, *event, bufferSize, buffer, bufferUsed, propertyCount));
+    const size_t capacity = buffer != nullptr ? bufferSize : 0;
+    const size_t needed = RenderValues(*context, *event, buffer, capacity);
+    *bufferUsed = static_cast<DWORD>(needed); // in bytes (EvtRender page)
+    if (capacity < needed) {
+        return Finish(ERROR_INSUFFICIENT_BUFFER);
+    }
+    *propertyCount = static_cast<DWORD>(context->size());
+    return Finish(ERROR_SUCCESS);
 }
 
 EVT_HANDLE WINAPI EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisherId, LPCWSTR logFilePath, LCID, DWORD)
 {
-    if (session != nullptr || logFilePath != nullptr || publisherId == nullptr) {
-        Finish(publisherId == nullptr ? ERROR_INVALID_PARAMETER : ERROR_NOT_SUPPORTED);
-        return nullptr;
+    if (publisherId == nullptr) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    if (session != nullptr || logFilePath != nullptr) {
+        return Fail(ERROR_NOT_SUPPORTED);
     }
     auto publisher = FindPublisher(*CurrentLog(), publisherId);
-    if (publisher == nullptr) {
-        Finish(ERROR_FILE_NOT_FOUND); // which Event Log clients see for a publisher that is not registered
-        return nullptr;
-    }
-    const EVT_HANDLE handle = HandleTable::Instance().Open(ReplayPublisherHandle, std::move(publisher));
-    Finish(ERROR_SUCCESS);
-    return handle;
+    // Error 2 is what Event Log clients see for a publisher that is not registered.
+    return publisher != nullptr ? Open(ReplayPublisherHandle, std::move(publisher)) : Fail(ERROR_FILE_NOT_FOUND);
 }
 
 WINBOOL WINAPI EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD, DWORD, PEVT_VARIANT, DWORD flags,
                                 DWORD bufferSize, LPWSTR buffer, PDWORD bufferUsed)
 {
-    if (bufferUsed == nullptr || flags != EvtFormatMessageEvent) {
-        return Finish(flags != EvtFormatMessageEvent ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
+    if (flags != EvtFormatMessageEvent) {
+        return Finish(ERROR_NOT_SUPPORTED);
+    }
+    if (bufferUsed == nullptr) {
+        return Finish(ERROR_INVALID_PARAMETER);
     }
     HandleTable& handles = HandleTable::Instance();
     const auto record = handles.Find<Event>(event, ReplayEventHandle);

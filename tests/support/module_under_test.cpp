@@ -1,5 +1,7 @@
 #include "tests/support/module_under_test.h"
 
+#include "tools/utf8.h"
+
 #include <cwchar>
 #include <stdexcept>
 
@@ -26,10 +28,8 @@ FaultyReplayClient& Replay()
 void LoadEvents(const std::wstring& events)
 {
     wchar_t message[512] = L"";
-    EXPECT_EQ(
-        Replay().LoadText((L"<Events xmlns:replay='urn:orvel:replay'>" + events + L"</Events>").c_str(), message, 512),
-        0U)
-        << message;
+    const std::string xml = orvel::ToUtf8(L"<Events xmlns:replay='urn:orvel:replay'>" + events + L"</Events>");
+    EXPECT_EQ(Replay().LoadBytes(xml.data(), xml.size(), message, 512), 0U) << message;
 }
 
 std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar_t* publisher, int id)

@@ -3,6 +3,7 @@
 #include "module/provider_ids.h"
 #include "tools/dom_element.h"
 #include "tools/function_of.h"
+#include "tools/utf8.h"
 
 #include <stdexcept>
 
@@ -61,8 +62,8 @@ DWORD Rig::AddEvent(const wchar_t* publisher, int id, const std::wstring& messag
 void Rig::LoadEvents()
 {
     wchar_t message[256] = L"";
-    Check(replay.LoadText((L"<Events>" + events_ + L"</Events>").c_str(), message, 256) == ERROR_SUCCESS,
-          "the replay log refuses the events");
+    const std::string xml = ToUtf8(L"<Events>" + events_ + L"</Events>");
+    Check(replay.LoadBytes(xml.data(), xml.size(), message, 256) == ERROR_SUCCESS, "the replay log refuses the events");
 }
 
 void Rig::Deliver(DWORD event, Channel channel, DWORD times)

@@ -101,15 +101,15 @@ void Replay(const ReplayClient& replay, const std::wstring& application)
 {
     SYSTEMTIME now{};
     GetSystemTime(&now);
-    const std::wstring xml = FormatString(
+    const std::string xml = ToUtf8(FormatString(
         L"<Events><Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider Name='%s'/>"
         L"<EventID>%lu</EventID><TimeCreated SystemTime='%04d-%02d-%02dT%02d:%02d:%02d.000Z'/><Channel>%s</Channel>"
         L"</System><RenderingInfo><Message>Faulting application name: %s, version: %s\nFaulting module name: %s, "
         L"version: %s</Message></RenderingInfo></Event></Events>",
         kPublisher, kEventId, now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond, kChannel,
-        application.c_str(), kVersion, kModule, kModuleVersion);
+        application.c_str(), kVersion, kModule, kModuleVersion));
     wchar_t problem[256] = L"";
-    const bool isPlayed = replay.LoadText(xml.c_str(), problem, ARRAYSIZE(problem)) == ERROR_SUCCESS &&
+    const bool isPlayed = replay.LoadBytes(xml.data(), xml.size(), problem, ARRAYSIZE(problem)) == ERROR_SUCCESS &&
                           replay.Play(nullptr, nullptr) == ERROR_SUCCESS;
     Require(isPlayed, ExitCode::Writing, "cannot replay the event: " + ToUtf8(problem));
 }

@@ -34,7 +34,6 @@ public:
 
     HMODULE module;
     decltype(&ReplayLoad) Load = Control{module, "ReplayLoad"};
-    decltype(&ReplayLoadText) LoadText = Control{module, "ReplayLoadText"};
     decltype(&ReplayLoadBytes) LoadBytes = Control{module, "ReplayLoadBytes"};
     decltype(&ReplayDeclare) Declare = Control{module, "ReplayDeclare"};
     decltype(&ReplayCount) Count = Control{module, "ReplayCount"};

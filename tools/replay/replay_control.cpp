@@ -28,24 +28,6 @@ void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
     }
 }
 
-/// Makes the XML that `load` returns the current log.
-template <typename Load>
-DWORD LoadLog(const Load& load, wchar_t* message, DWORD messageCharacters)
-try {
-    CopyText(L"", message, messageCharacters);
-    SetCurrentLog(std::make_shared<Log>(load()));
-    return ERROR_SUCCESS;
-} catch (const TextError& error) {
-    CopyText(L"line " + std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
-                 error.reason,
-             message, messageCharacters);
-    return ERROR_INVALID_DATA;
-} catch (DWORD code) {
-    CopyText(L"the file cannot be read; check its name, its rights and that it has less than 1 GiB", message,
-             messageCharacters);
-    return code;
-}
-
 /// Copies the part of the query's line around the place of an error.
 void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
 {
@@ -60,9 +42,12 @@ void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
     problem.position = static_cast<DWORD>(place - start);
 }
 
-/// Decodes an export. Throws TextError for a file that is none.
+/// Converts an export to UTF-8. Throws TextError for a file that is not an export.
 std::string DecodeExport(std::string bytes)
 {
+    if (bytes.size() > kLargestExport) {
+        throw TextError{1, 1, L"the export is larger than 1 GiB; export fewer events"};
+    }
     bytes = orvel::DecodeText(std::move(bytes));
     if (bytes.find_first_not_of(" \t\r\n") == bytes.npos) {
         throw TextError{1, 1, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport)};
@@ -78,19 +63,6 @@ std::string DecodeExport(std::string bytes)
             L"this is a binary file; " + std::wstring(kHowToExport)};
     }
     return bytes;
-}
-
-std::string ReadFileText(const wchar_t* path)
-{
-    if (GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES) {
-        throw DWORD{GetLastError()};
-    }
-    std::ifstream file(path, std::ios::binary);
-    std::string bytes(std::istreambuf_iterator<char>(file), {});
-    if (!file || bytes.size() > kLargestExport) {
-        throw file ? DWORD{ERROR_FILE_TOO_LARGE} : DWORD{ERROR_READ_FAULT};
-    }
-    return DecodeExport(std::move(bytes));
 }
 
 /// Waits as long as an action says, or until `goOn`, which is called every 50 ms, returns false.
@@ -157,17 +129,25 @@ extern "C" {
 
 DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters)
 {
-    return LoadLog([&] { return ReadFileText(path); }, message, messageCharacters);
-}
-
-DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters)
-{
-    return LoadLog([&] { return orvel::ToUtf8(xml); }, message, messageCharacters);
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        CopyText(L"the file cannot be read; check its name and rights", message, messageCharacters);
+        return ERROR_READ_FAULT;
+    }
+    return ReplayLoadBytes(bytes.data(), bytes.size(), message, messageCharacters);
 }
 
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
-{
-    return LoadLog([&] { return DecodeExport(std::string(bytes, size)); }, message, messageCharacters);
+try {
+    SetCurrentLog(std::make_shared<Log>(DecodeExport(std::string(bytes, size))));
+    CopyText(L"", message, messageCharacters);
+    return ERROR_SUCCESS;
+} catch (const TextError& error) {
+    CopyText(L"line " + std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
+                 error.reason,
+             message, messageCharacters);
+    return ERROR_INVALID_DATA;
 }
 
 DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name)

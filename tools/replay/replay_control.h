@@ -1,8 +1,8 @@
 #pragma once
 
-// How a console, a test or a benchmark drives the replay log. The functions are exported by the stand-in wevtapi.dll
-// beside the Event Log's own; load that DLL by its full path before the module, then find them with GetProcAddress (see
-// replay_client.h), so that a program does not depend on the stand-in at load time.
+// How a console, a test or a benchmark drives the replay log. The functions are exported by the replay log's
+// wevtapi.dll beside the Event Log's own. Load that DLL by its full path before the module and find them with
+// GetProcAddress, as replay_client.h does: an import would load the system's wevtapi.dll instead.
 //
 // All functions may be called from any thread, but not from inside a delivery unless said otherwise. Those that return
 // a DWORD return 0 or a Win32 code.
@@ -61,8 +61,7 @@ extern "C" {
 /// the current log; nothing is delivered yet. On failure, `message` explains it with line and column.
 DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
 
-/// As ReplayLoad, from a text or from a file's bytes in memory.
-DWORD WINAPI ReplayLoadText(const wchar_t* xml, wchar_t* message, DWORD messageCharacters);
+/// As ReplayLoad, from a file's bytes in memory.
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
 /// Declares what the desktop has or lacks beside the events of the exports, as the elements replay:channel and

@@ -35,5 +35,5 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
     uint64_t expected = 0;
     const auto result = std::from_chars(digits.begin(), digits.end(), expected, isHexadecimal ? 16 : 10);
     assert(number.has_value() == (result.ec == std::errc() && result.ptr == digits.end()));
-    assert(!number || (number->magnitude == expected && number->isNegative == (isNegative && expected != 0)));
+    assert(!number || (number->whole == expected && number->isNegative == (isNegative && expected != 0)));
 }

@@ -1,20 +1,12 @@
 #include "tools/replay/event_time.h"
 
+#include "tools/replay/event_value.h"
 #include "tools/replay/query_open_points.h"
 
 #include <array>
 #include <chrono>
 
 namespace orvel::replay {
-
-namespace {
-
-bool IsDigit(wchar_t c)
-{
-    return c >= L'0' && c <= L'9';
-}
-
-} // namespace
 
 std::optional<uint64_t> ParseEventTime(std::wstring_view text)
 {

@@ -12,18 +12,12 @@ namespace {
 
 constexpr std::wstring_view kBlanks = L" \t\r\n";
 
-bool IsDigit(wchar_t c)
-{
-    return c >= L'0' && c <= L'9';
-}
-
-/// The value of a digit; 16 or more for other characters.
+/// Returns the value of a digit, or 16 for other characters.
 unsigned DigitValue(wchar_t c)
 {
-    return IsDigit(c)               ? static_cast<unsigned>(c - L'0')
-           : c >= L'a' && c <= L'f' ? static_cast<unsigned>(c - L'a') + 10
-           : c >= L'A' && c <= L'F' ? static_cast<unsigned>(c - L'A') + 10
-                                    : 16;
+    constexpr std::wstring_view kDigits = L"0123456789abcdef0123456789ABCDEF";
+    const size_t index = kDigits.find(c);
+    return index != kDigits.npos ? static_cast<unsigned>(index % 16) : 16;
 }
 
 std::optional<uint64_t> ParseDigits(std::wstring_view digits, unsigned base)
@@ -50,21 +44,22 @@ std::wstring_view TakePart(std::wstring_view& text)
 
 } // namespace
 
-std::optional<WholeNumber> ParseWholeNumber(std::wstring_view text)
+std::strong_ordering Number::operator<=>(const Number& other) const
 {
-    WholeNumber number;
-    if (text.starts_with(L'-')) {
-        number.isNegative = true;
-        text.remove_prefix(1);
+    if (isNegative != other.isNegative) {
+        return other.isNegative <=> isNegative;
     }
-    const bool isHexadecimal = !number.isNegative && text.starts_with(L"0x");
-    const auto magnitude = isHexadecimal ? ParseDigits(text.substr(2), 16) : ParseDigits(text, 10);
-    if (!magnitude) {
-        return std::nullopt;
-    }
-    number.magnitude = *magnitude;
-    number.isNegative = number.isNegative && *magnitude != 0;
-    return number;
+    const auto magnitudes = std::tie(whole, fraction) <=> std::tie(other.whole, other.fraction);
+    return isNegative ? 0 <=> magnitudes : magnitudes;
+}
+
+std::optional<Number> ParseWholeNumber(std::wstring_view text)
+{
+    const bool isNegative = text.starts_with(L'-');
+    const bool isHexadecimal = text.starts_with(L"0x");
+    const auto magnitude =
+        isHexadecimal ? ParseDigits(text.substr(2), 16) : ParseDigits(text.substr(isNegative ? 1 : 0), 10);
+    return magnitude ? std::optional(Number{isNegative && *magnitude != 0, *magnitude}) : std::nullopt;
 }
 
 std::optional<Number> ParseNumber(std::wstring_view text)
@@ -72,41 +67,22 @@ std::optional<Number> ParseNumber(std::wstring_view text)
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
     text.remove_suffix(text.size() - (text.find_last_not_of(kBlanks) + 1)); // npos + 1 is 0
     const size_t point = text.find(L'.');
-    std::wstring_view digits = point != text.npos ? text.substr(point + 1) : std::wstring_view();
-    std::wstring_view before = text.substr(0, point);
-    const bool isNegative = before.starts_with(L'-');
-    if (point != text.npos && before.size() == (isNegative ? 1 : 0)) {
-        if (digits.empty()) {
-            return std::nullopt;
-        }
-        before = isNegative ? L"-0" : L"0";
+    if (point == text.npos) {
+        return ParseWholeNumber(text);
     }
-    const auto whole = ParseWholeNumber(before);
-    const bool isHexadecimal = before.starts_with(L"0x");
-    if (!whole || !std::all_of(digits.begin(), digits.end(), IsDigit) || (point != text.npos && isHexadecimal)) {
+    const bool isNegative = text.starts_with(L'-');
+    const std::wstring_view before = text.substr(0, point).substr(isNegative ? 1 : 0);
+    std::wstring_view digits = text.substr(point + 1);
+    const auto whole = before.empty() && !digits.empty() ? std::optional(uint64_t{0}) : ParseDigits(before, 10);
+    if (!whole || !std::all_of(digits.begin(), digits.end(), IsDigit)) {
         return std::nullopt;
     }
-    Number number{isNegative, whole->magnitude, 0};
+    Number number{false, *whole};
     for (uint64_t unit = 1'000'000'000'000'000'000; unit != 0 && !digits.empty(); unit /= 10, digits.remove_prefix(1)) {
         number.fraction += unit * static_cast<unsigned>(digits.front() - L'0');
     }
-    number.isNegative = isNegative && (number.whole != 0 || number.fraction != 0);
+    number.isNegative = isNegative && number != Number{};
     return number;
-}
-
-bool operator==(const Number& left, const Number& right)
-{
-    return (left <=> right) == 0;
-}
-
-std::strong_ordering operator<=>(const Number& left, const Number& right)
-{
-    if (left.isNegative != right.isNegative) {
-        return left.isNegative ? std::strong_ordering::less : std::strong_ordering::greater;
-    }
-    const Number& low = left.isNegative ? right : left;
-    const Number& high = left.isNegative ? left : right;
-    return std::tie(low.whole, low.fraction) <=> std::tie(high.whole, high.fraction);
 }
 
 std::optional<Guid> ParseGuid(std::wstring_view text)
@@ -141,10 +117,10 @@ std::optional<Sid> ParseSid(std::wstring_view text)
     text.remove_prefix(4);
     const bool endsInHyphen = text.ends_with(L'-');
     const auto authority = ParseWholeNumber(TakePart(text));
-    if (!authority || authority->isNegative || authority->magnitude >= uint64_t{1} << 48 || text.empty()) {
+    if (!authority || authority->whole >= uint64_t{1} << 48 || text.empty()) {
         return std::nullopt;
     }
-    Sid sid{authority->magnitude};
+    Sid sid{authority->whole};
     for (; !text.empty(); ++sid.count) {
         const auto part = ParseDigits(TakePart(text), 10);
         if (!part || *part > std::numeric_limits<uint32_t>::max() || sid.count == sid.parts.size()) {

@@ -10,25 +10,24 @@
 
 namespace orvel::replay {
 
-/// A whole number of 64 bits, with or without a sign.
-struct WholeNumber {
-    bool isNegative = false;
-    uint64_t magnitude = 0;
+constexpr bool IsDigit(wchar_t c)
+{
+    return c >= L'0' && c <= L'9';
+}
+
+/// A number. Exact: no value of 64 bits is rounded, and 19 fraction digits count.
+struct Number {
+    bool isNegative = false; ///< false for zero
+    uint64_t whole = 0;
+    uint64_t fraction = 0; ///< in units of 10^-19
+
+    bool operator==(const Number&) const = default;
+    std::strong_ordering operator<=>(const Number& other) const;
 };
 
 /// Reads a decimal number, with or without a minus sign, or a hexadecimal one that begins with 0x. Returns nothing for
 /// other texts and for numbers of more than 64 bits.
-std::optional<WholeNumber> ParseWholeNumber(std::wstring_view text);
-
-/// A number with a fraction. Exact: no value of 64 bits is rounded, and 19 fraction digits count.
-struct Number {
-    bool isNegative = false;
-    uint64_t whole = 0;
-    uint64_t fraction = 0; // in units of 10^-19
-};
-
-bool operator==(const Number& left, const Number& right);
-std::strong_ordering operator<=>(const Number& left, const Number& right);
+std::optional<Number> ParseWholeNumber(std::wstring_view text);
 
 /// Reads what ParseWholeNumber reads and decimals ("3.5", ".5", "3."), with blanks around them.
 std::optional<Number> ParseNumber(std::wstring_view text);
@@ -60,7 +59,7 @@ struct EventTime {
 
 /// A literal of a query. Its syntax decides its type ([MS-EVEN6] 2.2.15.2); std::monostate is a text.
 struct Literal {
-    explicit Literal(std::wstring literalText, bool isQuotedText);
+    Literal(std::wstring literalText, bool isQuotedText);
 
     std::wstring text;
     bool isQuoted;

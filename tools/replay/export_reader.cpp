@@ -136,7 +136,7 @@ Event MakeEvent(const Node& node, Arena& arena)
         event.isForwarded = *text == L"true";
     }
     if (const std::wstring_view* text = node.Attribute(kErrorAttribute)) {
-        const uint64_t error = ParseWholeNumber(*text).value_or(WholeNumber{}).magnitude;
+        const uint64_t error = ParseWholeNumber(*text).value_or(Number{}).whole;
         if (error < 15027 || error > 15033 || error == 15032) {
             Refuse(node, L"replay:error='", *text, L"' is not possible: 15027 to 15031 and 15033 are");
         }

@@ -44,11 +44,17 @@ struct Expression {
     std::shared_ptr<const Literal> literal = {}; // of Constant
 };
 
+/// How near a query came to selecting an event.
+struct Nearness {
+    size_t conditions = 0; // number of conditions that are true beside the one that failed
+    size_t depth = 0;      // number of path steps to the condition that failed
+    auto operator<=>(const Nearness&) const = default;
+};
+
 /// Why a query does not select an event.
 struct QueryExplanation {
-    size_t conditions = 0;  // number of conditions that are true beside the one that failed
-    size_t depth = 0;       // number of path steps to the condition that failed
-    std::wstring text = {}; // "EventID is 1001, the query wants 1000"
+    Nearness nearness;
+    std::wstring text; // "EventID is 1001, the query wants 1000"
 };
 
 /// A query in the XPath subset that the Event Log supports: [MS-EVEN6] 2.2.15 and the page Consuming Events. Immutable
@@ -67,9 +73,9 @@ public:
     /// Explains why the query does not select the event. Call it only if Matches returned false.
     QueryExplanation Explain(const Node& event) const;
 
-    /// Sets `value` to the first value of the value path: an attribute, or the text of an element. Returns false if
-    /// there is none. The view is valid as long as the event.
-    bool FirstValue(const Node& event, std::wstring_view& value) const;
+    /// Returns the first value of the value path, if any: an attribute, or the text of an element. The view is valid as
+    /// long as the event.
+    std::optional<std::wstring_view> FirstValue(const Node& event) const;
 
     /// Returns the names of the value path without predicates, "Event/System/TimeCreated/@SystemTime".
     std::wstring PlainPath() const;

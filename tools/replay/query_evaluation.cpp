@@ -3,34 +3,15 @@
 #include "tools/replay/event_time.h"
 
 #include <algorithm>
-#include <array>
 
 namespace orvel::replay {
 
 namespace {
 
-/// Calls `visit` with each node that the steps from `index` on select until it returns true. Returns whether it did.
-template <typename Visit>
-bool AnyNode(const std::vector<Step>& path, size_t index, const Item& from, const Node& event, const Visit& visit)
-{
-    const Step& step = path[index];
-    // One position for each predicate, counted among the nodes that pass the predicates before it. The array is large
-    // enough because each predicate has at least one expression.
-    std::array<size_t, kMaxSelectExpressions> positions{};
-    return AnyCandidate(step, from, [&](const Item& candidate) {
-        for (size_t i = 0; i < step.predicates.size(); ++i) {
-            if (!IsTrue(step.predicates[i], {event, candidate, ++positions[i]})) {
-                return false;
-            }
-        }
-        return index + 1 == path.size() ? visit(candidate) : AnyNode(path, index + 1, candidate, event, visit);
-    });
-}
-
 template <typename Visit>
 bool AnyNode(const Expression& path, const Context& context, const Visit& visit)
 {
-    return AnyNode(path.path, 0, context.item, context.event, visit);
+    return AnyNode(path.path, 0, context, visit);
 }
 
 template <typename Value>
@@ -86,23 +67,17 @@ bool CompareValue(Expression::Operator comparison, std::wstring_view value, cons
     return CompareUnordered(comparison, EqualTexts(value, literal.text));
 }
 
-std::optional<Number> LiteralNumber(const Literal& literal)
-{
-    const auto* number = std::get_if<Number>(&literal.value);
-    return number != nullptr ? std::optional(*number) : std::nullopt;
-}
-
-/// Returns the value of position(), timediff() or a numeric literal.
+/// Returns the value of position(), timediff() or a literal, if it is a number.
 std::optional<Number> NumberOf(const Expression& operand, const Context& context)
 {
-    switch (operand.kind) {
-    case Expression::Position:
-        return Number{false, context.position, 0};
-    case Expression::TimeDifference:
-        return TimeDifference(operand, context);
-    default:
-        return LiteralNumber(*operand.literal);
+    if (operand.kind == Expression::Position) {
+        return Number{false, context.position};
     }
+    if (operand.kind == Expression::TimeDifference) {
+        return TimeDifference(operand, context);
+    }
+    const auto* const number = std::get_if<Number>(&operand.literal->value);
+    return number != nullptr ? std::optional(*number) : std::nullopt;
 }
 
 /// Evaluates a comparison. The parser has ordered its operands: paths before functions before literals.
@@ -148,7 +123,7 @@ std::optional<uint64_t> TimeOf(const Expression& operand, const Context& context
         return std::nullopt;
     }
     const auto number = ParseWholeNumber(*text);
-    return number && !number->isNegative ? std::optional(number->magnitude) : ParseEventTime(*text);
+    return number && !number->isNegative ? std::optional(number->whole) : ParseEventTime(*text);
 }
 
 } // namespace
@@ -175,7 +150,7 @@ std::optional<Number> TimeDifference(const Expression& call, const Context& cont
     }
     constexpr uint64_t kUnitsPerMillisecond = 10'000;
     const uint64_t distance = (std::max(*from, *to) - std::min(*from, *to)) / kUnitsPerMillisecond;
-    return Number{*from > *to && distance != 0, distance, 0};
+    return Number{*from > *to && distance != 0, distance};
 }
 
 bool IsConvertible(std::wstring_view value, const Literal& literal)
@@ -210,11 +185,9 @@ bool Query::Matches(const Node& event) const
     return IsTrue(root_, RootContext(event));
 }
 
-bool Query::FirstValue(const Node& event, std::wstring_view& value) const
+std::optional<std::wstring_view> Query::FirstValue(const Node& event) const
 {
-    const auto first = replay::FirstValue(root_, RootContext(event));
-    value = first.value_or(value);
-    return first.has_value();
+    return replay::FirstValue(root_, RootContext(event));
 }
 
 std::wstring Query::PlainPath() const
@@ -222,11 +195,8 @@ std::wstring Query::PlainPath() const
     std::wstring plain;
     for (const Step& step : root_.path) {
         plain.append(plain.empty() ? L"" : L"/").append(step.axis == Step::Attribute ? L"@" : L"");
-        if (step.axis == Step::Text) {
-            plain.append(L"text()");
-        } else {
-            plain.append(step.name.empty() ? L"*" : step.name);
-        }
+        const std::wstring name = step.name.empty() ? L"*" : step.name;
+        plain += step.axis == Step::Text ? L"text()" : name;
     }
     return plain;
 }

@@ -2,6 +2,8 @@
 
 #include "tools/replay/query.h"
 
+#include <array>
+
 namespace orvel::replay {
 
 /// A context node, or a node that a path selects.
@@ -68,6 +70,26 @@ bool AnyCandidate(const Step& step, const Item& from, const Visit& visit)
         }
     }
     return false;
+}
+
+/// Calls `visit` with each node that a path's steps from `index` on select until it returns true. Returns whether it
+/// did.
+template <typename Visit>
+bool AnyNode(const std::vector<Step>& path, size_t index, const Context& context, const Visit& visit)
+{
+    const Step& step = path[index];
+    // One position for each predicate, counted among the nodes that pass the predicates before it. The array is large
+    // enough because each predicate has at least one expression.
+    std::array<size_t, kMaxSelectExpressions> positions{};
+    return AnyCandidate(step, context.item, [&](const Item& candidate) {
+        for (size_t i = 0; i < step.predicates.size(); ++i) {
+            if (!IsTrue(step.predicates[i], {context.event, candidate, ++positions[i]})) {
+                return false;
+            }
+        }
+        return index + 1 == path.size() ? visit(candidate)
+                                        : AnyNode(path, index + 1, {context.event, candidate, 1}, visit);
+    });
 }
 
 } // namespace orvel::replay

@@ -3,8 +3,6 @@
 #include "tools/replay/query_evaluation.h"
 
 #include <algorithm>
-#include <array>
-#include <tuple>
 
 namespace orvel::replay {
 
@@ -17,21 +15,15 @@ struct Failure {
 };
 
 struct Explanation {
-    size_t conditions = 0;
-    size_t depth = 0;
-    std::vector<Failure> failures = {};
-
-    bool IsNearerThan(const Explanation& other) const
-    {
-        return std::tie(conditions, depth) > std::tie(other.conditions, other.depth);
-    }
+    Nearness nearness;
+    std::vector<Failure> failures;
 };
 
 Explanation Explain(const Expression& expression, const Context& context);
 
 Explanation Single(std::wstring found, std::wstring wanted, size_t depth = 0)
 {
-    return {0, depth, {{std::move(found), std::move(wanted)}}};
+    return {{0, depth}, {{std::move(found), std::move(wanted)}}};
 }
 
 /// Formats an event's value: texts are quoted and truncated.
@@ -80,40 +72,15 @@ std::wstring OneOf(size_t count, const Step& step)
     return count > 1 ? L" (one of " + std::to_wstring(count) + L" " + StepName(step) + L")" : std::wstring();
 }
 
-/// Describes the values for which a comparison is true, such as "at most 3".
-std::wstring Wanted(Expression::Operator comparison, const std::wstring& value)
+/// Returns the nodes that a path selects.
+std::vector<Item> Collect(const std::vector<Step>& path, const Context& context)
 {
-    constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
-                                         L"at most ", L"more than ",    L"at least "};
-    return kWords[comparison] + value;
-}
-
-std::wstring Wanted(Expression::Operator comparison, const Literal& literal)
-{
-    const bool isOrder = comparison != Expression::Equal && comparison != Expression::NotEqual;
-    const bool hasOrder =
-        std::holds_alternative<Number>(literal.value) || std::holds_alternative<EventTime>(literal.value);
-    return Wanted(comparison, Shown(literal)) + (isOrder && !hasOrder ? L", but texts have no order" : L"");
-}
-
-/// Appends the nodes that a path's steps from `index` on select.
-void Collect(const std::vector<Step>& path, size_t index, const Context& context, std::vector<Item>& items)
-{
-    std::array<size_t, kMaxSelectExpressions> positions{};
-    AnyCandidate(path[index], context.item, [&](const Item& candidate) {
-        const auto& predicates = path[index].predicates;
-        for (size_t i = 0; i < predicates.size(); ++i) {
-            if (!IsTrue(predicates[i], {context.event, candidate, ++positions[i]})) {
-                return false;
-            }
-        }
-        if (index + 1 == path.size()) {
-            items.push_back(candidate);
-        } else {
-            Collect(path, index + 1, {context.event, candidate, 1}, items);
-        }
+    std::vector<Item> items;
+    AnyNode(path, 0, context, [&](const Item& item) {
+        items.push_back(item);
         return false;
     });
+    return items;
 }
 
 /// Explains why a path selects no node: a step without nodes, or the predicate that failed at the nearest node.
@@ -135,9 +102,9 @@ Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Conte
         }
         Explanation explanation =
             held < step.predicates.size() ? Explain(step.predicates[held], here) : ExplainPath(path, index + 1, here);
-        explanation.conditions += held;
-        explanation.depth += 1;
-        if (++count == 1 || explanation.IsNearerThan(nearest)) {
+        explanation.nearness.conditions += held;
+        ++explanation.nearness.depth;
+        if (++count == 1 || explanation.nearness > nearest.nearness) {
             nearest = std::move(explanation);
         }
         return false;
@@ -159,21 +126,30 @@ std::wstring TimeDifferenceText(const Expression& call, const Context& context)
                        : (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
 }
 
-/// Describes the right side of a comparison: a literal, or a function that returns a number.
-std::wstring WantedBy(const Expression& comparison, const Context& context)
+/// Describes the values for which a comparison is true, such as "at most 3".
+std::wstring Wanted(const Expression& comparison, const Context& context)
 {
+    constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
+                                         L"at most ", L"more than ",    L"at least "};
+    const std::wstring words = kWords[comparison.comparison];
     const Expression& right = comparison.parts.back();
-    if (right.kind == Expression::Constant) {
-        return Wanted(comparison.comparison, *right.literal);
+    if (right.kind == Expression::Position) {
+        return words + std::to_wstring(context.position);
     }
-    return Wanted(comparison.comparison, right.kind == Expression::Position ? std::to_wstring(context.position)
-                                                                            : TimeDifferenceText(right, context));
+    if (right.kind == Expression::TimeDifference) {
+        return words + TimeDifferenceText(right, context);
+    }
+    const Literal& literal = *right.literal;
+    const bool needsOrder = comparison.comparison != Expression::Equal && comparison.comparison != Expression::NotEqual;
+    const bool hasOrder =
+        std::holds_alternative<Number>(literal.value) || std::holds_alternative<EventTime>(literal.value);
+    return words + Shown(literal) + (needsOrder && !hasOrder ? L", but texts have no order" : L"");
 }
 
 Explanation ExplainComparison(const Expression& comparison, const Context& context)
 {
     const Expression& left = comparison.parts.front();
-    const std::wstring wanted = WantedBy(comparison, context);
+    const std::wstring wanted = Wanted(comparison, context);
     if (left.kind == Expression::Position) {
         return Single(Label(context.item) + L" is number " + std::to_wstring(context.position), wanted);
     }
@@ -183,8 +159,7 @@ Explanation ExplainComparison(const Expression& comparison, const Context& conte
     if (left.kind == Expression::Constant) {
         return Single(L"the literal is " + Shown(*left.literal), wanted);
     }
-    std::vector<Item> items;
-    Collect(left.path, 0, context, items);
+    const std::vector<Item> items = Collect(left.path, context);
     if (items.empty()) {
         return ExplainPath(left.path, 0, context);
     }
@@ -203,8 +178,7 @@ Explanation ExplainBits(const Expression& call, const Context& context)
     if (value.kind == Expression::Constant) {
         return Single(L"the literal is " + Shown(*value.literal), wanted);
     }
-    std::vector<Item> items;
-    Collect(value.path, 0, context, items);
+    const std::vector<Item> items = Collect(value.path, context);
     return items.empty()
                ? ExplainPath(value.path, 0, context)
                : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted, value.path.size());
@@ -216,7 +190,7 @@ Explanation ExplainAnd(const Expression& expression, const Context& context)
     const auto& parts = expression.parts;
     const auto isTrue = [&](const Expression& part) { return IsTrue(part, context); };
     Explanation explanation = Explain(*std::find_if_not(parts.begin(), parts.end(), isTrue), context);
-    explanation.conditions += static_cast<size_t>(std::count_if(parts.begin(), parts.end(), isTrue));
+    explanation.nearness.conditions += static_cast<size_t>(std::count_if(parts.begin(), parts.end(), isTrue));
     return explanation;
 }
 
@@ -226,9 +200,9 @@ Explanation ExplainOr(const Expression& expression, const Context& context)
     Explanation nearest = Explain(expression.parts.front(), context);
     for (auto part = expression.parts.begin() + 1; part != expression.parts.end(); ++part) {
         Explanation explanation = Explain(*part, context);
-        if (explanation.IsNearerThan(nearest)) {
+        if (explanation.nearness > nearest.nearness) {
             nearest = std::move(explanation);
-        } else if (!nearest.IsNearerThan(explanation)) {
+        } else if (explanation.nearness == nearest.nearness) {
             std::move(explanation.failures.begin(), explanation.failures.end(), std::back_inserter(nearest.failures));
         }
     }
@@ -268,7 +242,7 @@ Explanation Explain(const Expression& expression, const Context& context)
 QueryExplanation Query::Explain(const Node& event) const
 {
     const Explanation explanation = replay::Explain(root_, RootContext(event));
-    QueryExplanation result{explanation.conditions, explanation.depth};
+    QueryExplanation result{explanation.nearness, {}};
     for (const auto& [found, wanted] : explanation.failures) {
         result.text +=
             (result.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;

@@ -87,25 +87,21 @@ private:
 
     Expression ParseSeries(Expression::Kind kind, std::wstring_view word, Expression (Parser::*parsePart)())
     {
-        size_t start = position_;
-        Expression first = (this->*parsePart)();
-        size_t wordStart = position_;
-        if (!TakeWord(word)) {
-            return first;
-        }
         Expression series{kind};
-        series.parts.push_back(std::move(first));
+        bool isContinued = false;
         do {
-            if (isValuePath_) {
+            const size_t start = position_;
+            series.parts.push_back((this->*parsePart)());
+            const size_t wordStart = position_;
+            isContinued = TakeWord(word);
+            if (isContinued && isValuePath_) {
                 FailInvalid(wordStart, L"a value path cannot contain 'or' or 'and'");
             }
-            RequireCondition(series.parts.back(), start);
-            start = position_;
-            series.parts.push_back((this->*parsePart)());
-            wordStart = position_;
-        } while (TakeWord(word));
-        RequireCondition(series.parts.back(), start);
-        return series;
+            if (isContinued || series.parts.size() > 1) {
+                RequireCondition(series.parts.back(), start);
+            }
+        } while (isContinued);
+        return series.parts.size() > 1 ? series : std::move(series.parts.front());
     }
 
     static void RequireCondition(const Expression& expression, size_t start)

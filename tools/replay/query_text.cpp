@@ -8,11 +8,6 @@ namespace orvel::replay {
 
 namespace {
 
-bool IsDigit(wchar_t c)
-{
-    return c >= L'0' && c <= L'9';
-}
-
 bool IsNameStart(wchar_t c)
 {
     return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' || static_cast<uint32_t>(c) >= 0x80;

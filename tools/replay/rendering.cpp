@@ -61,9 +61,9 @@ EVT_VARIANT MakeNumber(EVT_VARIANT_TYPE type, std::wstring_view text)
         return variant;
     }
     const auto number = ParseWholeNumber(text);
-    if (number && !number->isNegative && number->magnitude <= LargestOf(type)) {
+    if (number && !number->isNegative && number->whole <= LargestOf(type)) {
         variant.Type = static_cast<DWORD>(type);
-        variant.UInt64Val = number->magnitude; // little-endian: the narrower members share its low bytes
+        variant.UInt64Val = number->whole; // little-endian: the narrower members share its low bytes
     }
     return variant;
 }
@@ -76,9 +76,9 @@ size_t RenderValues(const RenderContext& context, const Event& event, void* buff
 {
     size_t needed = context.size() * sizeof(EVT_VARIANT);
     for (const ValuePath& path : context) {
-        std::wstring_view text;
-        if (path.type == EvtVarTypeString && path.query.FirstValue(event.xml, text)) {
-            needed += (text.size() + 1) * sizeof(wchar_t);
+        const auto text = path.query.FirstValue(event.xml);
+        if (text && path.type == EvtVarTypeString) {
+            needed += (text->size() + 1) * sizeof(wchar_t);
         }
     }
     if (size < needed) {
@@ -88,15 +88,14 @@ size_t RenderValues(const RenderContext& context, const Event& event, void* buff
     auto* texts = reinterpret_cast<wchar_t*>(variants + context.size());
     for (size_t i = 0; i < context.size(); ++i) {
         EVT_VARIANT variant{};
-        std::wstring_view text;
-        const bool isPresent = context[i].query.FirstValue(event.xml, text);
-        if (isPresent && context[i].type == EvtVarTypeString) {
+        const auto text = context[i].query.FirstValue(event.xml);
+        if (text && context[i].type == EvtVarTypeString) {
             variant.Type = EvtVarTypeString;
             variant.StringVal = texts;
-            texts = std::copy(text.begin(), text.end(), texts);
+            texts = std::copy(text->begin(), text->end(), texts);
             *texts++ = L'\0';
-        } else if (isPresent) {
-            variant = MakeNumber(context[i].type, text);
+        } else if (text) {
+            variant = MakeNumber(context[i].type, *text);
         }
         std::memcpy(variants + i, &variant, sizeof(variant)); // the caller's buffer may be unaligned
     }

@@ -99,7 +99,7 @@ std::wstring Selection::Explain(const Event& event) const
     }
     std::wstring channels;
     std::wstring nearest;
-    std::pair<size_t, size_t> distance;
+    Nearness nearness;
     size_t equals = 0;
     for (const Selectors& selectors : queries_) {
         if (FirstMatch(selectors, false, event) != nullptr) {
@@ -108,13 +108,12 @@ std::wstring Selection::Explain(const Event& event) const
         for (const Selector& selector : selectors) {
             if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
                 const QueryExplanation explanation = selector.query.Explain(event.xml);
-                const std::pair own(explanation.conditions, explanation.depth);
-                if (nearest.empty() || own > distance) {
+                if (nearest.empty() || explanation.nearness > nearness) {
                     nearest = selector.place + (selector.place.empty() ? L"" : L": ") + explanation.text;
-                    distance = own;
+                    nearness = explanation.nearness;
                     equals = 0;
                 }
-                equals += own == distance ? 1 : 0;
+                equals += explanation.nearness == nearness ? 1 : 0;
             } else if (!selector.isSuppress && channels.find(L"'" + selector.channel + L"'") == channels.npos) {
                 channels += (channels.empty() ? L"'" : L" or '") + selector.channel + L"'";
             }

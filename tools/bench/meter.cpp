@@ -10,8 +10,6 @@
 #include <mutex>
 #include <numeric>
 #include <string>
-#include <string_view>
-#include <tuple>
 #include <utility>
 
 namespace orvel::bench {
@@ -23,10 +21,10 @@ struct Sample {
     long long start = 0;
     long long total = 0;   // ticks
     long long outside = 0; // ticks
-    long calls = 0;
-    long allocations = 0;
+    long long calls = 0;
+    long long allocations = 0;
     long long bytes = 0;
-    long items = 1;
+    long long items = 1;
 };
 
 thread_local Sample current;
@@ -38,13 +36,6 @@ long long Now()
     LARGE_INTEGER ticks;
     QueryPerformanceCounter(&ticks);
     return ticks.QuadPart;
-}
-
-double MicrosecondsPerTick()
-{
-    LARGE_INTEGER frequency;
-    QueryPerformanceFrequency(&frequency);
-    return 1e6 / static_cast<double>(frequency.QuadPart);
 }
 
 void Begin()
@@ -74,57 +65,35 @@ DWORD WINAPI SampleEvent(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_
     return result;
 }
 
-/// Replaces one import: measures the call and forwards it.
-template <ImportName kName, typename Function>
+/// Replaces one import by a function that calls `kObserve` with the arguments, measures the call and forwards it.
+template <ImportName kName, auto kObserve, typename Function>
 struct Import;
-template <ImportName kName, typename Result, typename... Arguments>
-struct Import<kName, Result(Arguments...)> {
-    static constexpr std::string_view kImport = kName.text;
+template <ImportName kName, auto kObserve, typename Result, typename... Arguments>
+struct Import<kName, kObserve, Result(Arguments...)> {
     static inline Result (*real)(Arguments...);
-
-    static size_t AllocatedBytes(const std::tuple<Arguments&...>& arguments)
-    {
-        if constexpr (kImport == "malloc") {
-            return std::get<0>(arguments);
-        } else if constexpr (kImport == "calloc") {
-            return std::get<0>(arguments) * std::get<1>(arguments);
-        } else if constexpr (kImport == "HeapAlloc") {
-            return std::get<2>(arguments);
-        } else if constexpr (kImport == "SysAllocString") {
-            return std::wcslen(std::get<0>(arguments)) * sizeof(wchar_t);
-        } else if constexpr (kImport == "SysAllocStringLen") {
-            return std::get<1>(arguments) * sizeof(wchar_t);
-        }
-        return 0;
-    }
 
     static Result Call(Arguments... arguments)
     {
         const OutsideCall measured;
-        const std::tuple<Arguments&...> all(arguments...);
-        if constexpr (kImport == "malloc" || kImport == "calloc" || kImport == "HeapAlloc" ||
-                      kImport.starts_with("SysAlloc")) {
-            ++current.allocations;
-            current.bytes += static_cast<long long>(AllocatedBytes(all));
-        } else if constexpr (kImport == "EvtSubscribe") {
-            moduleCallback = std::exchange(std::get<6>(all), &SampleEvent);
-        }
+        kObserve(arguments...);
         return real(arguments...);
     }
 };
 
-template <ImportName kName, typename Function>
+constexpr auto kNothing = [](const auto&...) {};
+
+template <ImportName kName, typename Function, auto kObserve = kNothing>
 void Replace(HMODULE module)
 {
-    using This = Import<kName, Function>;
+    using This = Import<kName, kObserve, Function>;
     This::real = reinterpret_cast<Function*>(
         ImportPatch::Exchange(ImportPatch::FindSlot(module, kName.text), reinterpret_cast<void*>(&This::Call)));
 }
 
-using Nothing = Import<"nothing", int()>;
-int DoNothing()
+void CountAllocation(size_t bytes)
 {
-    return 0;
+    ++current.allocations;
+    current.bytes += static_cast<long long>(bytes);
 }
 
 /// Measures a fixed piece of work that resembles the module's: copies a message of 1,000 characters one at a time.
@@ -143,8 +112,9 @@ Sample RunRuler()
 /// Measures `calls` outside calls that do nothing, to determine the overhead of measuring.
 Sample RunEmpty(int calls)
 {
-    Nothing::real = &DoNothing;
-    int (*const volatile call)() = &Nothing::Call;
+    using Empty = Import<"nothing", kNothing, int()>;
+    Empty::real = [] { return 0; };
+    int (*const volatile call)() = &Empty::Call;
     Begin();
     for (int i = 0; i < calls; ++i) {
         call();
@@ -165,16 +135,15 @@ double MiddleMean(const std::vector<Sample>& all, Value value)
            static_cast<double>(values.size() - 2 * static_cast<size_t>(quarter));
 }
 
-template <typename Value>
-double Mean(const std::vector<Sample>& all, Value value)
+double Mean(const std::vector<Sample>& all, long long Sample::*figure)
 {
-    double sum = 0;
-    double items = 0;
+    long long sum = 0;
+    long long items = 0;
     for (const Sample& sample : all) {
-        sum += static_cast<double>(value(sample));
-        items += static_cast<double>(sample.items);
+        sum += sample.*figure;
+        items += sample.items;
     }
-    return sum / items;
+    return static_cast<double>(sum) / static_cast<double>(items);
 }
 
 } // namespace
@@ -189,19 +158,27 @@ OutsideCall::~OutsideCall()
 
 void MeasureImports(HMODULE module)
 {
-    Replace<"EvtSubscribe", decltype(EvtSubscribe)>(module);
+    constexpr auto kReplaceCallback = [](auto&, auto&, auto&, auto&, auto&, auto&, auto& callback, auto&) {
+        moduleCallback = std::exchange(callback, &SampleEvent);
+    };
+    constexpr auto kBytesOfMalloc = [](size_t size) { CountAllocation(size); };
+    constexpr auto kBytesOfCalloc = [](size_t count, size_t size) { CountAllocation(count * size); };
+    constexpr auto kBytesOfHeapAlloc = [](HANDLE, DWORD, size_t size) { CountAllocation(size); };
+    constexpr auto kBytesOfText = [](const OLECHAR* text) { CountAllocation(std::wcslen(text) * sizeof(*text)); };
+    constexpr auto kBytesOfLength = [](const OLECHAR*, UINT length) { CountAllocation(length * sizeof(OLECHAR)); };
+    Replace<"EvtSubscribe", decltype(EvtSubscribe), kReplaceCallback>(module);
     Replace<"EvtCreateRenderContext", decltype(EvtCreateRenderContext)>(module);
     Replace<"EvtRender", decltype(EvtRender)>(module);
     Replace<"EvtOpenPublisherMetadata", decltype(EvtOpenPublisherMetadata)>(module);
     Replace<"EvtFormatMessage", decltype(EvtFormatMessage)>(module);
     Replace<"EvtClose", decltype(EvtClose)>(module);
-    Replace<"malloc", void*(size_t)>(module);
-    Replace<"calloc", void*(size_t, size_t)>(module);
+    Replace<"malloc", void*(size_t), kBytesOfMalloc>(module);
+    Replace<"calloc", void*(size_t, size_t), kBytesOfCalloc>(module);
     Replace<"free", void(void*)>(module);
-    Replace<"HeapAlloc", decltype(HeapAlloc)>(module);
+    Replace<"HeapAlloc", decltype(HeapAlloc), kBytesOfHeapAlloc>(module);
     Replace<"HeapFree", decltype(HeapFree)>(module);
-    Replace<"SysAllocString", decltype(SysAllocString)>(module);
-    Replace<"SysAllocStringLen", decltype(SysAllocStringLen)>(module);
+    Replace<"SysAllocString", decltype(SysAllocString), kBytesOfText>(module);
+    Replace<"SysAllocStringLen", decltype(SysAllocStringLen), kBytesOfLength>(module);
     Replace<"SysFreeString", decltype(SysFreeString)>(module);
     Replace<"VariantClear", decltype(VariantClear)>(module);
     Replace<"FileTimeToSystemTime", decltype(FileTimeToSystemTime)>(module);
@@ -216,34 +193,28 @@ void MeasureImports(HMODULE module)
     Replace<"CloseHandle", decltype(CloseHandle)>(module);
 }
 
-void TakeSample(const std::function<void()>& call, const std::function<long()>& items)
+void TakeSample(const std::function<long()>& call)
 {
     Begin();
-    call();
+    const long items = call();
     Sample sample = End();
-    sample.items = items();
+    sample.items = items;
     Keep(sample);
 }
 
-void DropSamples()
-{
-    samples.clear();
-}
-
-std::vector<Cost> Measure(int rounds, std::initializer_list<std::function<void()>> works)
+std::vector<Cost> Measure(int rounds, const std::vector<Work>& works)
 {
     constexpr int kEmptyCalls = 16;
     std::vector<Sample> rulers, bare, empty;
     std::vector<std::vector<Sample>> taken(works.size());
     for (int round = -1; round < rounds; ++round) { // the first one only warms up
-        size_t which = 0;
-        for (const auto& work : works) {
-            DropSamples();
-            work();
+        for (size_t which = 0; which < works.size(); ++which) {
+            works[which].prepare();
+            samples.clear();
+            works[which].run();
             if (round >= 0) {
                 taken[which].insert(taken[which].end(), samples.begin(), samples.end());
             }
-            ++which;
             for (int i = 0; i < 4; ++i) {
                 rulers.push_back(RunRuler());
                 bare.push_back(RunEmpty(0));
@@ -257,23 +228,22 @@ std::vector<Cost> Measure(int rounds, std::initializer_list<std::function<void()
     const double base = MiddleMean(bare, total);
     const double perCall = (MiddleMean(empty, total) - base) / kEmptyCalls;
     const double perCallInside = (MiddleMean(empty, inside) - base) / kEmptyCalls;
-    const double unit = MicrosecondsPerTick();
+    const double ruler = MiddleMean(rulers, total) - base;
+    LARGE_INTEGER ticksPerSecond;
+    QueryPerformanceFrequency(&ticksPerSecond);
+    const double unit = 1e6 / static_cast<double>(ticksPerSecond.QuadPart); // microseconds per tick
     std::vector<Cost> costs;
     for (const std::vector<Sample>& all : taken) {
-        Cost cost;
-        cost.own = unit * MiddleMean(all, [&](const Sample& s) {
-                       return (static_cast<double>(inside(s)) - base - perCallInside * static_cast<double>(s.calls)) /
-                              static_cast<double>(s.items);
-                   });
-        cost.total = unit * MiddleMean(all, [&](const Sample& s) {
-                         return (static_cast<double>(s.total) - base - perCall * static_cast<double>(s.calls)) /
-                                static_cast<double>(s.items);
-                     });
-        cost.ruler = unit * (MiddleMean(rulers, total) - base);
-        cost.calls = Mean(all, [](const Sample& s) { return s.calls; });
-        cost.allocations = Mean(all, [](const Sample& s) { return s.allocations; });
-        cost.bytes = Mean(all, [](const Sample& s) { return s.bytes; });
-        costs.push_back(cost);
+        const double own = MiddleMean(all, [&](const Sample& s) {
+            return (static_cast<double>(inside(s)) - base - perCallInside * static_cast<double>(s.calls)) /
+                   static_cast<double>(s.items);
+        });
+        const double whole = MiddleMean(all, [&](const Sample& s) {
+            return (static_cast<double>(s.total) - base - perCall * static_cast<double>(s.calls)) /
+                   static_cast<double>(s.items);
+        });
+        costs.push_back({own / ruler, unit * own, unit * whole, Mean(all, &Sample::calls),
+                         Mean(all, &Sample::allocations), Mean(all, &Sample::bytes)});
     }
     return costs;
 }

@@ -3,16 +3,15 @@
 #include <windows.h>
 
 #include <functional>
-#include <initializer_list>
 #include <vector>
 
 namespace orvel::bench {
 
 /// The cost of one item: an event or a collected value. Counts are exact; only times vary between runs.
 struct Cost {
+    double ratio = 0;       ///< own time, divided by the time that a fixed piece of work took in the same rounds
     double own = 0;         ///< microseconds in the module's own code
     double total = 0;       ///< microseconds, including the platform's and the host's functions
-    double ruler = 0;       ///< microseconds that a fixed piece of work took in the same rounds
     double calls = 0;       ///< to the measured functions of the platform and the host
     double allocations = 0; ///< blocks and BSTRs
     double bytes = 0;       ///< allocated
@@ -35,15 +34,18 @@ private:
 /// replaced: locks, last errors, thread slots, and copying and formatting by the C runtime.
 void MeasureImports(HMODULE module);
 
-/// Takes a sample of a call into the module that handles `items()` items, counted after the call.
-void TakeSample(const std::function<void()>& call, const std::function<long()>& items);
+/// Takes a sample of a call into the module. `call` returns the number of items that it handled.
+void TakeSample(const std::function<long()>& call);
 
-/// Discards the samples taken so far in the current round.
-void DropSamples();
+/// What a case does in each round. Only samples that `run` takes count.
+struct Work {
+    std::function<void()> prepare;
+    std::function<void()> run;
+};
 
 /// Runs each of `works` once per round, in order, and returns the cost of one item of each. Times are the mean of the
 /// middle half of the samples, less the measured overhead of measuring, so that a few interrupted samples do not
 /// matter.
-std::vector<Cost> Measure(int rounds, std::initializer_list<std::function<void()>> works);
+std::vector<Cost> Measure(int rounds, const std::vector<Work>& works);
 
 } // namespace orvel::bench

@@ -7,84 +7,88 @@ namespace orvel::bench {
 
 namespace {
 
-template <typename... Arguments>
-std::string Text(const char* format, Arguments... arguments)
+struct Check {
+    const char* what;
+    double value;
+    double bound;
+};
+
+/// Returns the figures that exceed their bounds.
+std::vector<Check> Exceeded(const Cost& cost, const Bounds& bounds, bool countsOnly)
 {
-    char text[256];
-    std::snprintf(text, sizeof(text), format, arguments...);
-    return text;
+    std::vector<Check> checks{{"calls of the platform and the host", cost.calls, bounds.calls},
+                              {"allocations", cost.allocations, bounds.allocations},
+                              {"bytes allocated", cost.bytes, bounds.bytes}};
+    if (!countsOnly) {
+        checks.push_back({"ratio", cost.ratio, bounds.ratio});
+    }
+    std::erase_if(checks, [](const Check& check) { return check.value <= check.bound; });
+    return checks;
 }
 
 } // namespace
 
-Report::Report(bool isJson, bool countsOnly, std::string wanted)
-    : isJson_(isJson), countsOnly_(countsOnly), wanted_(std::move(wanted))
+Report::Report(Options options) : options_(std::move(options))
 {
-    if (!isJson_) {
+    if (!options_.isJson) {
         std::printf("%-48s %8s %8s %8s %8s %7s %7s %9s\n", "", "ratio", "bound", "own us", "total us", "calls",
                     "allocs", "bytes");
     }
 }
 
-bool Report::Try(const std::string& name, const std::function<std::vector<Check>()>& measure)
+void Report::Run(const std::string& name, const Bounds& bounds, const Work& work)
+{
+    RunCase(name, bounds, [&] { return Measure(options_.countsOnly ? 10 : 200, {work})[0]; });
+}
+
+void Report::RunGrowth(const std::string& name, double bound, int rounds, double times, const Work& many,
+                       const Work& few)
+{
+    RunCase(name, {bound}, [&] {
+        const std::vector<Cost> costs = Measure(rounds, {many, few});
+        return Cost{.ratio = costs[0].own / costs[1].own / times};
+    });
+}
+
+void Report::RunCase(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure)
 {
     constexpr int kAttempts = 3;
     names_.push_back(name);
-    if (!IsWanted(name)) {
-        return false;
+    if (!options_.wanted.empty() && options_.wanted != name) {
+        return;
     }
     hasRun_ = true;
-    std::vector<std::string> above;
-    for (int attempt = 0; attempt == 0 || (attempt < kAttempts && !above.empty()); ++attempt) {
-        above.clear();
-        for (const Check& check : measure()) {
-            if (check.value > check.bound) {
-                above.push_back(Text("%s: %s %.3f, at most %.3f", name.c_str(), check.what, check.value, check.bound));
-            }
-        }
-    }
-    regressions_.insert(regressions_.end(), above.begin(), above.end());
-    return true;
-}
-
-void Report::Run(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure)
-{
     Cost cost;
-    const bool isWanted = Try(name, [&] {
+    std::vector<Check> exceeded;
+    for (int attempt = 0; attempt == 0 || (attempt < kAttempts && !exceeded.empty()); ++attempt) {
         cost = measure();
-        std::vector<Check> checks{{"calls of the platform and the host", cost.calls, bounds.calls},
-                                  {"allocations", cost.allocations, bounds.allocations},
-                                  {"bytes allocated", cost.bytes, bounds.bytes}};
-        if (!countsOnly_) {
-            checks.push_back({"own time, as a multiple of the ruler,", cost.own / cost.ruler, bounds.own});
-        }
-        return checks;
-    });
-    if (isWanted) {
-        std::printf(isJson_ ? R"({"name":"%s","ratio":%.3f,"bound":%.3f,"own_us":%.3f,"total_us":%.3f,"calls":%.2f,)"
-                              R"("allocations":%.2f,"bytes":%.0f})"
-                              "\n"
-                            : "%-48s %8.3f %8.3f %8.3f %8.3f %7.2f %7.2f %9.0f\n",
-                    name.c_str(), cost.own / cost.ruler, bounds.own, cost.own, cost.total, cost.calls, cost.allocations,
-                    cost.bytes);
-        std::fflush(stdout);
+        exceeded = Exceeded(cost, bounds, options_.countsOnly);
+    }
+    std::printf(options_.isJson ? R"({"name":"%s","ratio":%.3f,"bound":%.3f)" : "%-48s %8.3f %8.3f", name.c_str(),
+                cost.ratio, bounds.ratio);
+    if (bounds.calls != 0) {
+        std::printf(options_.isJson ? R"(,"own_us":%.3f,"total_us":%.3f,"calls":%.2f,"allocations":%.2f,"bytes":%.0f)"
+                                    : " %8.3f %8.3f %7.2f %7.2f %9.0f",
+                    cost.own, cost.total, cost.calls, cost.allocations, cost.bytes);
+    }
+    std::puts(options_.isJson ? "}" : "");
+    std::fflush(stdout);
+    for (const auto& [what, value, bound] : exceeded) {
+        std::fprintf(stderr, "regression: %s: %s %.3f, at most %.3f\n", name.c_str(), what, value, bound);
+        hasRegression_ = true;
     }
 }
 
-void Report::Run(const std::string& name, double bound, const std::function<double()>& measure)
+int Report::ExitCode() const
 {
-    double ratio = 0;
-    const bool isWanted = Try(name, [&] {
-        ratio = measure();
-        return std::vector<Check>{{"ratio", ratio, bound}};
-    });
-    if (isWanted) {
-        std::printf(isJson_ ? R"({"name":"%s","ratio":%.3f,"bound":%.3f})"
-                              "\n"
-                            : "%-48s %8.3f %8.3f\n",
-                    name.c_str(), ratio, bound);
-        std::fflush(stdout);
+    if (hasRun_) {
+        return hasRegression_ ? 1 : 0;
     }
+    std::fprintf(stderr, "bench: there is no case '%s'; the cases are:\n", options_.wanted.c_str());
+    for (const std::string& name : names_) {
+        std::fprintf(stderr, "  %s\n", name.c_str());
+    }
+    return 2;
 }
 
 } // namespace orvel::bench

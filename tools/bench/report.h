@@ -2,56 +2,48 @@
 
 #include "tools/bench/meter.h"
 
-#include <functional>
 #include <string>
 #include <vector>
 
 namespace orvel::bench {
 
-/// The highest acceptable cost of one item. `own` is a multiple of the ruler (see Cost).
+struct Options {
+    bool isJson = false;     ///< print one object per line instead of a table
+    bool countsOnly = false; ///< take few rounds and check no times
+    std::string wanted;      ///< the only case to run; empty for all
+};
+
+/// The highest acceptable cost of one item. A case of growth has a ratio only.
 struct Bounds {
-    double own;
-    double calls;
-    double allocations;
-    double bytes;
+    double ratio;
+    double calls = 0;
+    double allocations = 0;
+    double bytes = 0;
 };
 
 /// Runs the selected cases, prints a line for each and compares it with its bounds. A case above a bound runs up to two
 /// more times and is a regression if it stays above.
 class Report {
 public:
-    /// `isJson`: prints one object per line instead of a table. `wanted`: the name of the only case to run; empty for
-    /// all. `countsOnly`: takes few rounds and checks no times.
-    Report(bool isJson, bool countsOnly, std::string wanted);
+    explicit Report(Options options);
 
     /// Runs a case that measures what one item costs.
-    void Run(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure);
-    /// Runs a case that measures one ratio.
-    void Run(const std::string& name, double bound, const std::function<double()>& measure);
+    void Run(const std::string& name, const Bounds& bounds, const Work& work);
 
-    bool CountsOnly() const { return countsOnly_; }
-    bool IsWanted(const std::string& name) const { return wanted_.empty() || name == wanted_; }
-    /// Returns the names of all cases, selected or not.
-    const std::vector<std::string>& Names() const { return names_; }
-    bool HasRun() const { return hasRun_; }
-    /// Returns one line per regression.
-    const std::vector<std::string>& Regressions() const { return regressions_; }
+    /// Runs a case that divides the own time of one item of `many` by that of one item of `few`. `many` has `times` as
+    /// many items in a sample.
+    void RunGrowth(const std::string& name, double bound, int rounds, double times, const Work& many, const Work& few);
+
+    /// Returns 0, or 1 if there was a regression. If no case was selected, prints the names of all and returns 2.
+    int ExitCode() const;
 
 private:
-    struct Check {
-        const char* what;
-        double value;
-        double bound;
-    };
-    /// Runs a case until its checks pass, three times at most. Returns whether it is selected.
-    bool Try(const std::string& name, const std::function<std::vector<Check>()>& measure);
+    void RunCase(const std::string& name, const Bounds& bounds, const std::function<Cost()>& measure);
 
-    const bool isJson_;
-    const bool countsOnly_;
-    const std::string wanted_;
-    bool hasRun_ = false;
+    const Options options_;
     std::vector<std::string> names_;
-    std::vector<std::string> regressions_;
+    bool hasRun_ = false;
+    bool hasRegression_ = false;
 };
 
 } // namespace orvel::bench

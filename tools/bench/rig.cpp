@@ -11,84 +11,67 @@ namespace orvel::bench {
 
 namespace {
 
-constexpr const wchar_t* kChannels[kChannelCount] = {L"Application", L"System"};
-
-void Check(bool isGood, const char* what)
+void Require(bool condition, const char* failure)
 {
-    if (!isGood) {
-        throw std::runtime_error(what);
+    if (!condition) {
+        throw std::runtime_error(failure);
     }
 }
 
 } // namespace
 
-HRESULT SilentLogger::GetLogLevels(LPWSTR, LONG* levels)
-{
-    const OutsideCall measured;
-    *levels = 0;
-    return S_OK;
-}
-
-HRESULT CountingSink::WriteMetric(BSTR, BSTR, VARIANT)
-{
-    const OutsideCall measured;
-    return written++ < accepted ? S_OK : E_FAIL;
-}
-
 Rig::Rig(const std::filesystem::path& folder)
-    : replay((folder / L"replay\\wevtapi.dll").wstring()),
+    : replay_((folder / L"replay\\wevtapi.dll").wstring()),
       module_(LoadLibraryW((folder / L"Orvel_eventlog.dll").wstring().c_str()))
 {
-    Check(module_ != nullptr, "Orvel_eventlog.dll cannot be loaded");
+    Require(module_ != nullptr, "Orvel_eventlog.dll cannot be loaded");
     MeasureImports(module_);
     decltype(&DllGetClassObject) const getClassObject = FunctionOf{module_, "DllGetClassObject"};
-    Check(getClassObject != nullptr && SUCCEEDED(getClassObject(kProviderClass, IID_PPV_ARGS(&factory_))),
-          "Orvel_eventlog.dll has no class factory");
-    replay.SetMode(ReplayOnCallingThread);
+    Require(getClassObject != nullptr && SUCCEEDED(getClassObject(kProviderClass, IID_PPV_ARGS(&factory_))),
+            "Orvel_eventlog.dll has no class factory");
+    replay_.SetMode(ReplayOnCallingThread);
 }
 
-DWORD Rig::AddEvent(const wchar_t* publisher, int id, const std::wstring& message)
+DWORD Rig::AddEvent(const Metric& metric, int id, const std::wstring& message)
 {
-    for (const wchar_t* channel : kChannels) {
-        events_ += std::wstring(L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
-                                L"<Provider Name='") +
-                   publisher + L"'/><EventID>" + std::to_wstring(id) +
-                   L"</EventID><TimeCreated SystemTime='2024-03-05T07:08:09.1234567Z'/><Channel>" + channel +
-                   L"</Channel></System><RenderingInfo><Message>" + message + L"</Message></RenderingInfo></Event>";
-    }
-    return count_++ * kChannelCount;
-}
-
-void Rig::LoadEvents()
-{
-    wchar_t message[256] = L"";
+    events_ += std::wstring(L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
+                            L"<Provider Name='") +
+               metric.publisher + L"'/><EventID>" + std::to_wstring(id) +
+               L"</EventID><TimeCreated SystemTime='2024-03-05T07:08:09.1234567Z'/><Channel>Application</Channel>"
+               L"</System><RenderingInfo><Message>" +
+               message + L"</Message></RenderingInfo></Event>";
     const std::string xml = ToUtf8(L"<Events>" + events_ + L"</Events>");
-    Check(replay.LoadBytes(xml.data(), xml.size(), message, 256) == ERROR_SUCCESS, "the replay log refuses the events");
+    Require(replay_.LoadBytes(xml.data(), xml.size(), nullptr, 0) == ERROR_SUCCESS,
+            "the replay log refuses the events");
+    return replay_.Count() - 1;
 }
 
-void Rig::Deliver(DWORD event, Channel channel, DWORD times)
+void Rig::Deliver(DWORD event, DWORD times)
 {
-    Check(replay.Deliver(event + channel, times) == ERROR_SUCCESS, "the replay log cannot deliver an event");
+    Require(replay_.Deliver(event, times) == ERROR_SUCCESS, "the replay log cannot deliver an event");
 }
 
-Provider Rig::Subscribe(const wchar_t* metric, const wchar_t* query, Channel channel)
+Provider Rig::Subscribe(const Metric& metric, int id)
 {
     Provider provider;
-    const std::wstring xml =
-        std::wstring(L"<metric><channel>") + kChannels[channel] + L"</channel><query>" + query + L"</query></metric>";
-    Check(SUCCEEDED(factory_->CreateInstance(nullptr, IID_PPV_ARGS(&provider))) &&
-              provider->SetHost(&logger_, &host_) == S_OK &&
-              provider->SubscribeMetric(_bstr_t(metric), ParseElement(xml.c_str()).Get()) == S_OK,
-          "the module refuses the subscription");
+    const std::wstring xml = L"<metric><channel>Application</channel><query>*[System[EventID=" + std::to_wstring(id) +
+                             L"]]</query></metric>";
+    Require(SUCCEEDED(factory_->CreateInstance(nullptr, IID_PPV_ARGS(&provider))) &&
+                provider->SetHost(&logger_, &host_) == S_OK &&
+                provider->SubscribeMetric(_bstr_t(metric.name), ParseElement(xml.c_str()).Get()) == S_OK,
+            "the module refuses the subscription");
     return provider;
 }
 
-void Rig::Collect(const Provider& provider, const wchar_t* metric, long accepted)
+void Rig::Collect(const Provider& provider, const Metric& metric, long accepted)
 {
-    const _bstr_t name(metric);
+    const _bstr_t name(metric.name);
     sink_.accepted = accepted;
     sink_.written = 0;
-    TakeSample([&] { provider->QueryMetricEx(name, 0, &sink_); }, [&] { return std::max(sink_.written, 1L); });
+    TakeSample([&] {
+        provider->QueryMetricEx(name, 0, &sink_);
+        return std::max(sink_.written, 1L);
+    });
 }
 
 } // namespace orvel::bench

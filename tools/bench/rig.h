@@ -13,13 +13,26 @@
 
 namespace orvel::bench {
 
+/// A metric and the publisher of its events.
+struct Metric {
+    const wchar_t* name;
+    const wchar_t* publisher;
+};
+constexpr Metric kCrash = {L"eventlog|eventlog_appcrash", L"Application Error"};
+constexpr Metric kLamina = {L"eventlog|eventlog_lamina", L"korvex"};
+
 using Provider = Microsoft::WRL::ComPtr<IOrvelDataProvider>;
 
 /// A logger that accepts no level.
 class SilentLogger final : public HostObject<IAgentLogger> {
 public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR, LONG* levels) override;
+    HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR, LONG* levels) override
+    {
+        const OutsideCall measured;
+        *levels = 0;
+        return S_OK;
+    }
     HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR) override { return E_NOTIMPL; }
@@ -31,14 +44,15 @@ public:
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Reserved8() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE Reserved9() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE WriteMetric(BSTR, BSTR, VARIANT) override;
+    HRESULT STDMETHODCALLTYPE WriteMetric(BSTR, BSTR, VARIANT) override
+    {
+        const OutsideCall measured;
+        return written++ < accepted ? S_OK : E_FAIL;
+    }
 
     long accepted = LONG_MAX;
     long written = 0; ///< including refused values
 };
-
-/// Every event is loaded once per channel, so that two subscriptions can receive it independently.
-enum Channel : DWORD { kFirst, kSecond, kChannelCount };
 
 /// The module with a host and the replay log. The module's imports and its calls to the host are measured.
 class Rig {
@@ -47,29 +61,27 @@ public:
     /// the replay log cannot be used.
     explicit Rig(const std::filesystem::path& folder);
 
-    /// Adds an event and returns its index. Call LoadEvents after the last one.
-    DWORD AddEvent(const wchar_t* publisher, int id, const std::wstring& message);
-    void LoadEvents();
-    void Deliver(DWORD event, Channel channel = kFirst, DWORD times = 1);
+    /// Loads one more event and returns its index.
+    DWORD AddEvent(const Metric& metric, int id, const std::wstring& message);
+    void Deliver(DWORD event, DWORD times = 1);
 
-    /// Returns a provider with one subscription to the events of a channel.
-    Provider Subscribe(const wchar_t* metric, const wchar_t* query, Channel channel = kFirst);
+    /// Returns a provider with one subscription, to the events with an ID.
+    Provider Subscribe(const Metric& metric, int id);
     /// Takes a sample of a collection, with one item per value.
-    void Collect(const Provider& provider, const wchar_t* metric, long accepted = LONG_MAX);
-
-    ReplayClient replay;
+    void Collect(const Provider& provider, const Metric& metric, long accepted = LONG_MAX);
 
 private:
+    ReplayClient replay_;
     HMODULE module_;
     SilentLogger logger_;
     HostObject<IAgentHost> host_;
     CountingSink sink_;
     Microsoft::WRL::ComPtr<IClassFactory> factory_;
     std::wstring events_;
-    DWORD count_ = 0;
 };
 
-/// Runs all cases. `agentFolder`: an existing folder that serves as the layering agent's.
-void RunModuleCases(Rig& rig, const std::filesystem::path& agentFolder, Report& report);
+/// Runs all cases, or with `countsOnly` those with counts. `agentFolder`: an existing folder that serves as the
+/// layering agent's.
+void RunModuleCases(Rig& rig, const std::filesystem::path& agentFolder, Report& report, bool countsOnly);
 
 } // namespace orvel::bench

@@ -17,48 +17,11 @@ constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\services\\korvex"
 constexpr wchar_t kParametersKey[] = L"SYSTEM\\CurrentControlSet\\services\\korvex\\Parameters";
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-HKEY standIn = nullptr; // what the module finds in place of HKEY_LOCAL_MACHINE
-
 struct Value {
     DWORD type = REG_NONE; // REG_NONE: no value
     std::wstring_view text = {};
     size_t extraBytes = 0; // of an x after the text
-
-    void Store(const wchar_t* key, const wchar_t* name) const
-    {
-        RegDeleteKeyValueW(standIn, key, name);
-        if (type != REG_NONE) {
-            const std::wstring padded = std::wstring(text) + L"x"; // else Wine would end an unterminated text
-            const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t) + extraBytes);
-            EXPECT_EQ(RegSetKeyValueW(standIn, key, name, type, padded.data(), bytes), ERROR_SUCCESS);
-        }
-    }
 };
-
-LSTATUS WINAPI OpenKey(HKEY root, const wchar_t* key, DWORD options, REGSAM access, HKEY* opened)
-{
-    EXPECT_TRUE(root == HKEY_LOCAL_MACHINE && access == KEY_READ) << access;
-    return RegOpenKeyExW(standIn, key, options, access, opened);
-}
-
-Value nextValue; // what Manager1 becomes between the query for its size and the next
-LSTATUS WINAPI QueryValue(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size)
-{
-    const LSTATUS error = RegQueryValueExW(key, name, reserved, type, data, size);
-    if (data == nullptr && nextValue.type != REG_NONE) {
-        nextValue.Store(kParametersKey, L"Manager1");
-    }
-    return error;
-}
-
-std::function<void()> beforeRead;
-BOOL WINAPI Read(HANDLE file, void* buffer, DWORD size, DWORD* done, OVERLAPPED* overlapped)
-{
-    if (beforeRead) {
-        beforeRead();
-    }
-    return ReadFile(file, buffer, size, done, overlapped);
-}
 
 /// Writes a text and `extraBytes` zeros at an offset and ends the file there.
 void Write(const std::wstring& path, LONGLONG offset, const std::wstring& text, LONGLONG extraBytes = 0)
@@ -102,7 +65,7 @@ protected:
         CreateDirectoryW(folder.c_str(), nullptr);
         CreateDirectoryW(logs.c_str(), nullptr);
         EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, keyName.c_str(), &standIn), ERROR_SUCCESS);
-        Value{REG_SZ, folder + L"korvex.exe"}.Store(kServiceKey, L"ImagePath");
+        Store(kServiceKey, L"ImagePath", {REG_SZ, folder + L"korvex.exe"});
         EXPECT_EQ(Subscribe(kLamina), S_OK);
         LoadEvents(AgentEvent(L"User is logging in") +
                    AgentEvent(L"Response 200 from Manager\nMOUNTED-READ;p;1\nMOUNTED-READ;q;\n") +
@@ -115,6 +78,15 @@ protected:
         EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, keyName.c_str()), ERROR_SUCCESS);
     }
 
+    void Store(const wchar_t* key, const wchar_t* value, const Value& stored)
+    {
+        RegDeleteKeyValueW(standIn, key, value);
+        if (stored.type != REG_NONE) {
+            const std::wstring padded = std::wstring(stored.text) + L"x"; // else Wine would end an unterminated text
+            const auto bytes = static_cast<DWORD>(stored.text.size() * sizeof(wchar_t) + stored.extraBytes);
+            EXPECT_EQ(RegSetKeyValueW(standIn, key, value, stored.type, padded.data(), bytes), ERROR_SUCCESS);
+        }
+    }
     Lines Written()
     {
         EXPECT_EQ(Collect(kLamina), S_OK);
@@ -140,8 +112,30 @@ protected:
     const std::wstring keyName = L"Software\\" + name;
     const std::wstring folder = _wgetenv(L"TEMP") + L"\\"s + name + L"\\";
     const std::wstring logs = folder + L"Logs", log = logs + L"\\korvex.log", backup = logs + L"\\korvex_bak.log";
-    const ImportPatch openKey{module, "RegOpenKeyExW", &OpenKey}, queryValue{module, "RegQueryValueExW", &QueryValue};
-    const ImportPatch read{module, "ReadFile", &Read};
+    HKEY standIn = nullptr;           // what the module finds in place of HKEY_LOCAL_MACHINE
+    Value nextManager;                // what Manager1 becomes between the query for its size and the next
+    std::function<void()> beforeRead; // of a log
+    const Patch<decltype(RegOpenKeyExW)> openKey{
+        module, "RegOpenKeyExW",
+        [this](auto open, HKEY root, const wchar_t* key, DWORD options, REGSAM access, HKEY* opened) {
+            EXPECT_TRUE(root == HKEY_LOCAL_MACHINE && access == KEY_READ) << access;
+            return open(standIn, key, options, access, opened);
+        }};
+    const Patch<decltype(RegQueryValueExW)> queryValue{
+        module, "RegQueryValueExW",
+        [this](auto query, HKEY key, auto value, auto reserved, auto type, BYTE* data, DWORD* size) {
+            const LSTATUS error = query(key, value, reserved, type, data, size);
+            if (data == nullptr && nextManager.type != REG_NONE) {
+                Store(kParametersKey, L"Manager1", nextManager);
+            }
+            return error;
+        }};
+    const Patch<decltype(ReadFile)> read{module, "ReadFile", [this](auto readFile, auto... arguments) {
+                                             if (beforeRead) {
+                                                 beforeRead();
+                                             }
+                                             return readFile(arguments...);
+                                         }};
 };
 
 TEST_F(LaminaTest, ReadsTheManagerFromTerminatedTextsOnly)
@@ -168,12 +162,11 @@ TEST_F(LaminaTest, ReadsTheManagerFromTerminatedTextsOnly)
                  {{REG_SZ, L"long\0"sv}, invalid, {REG_SZ, L"\0"sv, 1}},
                  {{REG_SZ, L"text\0"sv}, invalid, {REG_DWORD, L"d\0"sv}}};
     for (const auto& example : cases) {
-        example.value.Store(kParametersKey, L"Manager1");
-        nextValue = example.next;
+        Store(kParametersKey, L"Manager1", example.value);
+        nextManager = example.next;
         const std::wstring written = Join(Written(), L"lamina|mgr [lamina|mgr] = ");
         EXPECT_EQ(Join(logger.Take(), L"W ") + written, example.wanted);
     }
-    nextValue = {};
 }
 
 TEST_F(LaminaTest, FindsTheLogDirectoryBesideAnyImagePath)
@@ -195,7 +188,7 @@ TEST_F(LaminaTest, FindsTheLogDirectoryBesideAnyImagePath)
         {{REG_SZ, tooLong}, L"", L"Failed to query value ImagePath, error: 234|"},
         {{}, L"", L"Failed to query value ImagePath, error: 2|"}};
     for (const auto& example : cases) {
-        example.value.Store(kServiceKey, L"ImagePath");
+        Store(kServiceKey, L"ImagePath", example.value);
         logger.Take();
         Deliver(kLogon);
         const Lines lines = logger.Take();
@@ -288,7 +281,7 @@ TEST_F(LaminaTest, ReadsTheLogAnewThoughTheLogonCouldNotPrepareIt)
     Write(log, 0, Filled(100, L'1'));
     const std::wstring found = L"I Read logs from korvex.log|I Find plinth path: |I Find plinth id: 1|[1] = |";
     EXPECT_EQ(Search(), found);
-    Value{}.Store(kServiceKey, L"ImagePath");
+    Store(kServiceKey, L"ImagePath", {});
     Deliver(kLogon);
     EXPECT_EQ(Search(), found) << "once, and not behind the text of the first search";
     EXPECT_TRUE(DeleteFileW(log.c_str()));
@@ -319,7 +312,7 @@ TEST_F(LaminaTest, ReadsAMillionMarkersOnce)
 
 TEST_F(LaminaTest, ReturnsTheResultOfThePlinthsOnly)
 {
-    Value{REG_SZ, L"m\0"sv}.Store(kParametersKey, L"Manager1");
+    Store(kParametersKey, L"Manager1", {REG_SZ, L"m\0"sv});
     for (const DWORD event : {kLogon, kResponse, kVolume, kAllDone}) {
         Deliver(event);
     }

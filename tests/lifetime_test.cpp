@@ -3,7 +3,6 @@
 
 #include "tests/support/module_under_test.h"
 
-#include <functional>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -24,17 +23,6 @@ private:
     HANDLE event_ = CreateEventW(nullptr, FALSE, FALSE, nullptr);
 };
 
-std::function<void()> onClose; // called when the module closes a handle, before it is closed
-
-WINBOOL WINAPI NoteAndClose(EVT_HANDLE handle)
-{
-    if (onClose) {
-        onClose();
-    }
-    decltype(&EvtClose) const close = Real("EvtClose");
-    return close(handle);
-}
-
 /// Runs with a platform whose EvtClose waits for running callbacks, and with one whose does not. Both go on calling
 /// closed subscriptions, which must find no metric, not even a new one.
 class LifetimeTest : public ModuleTest, public testing::WithParamInterface<DWORD> {
@@ -43,7 +31,6 @@ protected:
     {
         Replay().SetMode(GetParam() | ReplayDeliverAfterClose);
         LoadEvents(Event(L"text"));
-        computerName = [](wchar_t*, DWORD*) { return FALSE; };
     }
     /// Runs a scenario with every way in which a host can end a metric, each with a new provider.
     void ForEachEnding(const std::function<void(const std::function<void()>& end)>& scenario)
@@ -57,44 +44,44 @@ protected:
             scenario(endings[round % 3]);
         }
         provider.Reset();
-        EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplaySubscriptionHandle) == 0; }));
+        EXPECT_TRUE(AreSubscribed(0));
         EXPECT_EQ(Replay().ClosesInsideCallback() + Replay().InvalidHandles(), 0U);
     }
-
-    /// Lets each delivery set `inside` and await `proceed`.
-    void HoldDeliveries()
-    {
-        computerName = [this](wchar_t*, DWORD*) {
-            inside.Set();
-            proceed.Await();
-            return FALSE;
-        };
-    }
-
     /// Frees the module as a host does that waits for nothing, once its imports are its own again.
     void FreeTheModule()
     {
-        patch.reset();
+        name.reset();
         module.Free();
     }
 
+    bool holdsDeliveries = false; // each sets `inside` and awaits `proceed`
     Signal inside;
     Signal proceed;
-    std::optional<ImportPatch> patch{std::in_place, module, "GetComputerNameExW", &GiveComputerName};
+    std::optional<Patch<decltype(GetComputerNameExW)>> name{std::in_place, module, "GetComputerNameExW",
+                                                            [this](auto...) {
+                                                                if (holdsDeliveries) {
+                                                                    inside.Set();
+                                                                    proceed.Await();
+                                                                }
+                                                                return FALSE;
+                                                            }};
 };
 
 TEST_P(LifetimeTest, HostEndsTheMetricWhoseDeliveryIsRunning)
 {
+    holdsDeliveries = true;
     Signal closing;
-    HoldDeliveries();
-    const ImportPatch close(module, "EvtClose", &NoteAndClose);
+    bool isEnding = false;
+    const Patch<decltype(EvtClose)> patch(module, "EvtClose", [&](auto close, EVT_HANDLE handle) {
+        if (std::exchange(isEnding, false)) {
+            closing.Set();
+        }
+        return close(handle);
+    });
     ForEachEnding([&](const auto& end) {
         std::thread delivery([] { Deliver(0); });
         inside.Await();
-        onClose = [&] {
-            onClose = nullptr;
-            closing.Set();
-        };
+        isEnding = true;
         std::thread ending(end);
         closing.Await();
         proceed.Set();
@@ -145,7 +132,7 @@ TEST_P(LifetimeTest, ModuleStaysMappedUntilTheLastSubscriptionIsClosed)
 
 TEST_P(LifetimeTest, BlockedDeliveryRunsToItsEndAfterTheHostFreedTheModule)
 {
-    HoldDeliveries();
+    holdsDeliveries = true;
     ASSERT_EQ(Subscribe(), S_OK);
     std::thread delivery([] { Deliver(0); });
     inside.Await();
@@ -184,6 +171,41 @@ TEST_P(LifetimeTest, HostObjectsFreeTheModuleThatCallsThem)
     EXPECT_FALSE(provider);
 }
 
+TEST_P(LifetimeTest, ModuleStaysMappedWhenThePoolHasNoMemory)
+{
+    EVT_HANDLE subscription = nullptr;
+    ASSERT_EQ(Subscribe(), S_OK);
+    {
+        const Patch<decltype(TrySubmitThreadpoolCallback)> submit(module, "TrySubmitThreadpoolCallback",
+                                                                  [&](auto, auto, void* handle, auto) {
+                                                                      subscription = handle;
+                                                                      return FALSE;
+                                                                  });
+        logger.onNextLine = [&] { Unsubscribe(); };
+        Deliver(0);
+        logger.Take();
+        Deliver(0);
+        EXPECT_EQ(logger.Take(), Lines{}) << "the event found the metric";
+        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U) << "closed inside the delivery";
+
+        const Patch<decltype(CreateThreadpoolTimer)> timer(module, "CreateThreadpoolTimer",
+                                                           [](auto...) { return nullptr; });
+        EXPECT_EQ(Subscribe(), S_OK);
+        EXPECT_EQ(Unsubscribe(), S_OK);
+        EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U);
+    }
+    // What the module could not close and return, the test does.
+    decltype(&EvtClose) const close = orvel::FunctionOf{Replay().module, "EvtClose"};
+    EXPECT_TRUE(close(subscription));
+    for (int references = 0; references < 2; ++references) {
+        FreeLibrary(module);
+        EXPECT_TRUE(module.IsMapped());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),
+                         [](const auto& mode) { return mode.param == 0 ? "Waits" : "DoesNotWait"; });
+
 TEST(ProcessEnd, ProviderCanBeReleasedAfterTheModuleIsDetached)
 {
     EXPECT_EXIT(
@@ -199,128 +221,6 @@ TEST(ProcessEnd, ProviderCanBeReleasedAfterTheModuleIsDetached)
             std::exit(0);
         },
         testing::ExitedWithCode(42), "");
-}
-
-INSTANTIATE_TEST_SUITE_P(Close, LifetimeTest, testing::Values(0, ReplayCloseDoesNotWait),
-                         [](const auto& mode) { return mode.param == 0 ? "Waits" : "DoesNotWait"; });
-
-/// Stands between the module and the Event Log: subscriptions deliver, without an event, when the test calls their
-/// callback.
-struct Subscribed {
-    EVT_SUBSCRIBE_CALLBACK callback;
-    void* context;
-    DWORD Deliver() const { return callback(EvtSubscribeActionDeliver, context, nullptr); }
-};
-std::vector<Subscribed> subscribed;
-int closed = 0;
-
-EVT_HANDLE WINAPI TakeSubscription(EVT_HANDLE, HANDLE, LPCWSTR, LPCWSTR, EVT_HANDLE, PVOID context,
-                                   EVT_SUBSCRIBE_CALLBACK callback, DWORD)
-{
-    subscribed.push_back({callback, context});
-    return &subscribed;
-}
-
-WINBOOL WINAPI CloseSubscription(EVT_HANDLE)
-{
-    ++closed;
-    if (onClose) {
-        onClose();
-    }
-    return TRUE;
-}
-
-EVT_HANDLE WINAPI CreateNothing(DWORD, LPCWSTR*, DWORD)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return nullptr;
-}
-
-WINBOOL WINAPI FormatNothing(EVT_HANDLE, EVT_HANDLE, DWORD, DWORD, PEVT_VARIANT, DWORD, DWORD, LPWSTR, PDWORD)
-{
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-}
-
-PTP_TIMER WINAPI RefuseTimer(PTP_TIMER_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)
-{
-    return nullptr;
-}
-
-WINBOOL WINAPI RefuseCallback(PTP_SIMPLE_CALLBACK, PVOID, PTP_CALLBACK_ENVIRON)
-{
-    return FALSE;
-}
-
-/// A module whose subscriptions end in this file.
-class UnansweredTest : public ModuleTest {
-protected:
-    UnansweredTest()
-    {
-        subscribed.clear();
-        closed = 0;
-    }
-
-    const ImportPatch take{module, "EvtSubscribe", &TakeSubscription};
-    const ImportPatch close{module, "EvtClose", &CloseSubscription};
-    const ImportPatch create{module, "EvtCreateRenderContext", &CreateNothing};
-    const ImportPatch format{module, "EvtFormatMessage", &FormatNothing};
-};
-
-TEST_F(UnansweredTest, ModuleStaysMappedWhenThePoolHasNoMemory)
-{
-    {
-        const ImportPatch timer(module, "CreateThreadpoolTimer", &RefuseTimer);
-        EXPECT_EQ(Subscribe(), S_OK);
-        EXPECT_EQ(Unsubscribe(), S_OK);
-        EXPECT_EQ(closed, 1);
-
-        const ImportPatch callback(module, "TrySubmitThreadpoolCallback", &RefuseCallback);
-        EXPECT_EQ(Subscribe(kLamina), S_OK);
-        logger.onNextLine = [&] { Unsubscribe(kLamina); };
-        subscribed[1].Deliver();
-        EXPECT_EQ(closed, 1) << "closed inside the delivery";
-        logger.Take();
-        subscribed[1].Deliver();
-        EXPECT_EQ(logger.Take(), Lines{}) << "the event found the metric";
-    }
-    // What the module could not return, the test does.
-    for (int references = 0; references < 2; ++references) {
-        FreeLibrary(module);
-        EXPECT_TRUE(module.IsMapped());
-    }
-}
-
-TEST_F(UnansweredTest, ProviderThatEndsClosesTheSubscriptionOfARunningDelivery)
-{
-    ASSERT_EQ(Subscribe() | Subscribe(kLamina), S_OK);
-    ASSERT_EQ(subscribed.size(), 2U);
-    Signal inside;
-    Signal proceed;
-    logger.Take();
-    logger.onNextLine = [&] {
-        if constexpr (kExceptionsPass) {
-            EXPECT_THROW(subscribed[1].Deliver(), std::system_error) << "a delivery inside itself";
-        }
-        inside.Set();
-        proceed.Await();
-    };
-    std::thread delivery([] { subscribed[1].Deliver(); });
-    inside.Await();
-    onClose = [&] {
-        if (closed == 2) { // the other metric, without a delivery, came first
-            proceed.Set();
-            delivery.join();
-        }
-    };
-    provider.Reset();
-    onClose = nullptr;
-    EXPECT_EQ(closed, 2);
-    EXPECT_FALSE(delivery.joinable()) << "the subscription of the running delivery was not closed";
-    EXPECT_EQ(logger.References() + host.References(), 0U);
-    subscribed[0].Deliver();
-    subscribed[1].Deliver();
-    EXPECT_EQ(logger.Take().size(), 1U) << "only the delivery that was running logged";
 }
 
 } // namespace

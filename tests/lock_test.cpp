@@ -7,29 +7,23 @@
 
 namespace {
 
-std::function<void()> duringFormat; // called once, while an event's message is formatted
-BOOL WINAPI FormatMeanwhile(EVT_HANDLE publisher, EVT_HANDLE event, DWORD id, DWORD count, PEVT_VARIANT values,
-                            DWORD flags, DWORD size, LPWSTR buffer, DWORD* used)
-{
-    if (const auto meanwhile = std::exchange(duringFormat, nullptr)) {
-        meanwhile();
-    }
-    decltype(&EvtFormatMessage) const format = Real("EvtFormatMessage");
-    return format(publisher, event, id, count, values, flags, size, buffer, used);
-}
-
 class LockTest : public ModuleTest {
 protected:
     /// Starts a call on another thread and returns whether it ends within a time that is long for it.
-    template <typename Call>
-    bool EndsMeanwhile(const Call& call)
+    bool EndsMeanwhile(const std::function<void()>& call)
     {
         other = std::async(std::launch::async, call);
         return other.wait_for(std::chrono::milliseconds(200)) == std::future_status::ready;
     }
 
     std::future<void> other;
-    const ImportPatch patch{module, "EvtFormatMessage", &FormatMeanwhile};
+    std::function<void()> duringFormat; // called once, while an event's message is formatted
+    const Patch<decltype(EvtFormatMessage)> patch{module, "EvtFormatMessage", [this](auto format, auto... arguments) {
+                                                      if (const auto call = std::exchange(duringFormat, nullptr)) {
+                                                          call();
+                                                      }
+                                                      return format(arguments...);
+                                                  }};
 };
 
 TEST_F(LockTest, CoversTheWholeEventAndTheWholeCollection)
@@ -53,8 +47,7 @@ TEST_F(LockTest, CoversTheWholeEventAndTheWholeCollection)
 TEST_F(LockTest, IsNotSharedByTwoMetrics)
 {
     LoadEvents(Event(L"text"));
-    const auto elsewhere = Configuration(L"<metric><channel>System</channel><query>*</query></metric>");
-    ASSERT_EQ(provider->SubscribeMetric(_bstr_t(kLamina), elsewhere.Get()), S_OK);
+    ASSERT_EQ(Subscribe(kLamina, L"<metric><channel>System</channel><query>*</query></metric>"), S_OK);
     ASSERT_EQ(Subscribe(), S_OK);
     duringFormat = [&] { EXPECT_TRUE(EndsMeanwhile([&] { EXPECT_EQ(Collect(kLamina), S_OK); })); };
     Deliver(0);

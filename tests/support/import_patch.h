@@ -3,28 +3,62 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
-/// Makes a loaded module call another function in place of one that it imports, for the life of this object.
+/// An entry of a loaded module's import address table, or of a vtable, that another function stands in.
 class ImportPatch {
 public:
-    /// Throws std::runtime_error when the module does not import that name.
-    template <typename Function>
-    ImportPatch(HMODULE module, const char* name, Function* replacement)
-        : slot_(FindSlot(module, name)), original_(Exchange(slot_, reinterpret_cast<void*>(replacement)))
-    {
-    }
-    ~ImportPatch() { Exchange(slot_, original_); }
     ImportPatch(const ImportPatch&) = delete;
     ImportPatch& operator=(const ImportPatch&) = delete;
 
-    /// Returns the import's address table entry. Throws std::runtime_error when the module does not import that name.
+    /// Returns the entry of an import. Throws std::runtime_error when the module does not import that name.
     static void** FindSlot(HMODULE module, const char* name);
     /// Stores a function in an entry and returns the one that was there.
     static void* Exchange(void** slot, void* function);
 
+protected:
+    explicit ImportPatch(void** slot) : slot_(slot), replaced_(*slot) {}
+    ~ImportPatch() { Exchange(slot_, replaced_); }
+
 private:
     void** slot_;
-    void* original_;
+    void* replaced_;
+};
+
+/// Has `body` called in place of a function, for the life of this object. The body takes the replaced function and then
+/// the arguments of the call. Only one patch with the same body exists at a time.
+template <typename Function>
+class Patch;
+template <typename Result, typename... Arguments>
+class Patch<Result WINAPI(Arguments...)> : public ImportPatch {
+public:
+    template <typename Body>
+    Patch(HMODULE module, const char* name, Body body) : Patch(FindSlot(module, name), std::move(body))
+    {
+    }
+    template <typename Body>
+    Patch(void** slot, Body body) : ImportPatch(slot)
+    {
+        Install(slot, std::move(body));
+    }
+
+    /// Stores a body in an entry for good.
+    template <typename Body>
+    static void Install(void** slot, Body body)
+    {
+        Hook<Body>::body.emplace(std::move(body));
+        Hook<Body>::replaced = reinterpret_cast<decltype(Hook<Body>::replaced)>(*slot);
+        Exchange(slot, reinterpret_cast<void*>(&Hook<Body>::Call));
+    }
+
+private:
+    template <typename Body>
+    struct Hook {
+        static inline std::optional<Body> body; // stays for calls that still run when the patch ends
+        static inline Result(WINAPI* replaced)(Arguments...);
+        static Result WINAPI Call(Arguments... arguments) { return (*body)(replaced, arguments...); }
+    };
 };
 
 /// The name of an import as a template argument.

@@ -42,12 +42,6 @@ inline std::wstring AgentEvent(const std::wstring& message, const wchar_t* time 
     return Event(message, time, L"korvex");
 }
 
-/// Returns the replay log's function, for one that stands in front of it.
-inline orvel::FunctionOf Real(const char* name)
-{
-    return {Replay().module, name};
-}
-
 /// Returns the number of this process's handles.
 inline DWORD Handles()
 {
@@ -56,11 +50,20 @@ inline DWORD Handles()
     return handles;
 }
 
-/// Parses a configuration element with the system's MSXML; by default one that subscribes to channel Application.
-inline ComPtr<IXMLDOMElement>
-Configuration(const wchar_t* xml = L"<metric><channel>Application</channel><query>*</query></metric>")
+/// A configuration that subscribes to channel Application.
+inline const std::wstring kApplication = L"<metric><channel>Application</channel><query>*</query></metric>";
+
+/// Returns a configuration that selects the events of one publisher.
+inline std::wstring EventsOf(const std::wstring& publisher)
 {
-    return orvel::ParseElement(xml);
+    return L"<metric><channel>Application</channel><query>*[System[Provider[@Name='" + publisher +
+           L"']]]</query></metric>";
+}
+
+/// Parses a configuration element with the system's MSXML.
+inline ComPtr<IXMLDOMElement> Configuration(const std::wstring& xml = kApplication)
+{
+    return orvel::ParseElement(xml.c_str());
 }
 
 /// Returns the suffix of an error line, with the system's text for the code.
@@ -107,13 +110,6 @@ bool Eventually(Condition condition)
     return condition();
 }
 
-/// What the module's GetComputerNameExW does while it is replaced by GiveComputerName.
-inline std::function<BOOL(wchar_t* buffer, DWORD* size)> computerName;
-inline BOOL WINAPI GiveComputerName(COMPUTER_NAME_FORMAT, wchar_t* buffer, DWORD* size)
-{
-    return computerName(buffer, size);
-}
-
 /// A host, the loaded module and one provider whose host is set.
 class ModuleTest : public testing::Test {
 protected:
@@ -123,13 +119,18 @@ protected:
         provider = module.CreateProvider();
         EXPECT_EQ(provider->SetHost(&logger, &host), S_OK);
     }
-    HRESULT Subscribe(const wchar_t* name = kCrash)
+    HRESULT Subscribe(const wchar_t* name = kCrash, const std::wstring& xml = kApplication)
     {
-        return provider->SubscribeMetric(_bstr_t(name), Configuration().Get());
+        return provider->SubscribeMetric(_bstr_t(name), Configuration(xml).Get());
     }
     HRESULT Unsubscribe(const wchar_t* name = kCrash) { return provider->UnsubscribeMetric(_bstr_t(name)); }
     HRESULT Collect(const wchar_t* name = kCrash) { return provider->QueryMetricEx(_bstr_t(name), 0, &sink); }
     static void Deliver(DWORD index, DWORD times = 1) { EXPECT_EQ(Replay().Deliver(index, times), 0U); }
+    /// Waits for the pool to close subscriptions that were ended inside a metric.
+    static bool AreSubscribed(DWORD most)
+    {
+        return Eventually([&] { return Replay().OpenHandles(ReplaySubscriptionHandle) <= most; });
+    }
 
     RecordingLogger logger;
     HostObject host;

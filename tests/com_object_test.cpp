@@ -41,7 +41,7 @@ protected:
     ComPtr<IClassFactory> Factory()
     {
         ComPtr<IClassFactory> factory;
-        EXPECT_EQ(module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())), S_OK);
+        EXPECT_EQ(module.GetClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf())), S_OK);
         return factory;
     }
 
@@ -73,7 +73,7 @@ TEST_F(ComObject, RefusesWithTheDocumentedCodes)
     UINT count = 0;
     DISPID id = 0;
     wchar_t* name = nullptr;
-    EXPECT_EQ(module.GetClassObject(IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(module.GetClassObject(kProviderClass, IID_IClassFactory, nullptr), E_POINTER);
     EXPECT_EQ(Ask(factory.Get(), IID_IUnknown).Get(), factory.Get());
     const auto expectEmpty = [&](HRESULT expected, const auto& call) {
         *slot = &outer;
@@ -81,8 +81,8 @@ TEST_F(ComObject, RefusesWithTheDocumentedCodes)
         EXPECT_EQ(std::exchange(*slot, nullptr), nullptr);
     };
     expectEmpty(CLASS_E_CLASSNOTAVAILABLE,
-                [&] { return module.GetClassObject(IID_IClassFactory, slot, IID_IUnknown); });
-    expectEmpty(E_NOINTERFACE, [&] { return module.GetClassObject(IID_IDispatch, slot); });
+                [&] { return module.GetClassObject(IID_IUnknown, IID_IClassFactory, slot); });
+    expectEmpty(E_NOINTERFACE, [&] { return module.GetClassObject(kProviderClass, IID_IDispatch, slot); });
     expectEmpty(CLASS_E_NOAGGREGATION, [&] { return factory->CreateInstance(&outer, IID_IDispatch, slot); });
     expectEmpty(E_NOINTERFACE, [&] { return factory->CreateInstance(nullptr, IID_IClassFactory, slot); });
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);

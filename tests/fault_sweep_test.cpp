@@ -88,102 +88,108 @@ DWORD WINAPI CatchInDelivery(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, 
     return ERROR_SUCCESS;
 }
 
-/// One import. `kCloser` names the function that releases what this one opens: its result, or what its fifth argument
-/// points to. A closer names itself. It does its work even when it fails, so that a leak is the module's own.
-template <ImportName kName, ImportName kCloser, bool kCanFail, typename Function>
-struct Hook;
-template <ImportName kName, ImportName kCloser, bool kCanFail, typename Result, typename... Arguments>
-struct Hook<kName, kCloser, kCanFail, Result(Arguments...)> {
-    static constexpr std::string_view kImport = kName.text;
-    static constexpr std::string_view kCloses = kCloser.text;
-    static inline Result (*real)(Arguments...);
-    static inline std::conditional_t<std::is_void_v<Result>, int, Result> failure;
-    static inline DWORD error;
-
-    static Result Call(Arguments... arguments)
-    {
-        const auto all = std::tie(arguments...);
-        if constexpr (kImport == kCloses) {
-            auto* const closed = std::get<sizeof...(Arguments) - 1>(all);
-            if constexpr (std::is_same_v<decltype(closed), VARIANT* const>) {
-                run.open.erase({"SysFreeString", closed->vt == VT_BSTR ? closed->bstrVal : nullptr});
-            }
-            run.open.erase({kCloses, closed});
-        }
-        if constexpr (std::is_void_v<Result>) {
-            real(arguments...);
-        } else {
-            const bool fails = kCanFail && run.Fails(kName.text);
-            if constexpr (kImport == "EvtSubscribe") {
-                moduleCallback = std::exchange(std::get<6>(all), &CatchInDelivery);
-            }
-            Result result = fails && kImport != kCloses ? failure : real(arguments...);
-            if (fails) {
-                SetLastError(error);
-                return failure;
-            }
-            if constexpr (!kCloses.empty() && kImport != kCloses) {
-                const void* opened = nullptr;
-                if constexpr (std::is_pointer_v<Result>) {
-                    opened = result;
-                } else if ((result == 0) == (kImport == "RegOpenKeyExW")) {
-                    opened = *reinterpret_cast<void**>(std::get<4>(all));
-                }
-                if (opened != nullptr && opened != INVALID_HANDLE_VALUE) {
-                    run.open[{kCloses, opened}] = kImport;
-                }
-            }
-            return result;
-        }
-    }
-};
-
-template <ImportName kName, ImportName kCloser, typename Function, bool kCanFail = true, typename Failure>
-void Replace(HMODULE module, Failure failure, DWORD error = ERROR_ACCESS_DENIED)
+// What a call opened, from its result and arguments.
+const void* Opened(...)
 {
-    using This = Hook<kName, kCloser, kCanFail, Function>;
-    This::failure = failure;
-    This::error = error;
-    This::real = reinterpret_cast<Function*>(
-        ImportPatch::Exchange(ImportPatch::FindSlot(module, kName.text), reinterpret_cast<void*>(&This::Call)));
+    return nullptr;
+}
+const void* Opened(const void* result, auto...)
+{
+    return result != INVALID_HANDLE_VALUE ? result : nullptr;
+}
+const void* Opened(LSTATUS status, HKEY, const wchar_t*, DWORD, REGSAM, HKEY* key)
+{
+    return status == ERROR_SUCCESS ? *key : nullptr;
+}
+const void* Opened(DWORD length, DWORD, const void*, DWORD, DWORD, wchar_t* text, DWORD, va_list*)
+{
+    return length != 0 ? *reinterpret_cast<void**>(text) : nullptr;
+}
+
+/// Has an import fail in its turn. What it opens must be released by `closer`.
+template <ImportName kName, typename Function, bool kCanFail = true>
+void Open(HMODULE module, const char* closer, auto failure, DWORD error = ERROR_ACCESS_DENIED)
+{
+    Patch<Function>::Install(module, kName.text, [=](auto call, auto... arguments) -> decltype(call(arguments...)) {
+        if (kCanFail && run.Fails(kName.text)) {
+            SetLastError(error);
+            return failure;
+        }
+        const auto result = call(arguments...);
+        if (const void* const handle = Opened(result, arguments...)) {
+            run.open[{closer, handle}] = kName.text;
+        }
+        return result;
+    });
+}
+
+template <ImportName kName, typename Function>
+void Fail(HMODULE module, auto failure)
+{
+    Open<kName, Function>(module, "", failure);
+}
+
+/// Has an import fail in its turn that releases its last argument. It does its work even then, so that a leak is the
+/// module's own.
+template <ImportName kName, typename Function>
+void Close(HMODULE module, auto... failure)
+{
+    Patch<Function>::Install(module, kName.text, [=](auto call, auto... arguments) -> decltype(call(arguments...)) {
+        run.open.erase({kName.text, std::get<sizeof...(arguments) - 1>(std::tie(arguments...))});
+        if constexpr (sizeof...(failure) == 0) {
+            call(arguments...);
+        } else {
+            const auto result = call(arguments...);
+            const bool fails = run.Fails(kName.text);
+            SetLastError(fails ? ERROR_ACCESS_DENIED : GetLastError());
+            return fails ? (failure, ...) : result;
+        }
+    });
 }
 
 template <bool kCanFail>
 void ReplaceStrings(HMODULE module)
 {
-    Replace<"SysFreeString", "SysFreeString", decltype(SysFreeString), kCanFail>(module, 0);
-    Replace<"SysAllocString", "SysFreeString", decltype(SysAllocString), kCanFail>(module, BSTR{});
-    Replace<"SysAllocStringLen", "SysFreeString", decltype(SysAllocStringLen), kCanFail>(module, BSTR{});
+    Close<"SysFreeString", decltype(SysFreeString)>(module);
+    Open<"SysAllocString", decltype(SysAllocString), kCanFail>(module, "SysFreeString", nullptr);
+    Open<"SysAllocStringLen", decltype(SysAllocStringLen), kCanFail>(module, "SysFreeString", nullptr);
 }
 
 void ReplaceImports(HMODULE module)
 {
-    const auto noHandle = INVALID_HANDLE_VALUE;
     ReplaceStrings<true>(module);
-    Replace<"VariantClear", "VariantClear", decltype(VariantClear)>(module, DISP_E_ARRAYISLOCKED);
-    Replace<"free", "free", void(void*)>(module, 0);
-    Replace<"malloc", "free", void*(size_t)>(module, nullptr);
-    Replace<"calloc", "free", void*(size_t, size_t)>(module, nullptr);
-    Replace<"HeapAlloc", "HeapFree", decltype(HeapAlloc)>(module, nullptr, ERROR_NOT_ENOUGH_MEMORY);
-    Replace<"HeapFree", "HeapFree", decltype(HeapFree)>(module, FALSE);
-    Replace<"EvtSubscribe", "EvtClose", decltype(EvtSubscribe)>(module, EVT_HANDLE{});
-    Replace<"EvtCreateRenderContext", "EvtClose", decltype(EvtCreateRenderContext)>(module, EVT_HANDLE{});
-    Replace<"EvtOpenPublisherMetadata", "EvtClose", decltype(EvtOpenPublisherMetadata)>(module, EVT_HANDLE{});
-    Replace<"EvtRender", "", decltype(EvtRender)>(module, FALSE);
-    Replace<"EvtFormatMessage", "", decltype(EvtFormatMessage)>(module, FALSE);
-    Replace<"EvtClose", "EvtClose", decltype(EvtClose)>(module, FALSE);
-    Replace<"RegOpenKeyExW", "RegCloseKey", decltype(RegOpenKeyExW)>(module, ERROR_ACCESS_DENIED);
-    Replace<"RegQueryValueExW", "", decltype(RegQueryValueExW)>(module, ERROR_ACCESS_DENIED);
-    Replace<"RegCloseKey", "RegCloseKey", decltype(RegCloseKey)>(module, ERROR_ACCESS_DENIED);
-    Replace<"CreateFileW", "CloseHandle", decltype(CreateFileW)>(module, noHandle);
-    Replace<"GetFileSizeEx", "", decltype(GetFileSizeEx)>(module, FALSE);
-    Replace<"SetFilePointerEx", "", decltype(SetFilePointerEx)>(module, FALSE);
-    Replace<"ReadFile", "", decltype(ReadFile)>(module, FALSE);
-    Replace<"CloseHandle", "CloseHandle", decltype(CloseHandle)>(module, FALSE);
-    Replace<"FormatMessageW", "LocalFree", decltype(FormatMessageW)>(module, 0U);
-    Replace<"LocalFree", "LocalFree", decltype(LocalFree)>(module, noHandle);
-    Replace<"GetComputerNameExW", "", decltype(GetComputerNameExW)>(module, FALSE);
-    Replace<"FileTimeToSystemTime", "", decltype(FileTimeToSystemTime)>(module, FALSE);
+    Close<"VariantClear", decltype(VariantClear)>(module, DISP_E_ARRAYISLOCKED);
+    Patch<decltype(VariantClear)>::Install(module, "VariantClear", [](auto clear, VARIANT* value) {
+        run.open.erase({"SysFreeString", value->vt == VT_BSTR ? value->bstrVal : nullptr});
+        return clear(value);
+    });
+    Close<"free", void(void*)>(module);
+    Open<"malloc", void*(size_t)>(module, "free", nullptr);
+    Open<"calloc", void*(size_t, size_t)>(module, "free", nullptr);
+    Open<"HeapAlloc", decltype(HeapAlloc)>(module, "HeapFree", nullptr, ERROR_NOT_ENOUGH_MEMORY);
+    Close<"HeapFree", decltype(HeapFree)>(module, FALSE);
+    Patch<decltype(EvtSubscribe)>::Install(module, "EvtSubscribe", [](auto subscribe, auto... arguments) {
+        moduleCallback = std::exchange(std::get<6>(std::tie(arguments...)), &CatchInDelivery);
+        return subscribe(arguments...);
+    });
+    Open<"EvtSubscribe", decltype(EvtSubscribe)>(module, "EvtClose", nullptr);
+    Open<"EvtCreateRenderContext", decltype(EvtCreateRenderContext)>(module, "EvtClose", nullptr);
+    Open<"EvtOpenPublisherMetadata", decltype(EvtOpenPublisherMetadata)>(module, "EvtClose", nullptr);
+    Fail<"EvtRender", decltype(EvtRender)>(module, FALSE);
+    Fail<"EvtFormatMessage", decltype(EvtFormatMessage)>(module, FALSE);
+    Close<"EvtClose", decltype(EvtClose)>(module, FALSE);
+    Open<"RegOpenKeyExW", decltype(RegOpenKeyExW)>(module, "RegCloseKey", ERROR_ACCESS_DENIED);
+    Fail<"RegQueryValueExW", decltype(RegQueryValueExW)>(module, ERROR_ACCESS_DENIED);
+    Close<"RegCloseKey", decltype(RegCloseKey)>(module, ERROR_ACCESS_DENIED);
+    Open<"CreateFileW", decltype(CreateFileW)>(module, "CloseHandle", INVALID_HANDLE_VALUE);
+    Fail<"GetFileSizeEx", decltype(GetFileSizeEx)>(module, FALSE);
+    Fail<"SetFilePointerEx", decltype(SetFilePointerEx)>(module, FALSE);
+    Fail<"ReadFile", decltype(ReadFile)>(module, FALSE);
+    Close<"CloseHandle", decltype(CloseHandle)>(module, FALSE);
+    Open<"FormatMessageW", decltype(FormatMessageW)>(module, "LocalFree", 0U);
+    Close<"LocalFree", decltype(LocalFree)>(module, INVALID_HANDLE_VALUE);
+    Fail<"GetComputerNameExW", decltype(GetComputerNameExW)>(module, FALSE);
+    Fail<"FileTimeToSystemTime", decltype(FileTimeToSystemTime)>(module, FALSE);
 }
 
 /// What a metric goes through and what it may report, read from a file beside the program; sweep/crash.txt explains it.
@@ -237,7 +243,7 @@ protected:
             logger = &theLogger;
             sink = &theSink;
             const ModuleUnderTest module;
-            ReplaceImports(module.handle());
+            ReplaceImports(module);
             Replay().SetMode(ReplayOnCallingThread);
             const DWORD publishers = Replay().OpenHandles(ReplayPublisherHandle);
             const DWORD contexts = Replay().OpenHandles(ReplayContextHandle);
@@ -278,12 +284,8 @@ protected:
         sink->refusedOnce = scenario_.words[L"refused"].at(0);
         run.isCounting = true;
         Insist(L"create", [&] {
-            ComPtr<IClassFactory> factory;
-            const HRESULT hr =
-                module.GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()));
-            return FAILED(hr) ? hr
-                              : factory->CreateInstance(nullptr, __uuidof(IOrvelDataProvider),
-                                                        reinterpret_cast<void**>(provider.ReleaseAndGetAddressOf()));
+            provider = module.CreateProvider();
+            return S_OK;
         });
         EXPECT_EQ(provider->SetHost(logger, &host), S_OK);
         Insist(L"subscribe", subscribe);

@@ -73,8 +73,7 @@ TEST_F(ProviderTest, EveryLineAsksForItsLevelFirst)
     for (const LONG levels : {0, 1, 2, 4, 7, ~7}) {
         logger.levels = levels;
         logger.asked = 0;
-        const auto noQuery = Configuration(L"<metric><channel>Application</channel></metric>");
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), noQuery.Get()), absent);
+        EXPECT_EQ(Subscribe(kCrash, L"<metric><channel>Application</channel></metric>"), absent);
         EXPECT_EQ(Subscribe(), S_OK);
         EXPECT_EQ(Collect(), S_OK);
         EXPECT_EQ(provider->QueryMetricEx(_bstr_t(L"Gr\u00F6\u00DFe|\u65E5\u672C"), 0, &sink), S_OK);
@@ -82,8 +81,8 @@ TEST_F(ProviderTest, EveryLineAsksForItsLevelFirst)
         EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
 
         Lines wanted;
-        std::copy_if(all.begin(), all.end(), std::back_inserter(wanted),
-                     [&](const std::wstring& line) { return (levels & (line[0] == L'E' ? 1 : 4)) != 0; });
+        std::ranges::copy_if(all, std::back_inserter(wanted),
+                             [&](const auto& line) { return (levels & (line[0] == L'E' ? 1 : 4)) != 0; });
         EXPECT_EQ(logger.Take(), wanted) << "levels " << levels;
         EXPECT_EQ(logger.asked, static_cast<int>(all.size())) << "levels " << levels;
     }
@@ -120,22 +119,7 @@ TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
     provider.Reset();
 }
 
-/// Releases the test's provider when it is queried for an interface; forwards the query to `inner`.
-class ReleasesTheProvider : public HostFake<IAgentHost> {
-public:
-    ReleasesTheProvider(ComPtr<IOrvelDataProvider>& held, IUnknown* inner) : provider_(held), inner_(inner) {}
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        provider_.Reset();
-        return inner_->QueryInterface(iid, out);
-    }
-
-private:
-    ComPtr<IOrvelDataProvider>& provider_;
-    IUnknown* inner_;
-};
-
-TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjects)
+TEST_F(ProviderTest, HostObjectsMayReleaseTheProviderThatTakesThem)
 {
     // The last reference: a host object that is released still uses the provider.
     IOrvelDataProvider* const last = provider.Get();
@@ -156,17 +140,25 @@ TEST_F(ProviderTest, HostMayReleaseTheProviderFromInsideTheCallThatTakesItsObjec
     logger.onRelease = nullptr;
     EXPECT_FALSE(provider);
 
+    using Query = HRESULT WINAPI(IUnknown*, REFIID, void**);
+    const auto release = [&](auto query, IUnknown* object, REFIID iid, void** out) {
+        provider.Reset();
+        return query(object, iid, out);
+    };
     CreateProvider();
-    const ComPtr<IXMLDOMElement> element = Configuration();
-    ReleasesTheProvider configuration(provider, element.Get());
-    EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), &configuration), S_OK);
-    EXPECT_FALSE(provider);
-
+    {
+        const auto element = Configuration();
+        const Patch<Query> patch(element.Get(), 0, release);
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), S_OK);
+        EXPECT_FALSE(provider);
+    }
     CreateProvider();
-    ASSERT_EQ(Subscribe(), S_OK);
-    ReleasesTheProvider asked(provider, &sink);
-    EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 0, &asked), S_OK);
-    EXPECT_FALSE(provider);
+    {
+        ASSERT_EQ(Subscribe(), S_OK);
+        const Patch<Query> patch(&sink, 0, release);
+        EXPECT_EQ(provider->QueryMetric(_bstr_t(kCrash), 0, &sink), S_OK);
+        EXPECT_FALSE(provider);
+    }
     EXPECT_EQ(logger.References() + host.References() + newLogger.References(), 0U);
 }
 
@@ -185,7 +177,7 @@ TEST_F(ProviderTest, SinkMayUseTheProvider)
     };
     EXPECT_EQ(Collect(), S_OK);
     EXPECT_EQ(sink.Take().size(), 3U);
-    EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplaySubscriptionHandle) == 1; }));
+    EXPECT_TRUE(AreSubscribed(1));
     provider.Reset();
 }
 
@@ -206,72 +198,11 @@ TEST_F(ProviderTest, LoggerMayEndTheMetricOrTheProviderInAnyCall)
             logger.onNextLine = action;
             EXPECT_EQ(call(), S_OK);
             EXPECT_EQ(logger.onNextLine, nullptr);
-            const DWORD most = provider ? 1 : 0;
-            EXPECT_TRUE(Eventually([&] { return Replay().OpenHandles(ReplaySubscriptionHandle) <= most; }));
+            EXPECT_TRUE(AreSubscribed(provider ? 1 : 0));
             provider.Reset();
-            EXPECT_TRUE(Eventually([] { return Replay().OpenHandles(ReplaySubscriptionHandle) == 0; }));
+            EXPECT_TRUE(AreSubscribed(0));
         }
     }
-}
-
-/// Replaces one slot of an object's vtable by a function, for the life of this object.
-class SlotPatch {
-public:
-    template <typename Function>
-    SlotPatch(IUnknown* object, size_t slot, Function* function)
-        : object_(reinterpret_cast<void***>(object)), table_(*object_)
-    {
-        std::copy_n(table_, copy_.size(), copy_.begin());
-        copy_[slot] = reinterpret_cast<void*>(function);
-        *object_ = copy_.data();
-    }
-    ~SlotPatch() { *object_ = table_; }
-    SlotPatch(const SlotPatch&) = delete;
-    SlotPatch& operator=(const SlotPatch&) = delete;
-
-private:
-    void*** const object_;
-    void** const table_;
-    std::array<void*, 64> copy_{};
-};
-constexpr size_t kGetText = 26;
-constexpr size_t kSelectSingleNode = 37;
-
-HRESULT domResult = S_OK;
-Lines domAsked;
-IXMLDOMNode* selected = nullptr;
-HRESULT STDMETHODCALLTYPE Select(IXMLDOMElement*, BSTR name, IXMLDOMNode** node)
-{
-    domAsked.emplace_back(name);
-    *node = selected;
-    if (selected != nullptr) {
-        selected->AddRef();
-    }
-    return domResult;
-}
-HRESULT STDMETHODCALLTYPE GetNoText(IXMLDOMNode*, BSTR* text)
-{
-    *text = nullptr;
-    return S_OK;
-}
-
-TEST_F(ProviderTest, LogsAFailingConfigurationWithTheSystemText)
-{
-    const auto element = Configuration();
-    const SlotPatch patch(element.Get(), kSelectSingleNode, &Select);
-    // The system's text of the third has an insert.
-    for (const HRESULT code :
-         {E_ACCESSDENIED, static_cast<HRESULT>(0x8ABC1234), HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)}) {
-        domResult = code;
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), code);
-        EXPECT_EQ(logger.Take(),
-                  (Lines{L"I created metric 'eventlog|eventlog_appcrash'.",
-                         L"E Failed to retrieve property 'channel' from the configuration." + ExpectedSuffix(code),
-                         L"E Failed to subscribe metric 'eventlog|eventlog_appcrash'." + ExpectedSuffix(code)}));
-    }
-    EXPECT_EQ(domAsked, (Lines{L"channel", L"channel", L"channel"})) << "without a channel the query is not read";
-    EXPECT_EQ(ExpectedSuffix(static_cast<HRESULT>(0x8ABC1234)), L"  Error code 0x8abc1234.");
-    EXPECT_NE(ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)).find(L"%1"), std::wstring::npos);
 }
 
 TEST_F(ProviderTest, TakesTheWholeTextOfAChildElement)
@@ -292,7 +223,7 @@ TEST_F(ProviderTest, TakesTheWholeTextOfAChildElement)
         {L"<m><channel/><query/></m>", S_OK, 0}};
     for (const auto& [xml, result, values] : cases) {
         SCOPED_TRACE(testing::PrintToString(xml.substr(0, 90)));
-        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration(xml.c_str()).Get()), result);
+        EXPECT_EQ(Subscribe(kCrash, xml), result);
         Deliver(0);
         EXPECT_EQ(Collect(), S_OK);
         EXPECT_EQ(Unsubscribe(), S_OK);
@@ -301,19 +232,49 @@ TEST_F(ProviderTest, TakesTheWholeTextOfAChildElement)
     EXPECT_EQ(Replay().InvalidHandles(), 0U) << "what the Event Log refused has nothing to close";
 }
 
-TEST_F(ProviderTest, TakesAPropertyWithoutTextAsEmpty)
+/// Configurations whose nodes return what the tests say. All elements of the parser share one vtable.
+class FailingConfigurationTest : public ModuleTest {
+protected:
+    HRESULT result = S_OK;
+    ComPtr<IXMLDOMNode> selected;
+    Lines asked;
+    const ComPtr<IXMLDOMElement> element = Configuration();
+    const Patch<HRESULT WINAPI(IXMLDOMElement*, BSTR, IXMLDOMNode**)> select{
+        element.Get(), 37, [this](auto, auto, BSTR name, IXMLDOMNode** node) {
+            asked.emplace_back(name);
+            selected.CopyTo(node);
+            return result;
+        }};
+    const Patch<HRESULT WINAPI(IXMLDOMElement*, BSTR*)> getText{element.Get(), 26, [](auto, auto, BSTR* text) {
+                                                                    *text = nullptr;
+                                                                    return S_OK;
+                                                                }};
+};
+
+TEST_F(FailingConfigurationTest, IsLoggedWithTheSystemText)
 {
-    const auto element = Configuration();
-    const auto node = Configuration();
-    const SlotPatch select(element.Get(), kSelectSingleNode, &Select);
-    const SlotPatch getText(node.Get(), kGetText, &GetNoText);
-    domResult = S_OK;
-    selected = node.Get();
+    // The system's text of the third has an insert.
+    for (const HRESULT code :
+         {E_ACCESSDENIED, static_cast<HRESULT>(0x8ABC1234), HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)}) {
+        result = code;
+        EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), code);
+        EXPECT_EQ(logger.Take(),
+                  (Lines{L"I created metric 'eventlog|eventlog_appcrash'.",
+                         L"E Failed to retrieve property 'channel' from the configuration." + ExpectedSuffix(code),
+                         L"E Failed to subscribe metric 'eventlog|eventlog_appcrash'." + ExpectedSuffix(code)}));
+    }
+    EXPECT_EQ(asked, Lines(3, L"channel")) << "without a channel the query is not read";
+    EXPECT_EQ(ExpectedSuffix(static_cast<HRESULT>(0x8ABC1234)), L"  Error code 0x8abc1234.");
+    EXPECT_NE(ExpectedSuffix(HRESULT_FROM_WIN32(ERROR_DISK_CHANGE)).find(L"%1"), std::wstring::npos);
+}
+
+TEST_F(FailingConfigurationTest, MayHaveAPropertyWithoutText)
+{
+    selected = element;
     EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), S_OK);
     EXPECT_EQ(Unsubscribe(), S_OK);
-    domResult = S_FALSE; // no match, whatever the node is
+    result = S_FALSE; // no match, whatever the node is
     EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), element.Get()), HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
-    selected = nullptr;
     EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 0U);
 }
 

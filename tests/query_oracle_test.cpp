@@ -1,9 +1,10 @@
-// Random queries over random events, evaluated by the replay log and by MSXML's XPath, in the part of the language that
-// the two share: no times, GUIDs, SIDs and hexadecimal numbers, no values of elements with children, no functions but
-// position().
+// Random queries over random events, both made after queries/grammar.txt and evaluated by the replay log and by MSXML's
+// XPath.
 
 #include "tests/support/module_under_test.h"
 
+#include <fstream>
+#include <map>
 #include <random>
 
 namespace {
@@ -13,108 +14,40 @@ constexpr IID kIidDocument2 = {0x2933BF95, 0x7B36, 0x11D2, {0xB2, 0x0E, 0x00, 0x
 
 class Generator {
 public:
-    explicit Generator(unsigned start) : random_(start) {}
-
-    std::wstring Event()
+    Generator()
     {
-        std::wstring event = L"<Event><System><Provider Name='" + Pick({L"A", L"B"}) + L"'/><EventID>" +
-                             Pick({L"1", L"2", L"3"}) + L"</EventID>";
-        event += Chance(2) ? L"<Level>" + Value() + L"</Level>" : L"";
-        event += L"<Channel>Application</Channel></System><EventData>";
-        for (unsigned count = random_() % 5; count != 0; --count) {
-            event += L"<Data Name='" + Pick({L"a", L"b", L"c"}) + L"'>" + Value() + L"</Data>";
+        std::wifstream file("queries/grammar.txt");
+        for (std::wstring line; std::getline(file, line);) {
+            const size_t colon = line.find(L": ");
+            size_t end = colon;
+            while (end != line.npos) {
+                const size_t start = end + (end == colon ? 2 : 3);
+                end = line.find(L" | ", start);
+                grammar_[line.substr(0, colon)].push_back(line.substr(start, end - start));
+            }
         }
-        return event + L"</EventData></Event>";
     }
 
-    std::wstring Query(unsigned depth = 3)
+    /// Returns one of a name's alternatives, with the names in it replaced likewise.
+    std::wstring Make(const std::wstring& name)
     {
-        switch (random_() % (depth == 0 ? 4 : 7)) {
-        case 0:
-        case 1:
-            return Pick({L"*", L"Event"}) + L"[" + Condition(depth) + L"]";
-        case 2:
-            return Compared(Pick({L"*/", L"Event/"}) + Leaf());
-        case 3:
-            return L"*/System[" + SystemCondition() + L"]";
-        default:
-            return Composed([&] { return Query(depth - 1); });
+        const Lines& alternatives = grammar_.at(name);
+        std::wstring text = alternatives.at(random_() % alternatives.size());
+        for (size_t start = text.find(L'{'); start != text.npos; start = text.find(L'{', start)) {
+            const size_t end = text.find(L'}', start);
+            text.replace(start, end - start + 1, Make(text.substr(start + 1, end - start - 1)));
         }
+        return text;
     }
 
 private:
-    template <typename Part>
-    std::wstring Composed(const Part& part)
-    {
-        return Chance(3) ? part() + Pick({L" and ", L" or "}) + part() : L"(" + part() + L")";
-    }
-
-    bool Chance(unsigned of) { return random_() % of != 0; }
-
-    std::wstring Pick(std::initializer_list<const wchar_t*> choices)
-    {
-        return choices.begin()[random_() % choices.size()];
-    }
-
-    std::wstring Value() { return Pick({L"1", L"2", L"3", L"-1", L"2.5", L"x", L"y", L""}); }
-
-    std::wstring Literal()
-    {
-        return Pick({L"0", L"1", L"2", L"2.5", L".5", L"'1'", L"'2.5'", L"'-1'", L"'x'", L"''", L"\"A\"", L"(3)"});
-    }
-
-    std::wstring Compared(const std::wstring& path)
-    {
-        const std::wstring comparison = Pick({L"=", L"!=", L"<", L"<=", L" > ", L">="});
-        return Chance(4) ? path + comparison + Literal() : Literal() + comparison + path;
-    }
-
-    std::wstring DataPredicates()
-    {
-        std::wstring predicates;
-        for (unsigned count = random_() % 3; count != 0; --count) {
-            predicates += L"[" +
-                          Pick({L"@Name='a'", L"@Name!='b'", L"1", L"2", L"position()>1", L"text()='x'",
-                                L"@Name='c' or position()=1", L"text() and @*"}) +
-                          L"]";
-        }
-        return predicates;
-    }
-
-    std::wstring Leaf()
-    {
-        return Chance(2) ? Pick({L"System/EventID", L"System/Level", L"System/*", L"*/Level", L"*/*", L"System/*[2]",
-                                 L"System/Provider/@Name", L"child::System/attribute::Name"})
-                         : L"EventData/" + Pick({L"Data", L"*"}) + DataPredicates() +
-                               Pick({L"", L"", L"/@Name", L"/@*", L"/text()"});
-    }
-
-    std::wstring SystemCondition()
-    {
-        return Compared(Pick({L"EventID", L"Level", L"*", L"Provider/@Name"})) + Pick({L" and ", L" or "}) +
-               Pick({L"Level", L"Lost", L"Provider[@Name='A']", L"(EventID>1)"});
-    }
-
-    std::wstring Condition(unsigned depth)
-    {
-        switch (random_() % (depth == 0 ? 3 : 7)) {
-        case 0:
-            return Compared(Leaf());
-        case 1:
-            return Leaf();
-        case 2:
-            return L"System[" + SystemCondition() + L"]";
-        default:
-            return Composed([&] { return Condition(depth - 1); });
-        }
-    }
-
-    std::mt19937 random_;
+    std::map<std::wstring, Lines> grammar_{{L"none", {L""}}};
+    std::mt19937 random_{20'260'302};
 };
 
 ComPtr<IXMLDOMDocument2> Parse(const std::wstring& xml)
 {
-    ComPtr<IXMLDOMElement> root = Configuration(xml.c_str());
+    const ComPtr<IXMLDOMElement> root = Configuration(xml);
     ComPtr<IXMLDOMDocument> document;
     ComPtr<IXMLDOMDocument2> result;
     EXPECT_EQ(root->get_ownerDocument(document.GetAddressOf()), S_OK);
@@ -141,19 +74,19 @@ TEST(QueryOracle, ReplayLogAndMsxmlAgree)
 {
     constexpr unsigned kEvents = 40;
     constexpr unsigned kQueries = 400;
-    Generator generator(20'260'302);
+    Generator generator;
     std::wstring all;
     std::vector<std::wstring> events;
     std::vector<ComPtr<IXMLDOMDocument2>> documents;
     for (unsigned i = 0; i < kEvents; ++i) {
-        events.push_back(generator.Event());
+        events.push_back(generator.Make(L"event"));
         documents.push_back(Parse(events.back()));
         all += events.back();
     }
     LoadEvents(all);
     unsigned evaluated = 0, selected = 0;
     for (unsigned i = 0; i < kQueries && !HasFailure(); ++i) {
-        const std::wstring query = generator.Query();
+        const std::wstring query = generator.Make(L"query");
         std::vector<bool> results;
         ReplayProblem problem{};
         const DWORD code = Replay().EvaluateQuery(L"Application", query.c_str(), &KeepResult, &results, &problem);

@@ -4,16 +4,19 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <set>
+#include <string>
 #include <thread>
+#include <tuple>
 
 namespace {
 
 using namespace orvel;
 using Tree = std::set<std::wstring>;
 
-// All below a key, as "key", "key|name=text" and "key|name=#number" lines.
+// All below a key, as "key" and "key|name=text" lines.
 void Read(HKEY root, const wchar_t* path, const std::wstring& shown, Tree& lines)
 {
     HKEY opened = nullptr;
@@ -21,14 +24,13 @@ void Read(HKEY root, const wchar_t* path, const std::wstring& shown, Tree& lines
     const UniqueKey key(opened);
     std::vector<wchar_t> found(16384), text(32768);
     for (DWORD i = 0;; ++i) {
-        DWORD length = 16384, size = 65534, type = 0;
+        DWORD length = 16384, size = 65534;
         auto* data = reinterpret_cast<BYTE*>(text.data());
-        if (RegEnumValueW(opened, i, found.data(), &length, nullptr, &type, data, &size) != ERROR_SUCCESS) {
+        if (RegEnumValueW(opened, i, found.data(), &length, nullptr, nullptr, data, &size) != ERROR_SUCCESS) {
             break;
         }
         text[size / 2] = L'\0';
-        lines.insert(shown + L"|" + found.data() + L"=" +
-                     (type == REG_DWORD ? L"#" + std::to_wstring(*reinterpret_cast<DWORD*>(data)) : text.data()));
+        lines.insert(shown + L"|" + found.data() + L"=" + text.data());
     }
     for (DWORD i = 0; RegEnumKeyW(opened, i, found.data(), 16384) == ERROR_SUCCESS; ++i) {
         // The platform itself spells one key in two ways.
@@ -56,12 +58,9 @@ class OddModule : public ModuleUnderTest {
 public:
     OddModule() : ModuleUnderTest(Copy()) {}
     ~OddModule() { Unregister(); }
-    HRESULT Register() const { return Export<HRESULT WINAPI()>("DllRegisterServer")(); }
-    HRESULT Unregister() const { return Export<HRESULT WINAPI()>("DllUnregisterServer")(); }
-    HRESULT Install(BOOL install, const wchar_t* commandLine) const
-    {
-        return Export<HRESULT WINAPI(BOOL, const wchar_t*)>("DllInstall")(install, commandLine);
-    }
+    HRESULT(WINAPI* const Register)() = orvel::FunctionOf{*this, "DllRegisterServer"};
+    HRESULT(WINAPI* const Unregister)() = orvel::FunctionOf{*this, "DllUnregisterServer"};
+    HRESULT(WINAPI* const Install)(BOOL, const wchar_t*) = orvel::FunctionOf{*this, "DllInstall"};
 
 private:
     static std::wstring Copy()
@@ -124,66 +123,39 @@ TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
     EXPECT_EQ(Change(machineBefore, Read(HKEY_LOCAL_MACHINE)), Tree());
 }
 
-int callsUntilFailure;
-std::vector<LCID> locales;
-
-LSTATUS WINAPI SetOrFail(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data, DWORD size)
-{
-    return --callsUntilFailure == 0 ? ERROR_ACCESS_DENIED : RegSetValueExW(key, name, reserved, type, data, size);
-}
-
-HRESULT WINAPI RegisterOrFail(ITypeLib* library, OLECHAR* path, OLECHAR* help)
-{
-    return --callsUntilFailure == 0 ? TYPE_E_REGISTRYACCESS : RegisterTypeLib(library, path, help);
-}
-
-std::set<HKEY> deletable; // keys opened with DELETE access, which RegDeleteTreeW requires
-LSTATUS WINAPI RecordAccess(HKEY parent, const wchar_t* name, DWORD reserved, wchar_t* type, DWORD options,
-                            REGSAM access, SECURITY_ATTRIBUTES* security, HKEY* key, DWORD* disposition)
-{
-    const LSTATUS status = RegCreateKeyExW(parent, name, reserved, type, options, access, security, key, disposition);
-    deletable.erase(*key);
-    if ((access & DELETE) != 0) {
-        deletable.insert(*key);
-    }
-    return status;
-}
-
-LSTATUS WINAPI DeleteIfOpenedForIt(HKEY key, const wchar_t* subkey)
-{
-    return deletable.contains(key) ? RegDeleteTreeW(key, subkey) : ERROR_ACCESS_DENIED;
-}
-
-WINBOOL WINAPI RecordLocale(LCID locale)
-{
-    locales.push_back(locale);
-    return SetThreadLocale(locale);
-}
-
-void* WINAPI GiveMalformed(HGLOBAL)
-{
-    static char script[65536] = "HKCR { Made = s 'x' \n Open {"; // longer than the one that it replaces
-    std::replace(std::begin(script), std::end(script), '\0', ' ');
-    return script;
-}
-
-TEST(Registration, FailureAnywhereIsTakenBackByInstallation)
+TEST(Registration, InstallationTakesBackAFailureAnywhere)
 {
     const OddModule module;
-    const ImportPatch set(module, "RegSetValueExW", SetOrFail);
-    const ImportPatch typeLibrary(module, "RegisterTypeLib", RegisterOrFail);
-    const ImportPatch locale(module, "SetThreadLocale", RecordLocale);
-    const ImportPatch create(module, "RegCreateKeyExW", RecordAccess),
-        tree(module, "RegDeleteTreeW", DeleteIfOpenedForIt);
+    int callsUntilFailure = 0;
+    std::vector<LCID> locales;
+    std::map<HKEY, bool> isDeletable; // whether a key was opened with DELETE access, which RegDeleteTreeW requires
+    const Patch<decltype(RegSetValueExW)> set(module, "RegSetValueExW", [&](auto function, auto... arguments) {
+        return --callsUntilFailure == 0 ? ERROR_ACCESS_DENIED : function(arguments...);
+    });
+    const Patch<decltype(RegisterTypeLib)> library(module, "RegisterTypeLib", [&](auto function, auto... arguments) {
+        return --callsUntilFailure == 0 ? TYPE_E_REGISTRYACCESS : function(arguments...);
+    });
+    const Patch<decltype(SetThreadLocale)> locale(module, "SetThreadLocale", [&](auto function, LCID id) {
+        locales.push_back(id);
+        return function(id);
+    });
+    const Patch<decltype(RegCreateKeyExW)> create(module, "RegCreateKeyExW", [&](auto function, auto... arguments) {
+        const LSTATUS status = function(arguments...);
+        const auto all = std::tie(arguments...);
+        isDeletable[*std::get<7>(all)] = (std::get<5>(all) & DELETE) != 0;
+        return status;
+    });
+    const Patch<decltype(RegDeleteTreeW)> tree(module, "RegDeleteTreeW", [&](auto function, HKEY key, auto subkey) {
+        return isDeletable[key] ? function(key, subkey) : ERROR_ACCESS_DENIED;
+    });
     const Tree before = Read(HKEY_CURRENT_USER);
     constexpr int kSteps = 14; // 13 values and the type library
     for (int step = 1; step <= kSteps + 1; ++step) {
         SCOPED_TRACE(step);
         callsUntilFailure = step;
         locales.clear();
-        EXPECT_EQ(module.Install(TRUE, L"user"), step < kSteps    ? HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED)
-                                                 : step == kSteps ? TYPE_E_REGISTRYACCESS
-                                                                  : S_OK);
+        const HRESULT failure = step < kSteps ? HRESULT_FROM_WIN32(ERROR_ACCESS_DENIED) : TYPE_E_REGISTRYACCESS;
+        EXPECT_EQ(module.Install(TRUE, L"user"), step <= kSteps ? failure : S_OK);
         EXPECT_EQ(locales, (std::vector<LCID>{LOCALE_SYSTEM_DEFAULT, GetThreadLocale()}));
         EXPECT_EQ(Read(HKEY_CURRENT_USER) == before, step <= kSteps);
     }
@@ -194,7 +166,9 @@ TEST(Registration, FailureAnywhereIsTakenBackByInstallation)
     EXPECT_FALSE(Read(HKEY_CURRENT_USER).contains(L"OrvelAgent.EventLogProvider"));
     // What is no script changes nothing.
     const Tree left = Read(HKEY_CURRENT_USER);
-    const ImportPatch text(module, "LockResource", GiveMalformed);
+    std::string script = "HKCR { Made = s 'x' \n Open {";
+    script.resize(65536, ' '); // longer than the one that it replaces
+    const Patch<decltype(LockResource)> text(module, "LockResource", [&](auto...) { return script.data(); });
     EXPECT_EQ(module.Install(TRUE, L"user"), DISP_E_EXCEPTION);
     EXPECT_EQ(module.Register(), DISP_E_EXCEPTION);
     EXPECT_EQ(Change(left, Read(HKEY_CURRENT_USER)), Tree());

@@ -3,8 +3,9 @@
 #include "tests/support/module_under_test.h"
 #include "tools/utf8.h"
 
+#include <array>
 #include <fstream>
-#include <sstream>
+#include <regex>
 
 namespace orvel::replay {
 namespace {
@@ -32,8 +33,8 @@ void LoadExport(const wchar_t* name)
 struct Evaluation {
     unsigned code = 0;
     ReplayProblem problem{};
-    std::vector<int> selected; // EventRecordIDs of events.export.xml
-    std::wstring reason;       // why the last event is left out
+    std::wstring selected; // EventRecordIDs of events.export.xml
+    std::wstring reason;   // why the last event is left out
     int events = 0;
 };
 
@@ -41,7 +42,7 @@ void CALLBACK KeepResult(void* context, const ReplayQueryResult* result)
 {
     auto& evaluation = *static_cast<Evaluation*>(context);
     if (result->reason == nullptr) {
-        evaluation.selected.push_back(1001 + evaluation.events);
+        evaluation.selected += (evaluation.selected.empty() ? L"" : L",") + std::to_wstring(1001 + evaluation.events);
     }
     evaluation.reason = result->reason != nullptr ? result->reason : L"";
     ++evaluation.events;
@@ -55,35 +56,23 @@ Evaluation Evaluate(const std::wstring& channel, const std::wstring& query)
     return evaluation;
 }
 
-/// The text of a member of a JSON object that has it as "name": "text".
-std::wstring Member(const std::wstring& line, const std::wstring& name)
+/// The parts of a line that " | " separates.
+std::array<std::wstring, 3> Parts(const std::wstring& line)
 {
-    std::wstring text;
-    for (size_t i = line.find(L"\"" + name + L"\": \"") + name.size() + 5; line[i] != L'"'; ++i) {
-        if (line[i] == L'\\') {
-            ++i;
-            text += line[i] == L'n' ? L'\n' : line[i] == L't' ? L'\t' : line[i];
-        } else {
-            text += line[i];
-        }
-    }
-    return text;
+    const size_t first = line.find(L" | "), second = line.find(L" | ", first + 3);
+    return {line.substr(0, first), line.substr(first + 3, second - first - 3), line.substr(second + 3)};
 }
 
-TEST(ReplayQuery, SelectsTheEventsThatAnIndependentEvaluatorSelects)
+TEST(ReplayQuery, SelectsWhatAnIndependentEvaluatorSelects)
 {
     LoadExport(L"events.export.xml");
-    const auto lines = ReadLines("queries.jsonl");
+    const auto lines = ReadLines("queries.txt");
     EXPECT_EQ(lines.size(), 85U);
     for (const std::wstring& line : lines) {
-        std::vector<int> expected;
-        std::wistringstream numbers(line.substr(line.find(L"\"selects\": [") + 12));
-        for (int number = 0; numbers >> number; numbers.ignore()) {
-            expected.push_back(number);
-        }
-        const Evaluation evaluation = Evaluate(Member(line, L"channel"), Member(line, L"query"));
-        EXPECT_EQ(evaluation.code, 0U) << line << evaluation.problem.reason;
-        EXPECT_EQ(evaluation.selected, expected) << testing::PrintToString(line);
+        const auto& [selected, channel, query] = Parts(line);
+        const Evaluation evaluation = Evaluate(channel, std::regex_replace(query, std::wregex(L"\\\\n"), L"\n"));
+        EXPECT_EQ(evaluation.code, 0U) << evaluation.problem.reason;
+        EXPECT_EQ(evaluation.selected, selected) << testing::PrintToString(line);
     }
 }
 
@@ -92,8 +81,8 @@ TEST(ReplayQuery, FollowsEachDocumentedRule)
     LoadExport(L"rules.export.xml");
     for (const std::wstring& line : ReadLines("rules.txt")) {
         SCOPED_TRACE(testing::PrintToString(line));
-        const size_t first = line.find(L" | "), second = line.find(L" | ", first + 1);
-        const Evaluation evaluation = Evaluate(L"application", line.substr(second + 3));
+        const auto& [source, expected, query] = Parts(line);
+        const Evaluation evaluation = Evaluate(L"application", query);
         std::wstring result = evaluation.selected.empty() ? L"no" : L"yes";
         if (evaluation.code != 0) {
             const std::wstring reason = evaluation.problem.reason;
@@ -101,7 +90,6 @@ TEST(ReplayQuery, FollowsEachDocumentedRule)
             result = std::to_wstring(evaluation.code) + L"@" + reason.substr(place, reason.size() - place - 1);
             EXPECT_EQ(reason.find(L"documentation: ") == reason.npos, evaluation.code == ERROR_NOT_SUPPORTED);
         }
-        const std::wstring expected = line.substr(first + 3, second - first - 3);
         EXPECT_EQ(result, expected.substr(0, expected.find(L' '))) << evaluation.problem.reason;
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <windows.h>
+#include <unknwn.h>
 
 #include <algorithm>
 #include <optional>
@@ -14,6 +15,8 @@ public:
 
     /// Returns the entry of an import. Throws std::runtime_error when the module does not import that name.
     static void** FindSlot(HMODULE module, const char* name);
+    /// Returns the entry of an object's method, by its number in the vtable.
+    static void** FindSlot(IUnknown* object, size_t method) { return *reinterpret_cast<void***>(object) + method; }
     /// Stores a function in an entry and returns the one that was there.
     static void* Exchange(void** slot, void* function);
 
@@ -22,8 +25,8 @@ protected:
     ~ImportPatch() { Exchange(slot_, replaced_); }
 
 private:
-    void** slot_;
-    void* replaced_;
+    void** const slot_;
+    void* const replaced_;
 };
 
 /// Has `body` called in place of a function, for the life of this object. The body takes the replaced function and then
@@ -33,20 +36,18 @@ class Patch;
 template <typename Result, typename... Arguments>
 class Patch<Result WINAPI(Arguments...)> : public ImportPatch {
 public:
+    /// Replaces a function that a module imports, by its name, or a method of all objects that share an object's
+    /// vtable, by its number there.
     template <typename Body>
-    Patch(HMODULE module, const char* name, Body body) : Patch(FindSlot(module, name), std::move(body))
+    Patch(const auto& object, auto function, Body body) : ImportPatch(FindSlot(object, function))
     {
+        Install(object, function, std::move(body));
     }
+    /// As the constructor; the function stays replaced.
     template <typename Body>
-    Patch(void** slot, Body body) : ImportPatch(slot)
+    static void Install(const auto& object, auto function, Body body)
     {
-        Install(slot, std::move(body));
-    }
-
-    /// Stores a body in an entry for good.
-    template <typename Body>
-    static void Install(void** slot, Body body)
-    {
+        void** const slot = FindSlot(object, function);
         Hook<Body>::body.emplace(std::move(body));
         Hook<Body>::replaced = reinterpret_cast<decltype(Hook<Body>::replaced)>(*slot);
         Exchange(slot, reinterpret_cast<void*>(&Hook<Body>::Call));

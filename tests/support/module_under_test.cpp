@@ -52,10 +52,9 @@ std::wstring ExpectedSuffix(HRESULT code)
     return suffix;
 }
 
-ModuleUnderTest::ModuleUnderTest(const std::wstring& path) : path_(path)
+ModuleUnderTest::ModuleUnderTest(const std::wstring& path)
+    : path_(path), handle_((Replay().SetMode(0), LoadLibraryW(path.c_str())))
 {
-    Replay().SetMode(0);
-    handle_ = LoadLibraryW(path.c_str());
     if (handle_ == nullptr) {
         throw std::runtime_error("Orvel_eventlog.dll cannot be loaded");
     }
@@ -76,24 +75,16 @@ void ModuleUnderTest::Free()
     FreeLibrary(handle_);
 }
 
-HRESULT ModuleUnderTest::CanUnloadNow() const
-{
-    return Export<decltype(DllCanUnloadNow)>("DllCanUnloadNow")();
-}
-
-HRESULT ModuleUnderTest::GetClassObject(REFIID iid, void** out, REFCLSID classId) const
-{
-    return Export<decltype(DllGetClassObject)>("DllGetClassObject")(classId, iid, out);
-}
-
 ComPtr<IOrvelDataProvider> ModuleUnderTest::CreateProvider() const
 {
     ComPtr<IClassFactory> factory;
     ComPtr<IOrvelDataProvider> provider;
-    if (FAILED(GetClassObject(IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()))) ||
-        FAILED(factory->CreateInstance(nullptr, __uuidof(IOrvelDataProvider),
-                                       reinterpret_cast<void**>(provider.GetAddressOf())))) {
-        throw std::runtime_error("the provider cannot be created");
+    HRESULT hr = GetClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf()));
+    if (SUCCEEDED(hr)) {
+        hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider.GetAddressOf()));
+    }
+    if (FAILED(hr)) {
+        _com_issue_error(hr);
     }
     return provider;
 }

@@ -79,25 +79,21 @@ public:
     ModuleUnderTest(const ModuleUnderTest&) = delete;
     ModuleUnderTest& operator=(const ModuleUnderTest&) = delete;
 
-    HMODULE handle() const { return handle_; }
     operator HMODULE() const { return handle_; } // NOLINT(google-explicit-constructor): it stands for the handle
-    HRESULT CanUnloadNow() const;
     bool IsMapped() const { return GetModuleHandleW(path_.c_str()) != nullptr; }
     /// Frees the module without waiting for anything. Called once.
     void Free();
-    /// Returns an exported function by name.
-    template <typename Function>
-    Function* Export(const char* name) const
-    {
-        return orvel::FunctionOf{handle_, name};
-    }
-    HRESULT GetClassObject(REFIID iid, void** out, REFCLSID classId = kProviderClass) const;
+    /// Throws `_com_error`.
     ComPtr<IOrvelDataProvider> CreateProvider() const;
 
 private:
     const std::wstring path_;
-    HMODULE handle_;
+    const HMODULE handle_;
     bool isFreed_ = false;
+
+public:
+    decltype(&DllCanUnloadNow) const CanUnloadNow = orvel::FunctionOf{handle_, "DllCanUnloadNow"};
+    decltype(&DllGetClassObject) const GetClassObject = orvel::FunctionOf{handle_, "DllGetClassObject"};
 };
 
 /// Waits, up to five seconds, until a condition holds, and returns whether it does.

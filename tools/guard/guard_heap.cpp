@@ -73,19 +73,6 @@ void Free(void* block)
     VirtualFree(pages, static_cast<size_t>(static_cast<std::byte*>(block) - pages) + size, MEM_DECOMMIT);
 }
 
-BSTR AllocateBstr(const wchar_t* text, size_t length)
-{
-    const auto bytes = static_cast<DWORD>(length * sizeof(wchar_t));
-    auto* const block = static_cast<std::byte*>(Allocate(sizeof(bytes) + bytes + sizeof(wchar_t)));
-    if (block == nullptr) {
-        return nullptr;
-    }
-    std::memcpy(block, &bytes, sizeof(bytes));
-    std::memcpy(block + sizeof(bytes), text, bytes);
-    std::memset(block + sizeof(bytes) + bytes, 0, sizeof(wchar_t));
-    return reinterpret_cast<BSTR>(block + sizeof(bytes));
-}
-
 } // namespace
 
 extern "C" {
@@ -137,14 +124,22 @@ static BOOL WINAPI GuardedHeapFree(HANDLE heap, DWORD flags, LPVOID block)
     return IsGuarded(block) ? (Free(block), TRUE) : __real___imp_HeapFree(heap, flags, block);
 }
 
-static BSTR WINAPI GuardedAllocString(const OLECHAR* text)
-{
-    return text != nullptr ? AllocateBstr(text, std::wcslen(text)) : nullptr;
-}
-
 static BSTR WINAPI GuardedAllocStringLen(const OLECHAR* text, UINT length)
 {
-    return AllocateBstr(text, length);
+    const auto bytes = static_cast<DWORD>(length * sizeof(wchar_t));
+    auto* const block = static_cast<std::byte*>(Allocate(sizeof(bytes) + bytes + sizeof(wchar_t)));
+    if (block == nullptr) {
+        return nullptr;
+    }
+    std::memcpy(block, &bytes, sizeof(bytes));
+    std::memcpy(block + sizeof(bytes), text, bytes);
+    std::memset(block + sizeof(bytes) + bytes, 0, sizeof(wchar_t));
+    return reinterpret_cast<BSTR>(block + sizeof(bytes));
+}
+
+static BSTR WINAPI GuardedAllocString(const OLECHAR* text)
+{
+    return text != nullptr ? GuardedAllocStringLen(text, static_cast<UINT>(std::wcslen(text))) : nullptr;
 }
 
 static void WINAPI GuardedFreeString(BSTR text)
@@ -206,9 +201,8 @@ __declspec(dllexport) int WINAPI GuardProbe(int fault)
         number = number + 1;
         return 0;
     }
-    default:
-        return 0;
     }
+    return 0;
 }
 
 } // extern "C"

@@ -11,64 +11,47 @@
 #include <wrl/client.h>
 
 #include <cstdio>
-#include <string>
+#include <filesystem>
 #include <string_view>
 
+using _com_util::CheckError;
 using Microsoft::WRL::ComPtr;
 
 namespace {
 
-void Check(HRESULT hr)
-{
-    if (FAILED(hr)) {
-        throw _com_error(hr);
-    }
-}
-
-std::wstring FullPath(const wchar_t* path)
-{
-    // Given a bare name, the platform would search for the file and register it.
-    std::wstring full(32768, L'\0');
-    full.resize(GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr));
-    return full;
-}
-
 void Make(SYSKIND system, const wchar_t* hostPath, const wchar_t* outputPath)
 {
+    // Given a bare name, the platform would search for the file and register it.
     ComPtr<ITypeLib> host;
-    Check(LoadTypeLibEx(FullPath(hostPath).c_str(), REGKIND_NONE, host.GetAddressOf()));
+    CheckError(LoadTypeLibEx(std::filesystem::absolute(hostPath).c_str(), REGKIND_NONE, host.GetAddressOf()));
 
     ComPtr<ICreateTypeLib2> library;
-    Check(CreateTypeLib2(system, FullPath(outputPath).c_str(), library.GetAddressOf()));
-    wchar_t libraryName[] = L"EventLogProviderLib";
-    wchar_t libraryText[] = L"Orvel Event Log Provider 1.0 Type Library";
-    Check(library->SetGuid(orvel::kProviderLibrary));
-    Check(library->SetVersion(orvel::kLibraryMajor, orvel::kLibraryMinor));
-    Check(library->SetLcid(LOCALE_NEUTRAL));
-    Check(library->SetName(libraryName));
-    Check(library->SetDocString(libraryText));
+    CheckError(CreateTypeLib2(system, std::filesystem::absolute(outputPath).c_str(), library.GetAddressOf()));
+    CheckError(library->SetGuid(orvel::kProviderLibrary));
+    CheckError(library->SetVersion(orvel::kLibraryMajor, orvel::kLibraryMinor));
+    CheckError(library->SetLcid(LOCALE_NEUTRAL));
+    CheckError(library->SetName(_bstr_t(L"EventLogProviderLib")));
+    CheckError(library->SetDocString(_bstr_t(L"Orvel Event Log Provider 1.0 Type Library")));
 
     ComPtr<ICreateTypeInfo> provider;
-    wchar_t className[] = L"CProvider";
-    wchar_t classText[] = L"Orvel Event Log Provider Class";
-    Check(library->CreateTypeInfo(className, TKIND_COCLASS, provider.GetAddressOf()));
-    Check(provider->SetGuid(orvel::kProviderClass));
-    Check(provider->SetVersion(orvel::kLibraryMajor, orvel::kLibraryMinor));
-    Check(provider->SetDocString(classText));
-    Check(provider->SetTypeFlags(TYPEFLAG_FCANCREATE));
+    CheckError(library->CreateTypeInfo(_bstr_t(L"CProvider"), TKIND_COCLASS, provider.GetAddressOf()));
+    CheckError(provider->SetGuid(orvel::kProviderClass));
+    CheckError(provider->SetVersion(orvel::kLibraryMajor, orvel::kLibraryMinor));
+    CheckError(provider->SetDocString(_bstr_t(L"Orvel Event Log Provider Class")));
+    CheckError(provider->SetTypeFlags(TYPEFLAG_FCANCREATE));
 
     UINT index = 0;
     for (const IID& iid : {__uuidof(IOrvelDataProvider), __uuidof(IDataProvider), __uuidof(IDataProviderEx)}) {
         ComPtr<ITypeInfo> interfaceInfo;
         HREFTYPE reference = 0;
-        Check(host->GetTypeInfoOfGuid(iid, interfaceInfo.GetAddressOf()));
-        Check(provider->AddRefTypeInfo(interfaceInfo.Get(), &reference));
-        Check(provider->AddImplType(index, reference));
-        Check(provider->SetImplTypeFlags(index, index == 0 ? IMPLTYPEFLAG_FDEFAULT : 0));
+        CheckError(host->GetTypeInfoOfGuid(iid, interfaceInfo.GetAddressOf()));
+        CheckError(provider->AddRefTypeInfo(interfaceInfo.Get(), &reference));
+        CheckError(provider->AddImplType(index, reference));
+        CheckError(provider->SetImplTypeFlags(index, index == 0 ? IMPLTYPEFLAG_FDEFAULT : 0));
         ++index;
     }
-    Check(provider->LayOut());
-    Check(library->SaveAllChanges());
+    CheckError(provider->LayOut());
+    CheckError(library->SaveAllChanges());
 }
 
 } // namespace

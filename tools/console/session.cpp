@@ -30,7 +30,7 @@ std::wstring SumsOf(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;
     std::wstring lines = FormatString(L"\n  %s\n", tally.metric.name.c_str());
-    if (tally.isRefused) {
+    if (!tally.refusal.empty()) {
         lines += L"    nothing delivered, because the Event Log refuses the subscription\n";
     } else {
         const unsigned long long recorded = counter.Counted(EventCounter::Recorded);
@@ -84,20 +84,22 @@ Session::Session(const Options& options, const ReplayClient* replay, OnCollectio
     : options_(options), replay_(replay), onCollection_(std::move(onCollection)), logger_(options.logMask),
       module_(options.module)
 {
+    Require(SUCCEEDED(module_.Provider().SetHost(&logger_, &host_)), ExitCode::Module,
+            "the provider does not accept a host");
 }
 
 std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metrics)
 {
     std::optional<Failure> failure;
     try {
-        Require(SUCCEEDED(module_.Provider().SetHost(&logger_, &host_)), ExitCode::Module,
-                "the provider does not accept a host");
         for (const MetricConfiguration& metric : metrics) {
-            Subscribe(metric);
+            const std::string& refusal = Subscribe(metric).refusal;
+            if (!refusal.empty()) {
+                Say("warning", metric.place + ": no event will come: " + refusal);
+            }
         }
         WaitForEvents();
-        CollectAll();
-        Require(!hasFailedCollection_, ExitCode::Collection, "not every collection succeeded");
+        Require(CollectAll(), ExitCode::Collection, "not every collection succeeded");
     } catch (...) {
         failure = CurrentFailure();
     }
@@ -126,7 +128,7 @@ std::wstring Session::Summary() const
     return text;
 }
 
-void Session::Subscribe(const MetricConfiguration& metric)
+const MetricTally& Session::Subscribe(const MetricConfiguration& metric)
 {
     EventCounter& counter = EventCounter::Create(metric);
     if (replay_ != nullptr) {
@@ -144,10 +146,7 @@ void Session::Subscribe(const MetricConfiguration& metric)
     } else if (const DWORD code = counter.Subscribe(metric)) {
         refusal = Describe(HRESULT_FROM_WIN32(code));
     }
-    if (!refusal.empty()) {
-        Say("warning", metric.place + ": no event will come: " + refusal);
-    }
-    tallies_.push_back({metric, &counter, !refusal.empty()});
+    return tallies_.emplace_back(MetricTally{metric, &counter, std::move(refusal)});
 }
 
 void Session::WaitForEvents()
@@ -178,8 +177,7 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
         ShowProgress(done, total);
         self.CollectWhenDue();
         if (std::exchange(self.played_, done) != done) { // not while an action waits
-            const auto& after = self.options_.collectAfter;
-            if (std::find(after.begin(), after.end(), done) != after.end()) {
+            if (std::ranges::count(self.options_.collectAfter, done) != 0) {
                 self.replay_->WaitForDeliveries();
                 self.CollectAll();
             }
@@ -219,7 +217,7 @@ void Session::CollectWhenDue()
     }
 }
 
-void Session::CollectAll()
+bool Session::CollectAll()
 {
     ++collections_;
     for (MetricTally& tally : tallies_) {
@@ -230,12 +228,10 @@ void Session::CollectAll()
         const Collection collection = {collections_, tally.metric.name, sink_.Take(), logger_.StopKeeping()};
         tally.values += collection.values.size();
         tally.refused += sink_.Refused() - refusedBefore;
-        for (const MetricValue& value : collection.values) {
-            tally.crashes += value.key == L"appcrash|crash_details|*" ? 1 : 0;
-        }
-        for (const std::wstring& line : collection.infoLines) {
-            tally.dropped += line.starts_with(L"Collecting metric has exceeded max failure times.") ? 1 : 0;
-        }
+        tally.crashes += std::ranges::count(collection.values, L"appcrash|crash_details|*", &MetricValue::key);
+        tally.dropped += std::ranges::count_if(collection.infoLines, [](const std::wstring& line) {
+            return line.starts_with(L"Collecting metric has exceeded max failure times.");
+        });
         onCollection_(collection);
         if (FAILED(hr)) {
             hasFailedCollection_ = true;
@@ -243,6 +239,7 @@ void Session::CollectAll()
                              "' failed: " + Describe(hr));
         }
     }
+    return !hasFailedCollection_;
 }
 
 void Session::End()

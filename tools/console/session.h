@@ -28,8 +28,8 @@ void LoadExport(const ReplayClient& replay, const Options& options);
 /// known from the module's log.
 struct MetricTally {
     MetricConfiguration metric;
-    EventCounter* counter = nullptr;
-    bool isRefused = false;         ///< the Event Log refuses the subscription
+    EventCounter* counter;
+    std::string refusal;            ///< why the Event Log refuses the subscription; empty if it does not
     unsigned long long values = 0;  ///< written to the sink
     unsigned long long crashes = 0; ///< of these, records of crashes
     unsigned long long refused = 0;
@@ -41,12 +41,26 @@ class Session {
 public:
     using OnCollection = std::function<void(const Collection&)>;
 
-    /// `replay` may be null. COM must be initialised. Throws Failure.
+    /// Creates the provider. `replay` may be null. COM must be initialised. Throws Failure.
     Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
 
-    /// Subscribes, waits until the replay ends or the user presses Ctrl+C, collects, unsubscribes and unloads the
-    /// module. Returns the first failure; a later one is written to standard error.
+    /// Subscribes, waits until the replay ends or the user presses Ctrl+C, collects and ends the session. Returns the
+    /// first failure; a later one is written to standard error.
     std::optional<Failure> Run(const std::vector<MetricConfiguration>& metrics);
+
+    // The steps of Run. They throw Failure.
+
+    /// Subscribes the provider to a metric and counts its events. The result is valid until the next call.
+    const MetricTally& Subscribe(const MetricConfiguration& metric);
+
+    /// Collects every metric and passes its values to `onCollection`. Returns whether all collections so far have
+    /// succeeded.
+    bool CollectAll();
+
+    /// Unsubscribes and unloads the module, which must release all of the host's objects.
+    void End();
+
+    std::wstring ModulePath() const { return module_.Path(); }
 
     /// Formats the sums of the events and values.
     std::wstring Summary() const;
@@ -56,13 +70,10 @@ private:
     using Seconds = std::chrono::duration<double>;
     using TimePoint = std::chrono::time_point<Clock, Seconds>; // floating-point, so that no option overflows it
 
-    void Subscribe(const MetricConfiguration& metric);
     void WaitForEvents();
     static BOOL CALLBACK OnProgress(void* context, DWORD done, DWORD total);
     void Pace(DWORD done, DWORD total);
     void CollectWhenDue();
-    void CollectAll();
-    void End();
 
     const Options& options_;
     const ReplayClient* const replay_;

@@ -1,20 +1,14 @@
-#include "host/bstr.h"
 #include "host/format.h"
 #include "host/unique_resource.h"
 #include "tools/console/commands.h"
-#include "tools/console/event_counter.h"
-#include "tools/console/failure.h"
-#include "tools/console/host_objects.h"
 #include "tools/console/input.h"
 #include "tools/console/output.h"
-#include "tools/console/provider_module.h"
 #include "tools/console/session.h"
 #include "tools/console/terminal.h"
 #include "tools/dom_element.h"
 #include "tools/function_of.h"
 #include "tools/utf8.h"
 
-#include <chrono>
 #include <memory>
 
 namespace orvel::console {
@@ -129,34 +123,9 @@ void CompareRecord(const std::wstring& record, const std::wstring& application)
 MetricConfiguration Configuration()
 try {
     const std::wstring xml = FormatString(L"<metric><channel>%s</channel><query>%s</query></metric>", kChannel, kQuery);
-    return {kCrashMetric, {}, ParseElement(xml.c_str()), kChannel, kQuery};
+    return {kCrashMetric, "verify", ParseElement(xml.c_str()), kChannel, kQuery};
 } catch (const std::runtime_error& error) {
     throw Failure(ExitCode::Creation, error.what());
-}
-
-/// Collects until a record names the application, and returns that record. Throws Failure after 30 seconds.
-std::wstring AwaitRecord(IOrvelDataProvider& provider, Sink& sink, const std::wstring& application,
-                         const EventCounter& counter)
-{
-    constexpr std::chrono::seconds kTimeout(30);
-    constexpr DWORD kPause = 200; // milliseconds
-    const UniqueBstr name = MakeBstr(kCrashMetric);
-    const auto end = std::chrono::steady_clock::now() + kTimeout;
-    do {
-        const HRESULT hr = provider.QueryMetric(name.get(), 0, &sink);
-        Require(SUCCEEDED(hr), ExitCode::Collection, "the collection failed: " + Describe(hr));
-        for (const MetricValue& value : sink.Take()) {
-            if (value.text.find(application) != value.text.npos) {
-                return value.text;
-            }
-        }
-        Require(!IsStopped(kPause), ExitCode::Stopped, "stopped by Ctrl+C");
-    } while (std::chrono::steady_clock::now() < end);
-    const unsigned long long withoutMessage = counter.Counted(EventCounter::WithoutMessage);
-    throw Failure(ExitCode::Delivery,
-                  "the metric had no value for the event within 30 seconds; meanwhile the Event Log delivered " +
-                      std::to_string(counter.Counted(EventCounter::Recorded) + withoutMessage) +
-                      " such events to this program, " + std::to_string(withoutMessage) + " without a message");
 }
 
 /// Returns whether hosts of this architecture find the provider; the ProgID alone may be registered by the other one.
@@ -168,32 +137,26 @@ bool IsInstalled()
 }
 
 /// Creates the registered provider, verifies it with an event and unloads it. `replay` may be null. Throws Failure.
-void VerifyProvider(const ReplayClient* replay)
+void VerifyProvider(const Options& options, const ReplayClient* replay)
 {
     Require(IsInstalled(), ExitCode::Creation, ToUtf8(kProgId) + " is not registered");
-    // Declared before the module, so that they outlive the provider's references to them.
-    Logger logger(kErrorsAndWarnings);
-    Host host;
-    Sink sink;
-    const MetricConfiguration metric = Configuration();
-    ProviderModule module({});
-    Report("Provider", "created by its ProgID from " + ToUtf8(module.Path()));
-
-    HRESULT hr = module.Provider().SetHost(&logger, &host);
-    if (SUCCEEDED(hr)) {
-        hr = module.Provider().SubscribeMetric(MakeBstr(kCrashMetric).get(), metric.element.Get());
-    }
-    Require(SUCCEEDED(hr), ExitCode::Subscription, "the subscription failed: " + Describe(hr));
-    EventCounter& counter = EventCounter::Create(metric);
-    const DWORD refusal = counter.Subscribe(metric);
-    Require(refusal == ERROR_SUCCESS, ExitCode::Subscription,
-            "this computer has no live Event Log, or it refuses a subscription to the channel Application: " +
-                Describe(HRESULT_FROM_WIN32(refusal)) + "; verify --replay checks the rest without it");
-    Report("Subscription", ToUtf8(std::wstring(kChannel) + L", " + kQuery));
-
     // The name of the crashed application identifies the event.
     const std::wstring application =
         FormatString(L"orvel-verify-%lu-%llu.exe", GetCurrentProcessId(), GetTickCount64());
+    std::wstring record;
+    Session session(options, replay, [&](const Collection& collection) {
+        for (const MetricValue& value : collection.values) {
+            record = value.text.find(application) != value.text.npos ? value.text : record;
+        }
+    });
+    Report("Provider", "created by its ProgID from " + ToUtf8(session.ModulePath()));
+
+    const MetricTally& tally = session.Subscribe(Configuration());
+    Require(tally.refusal.empty(), ExitCode::Subscription,
+            "this computer has no live Event Log, or it refuses a subscription to the channel Application: " +
+                tally.refusal + "; verify --replay checks the rest without it");
+    Report("Subscription", ToUtf8(std::wstring(kChannel) + L", " + kQuery));
+
     if (replay != nullptr) {
         Replay(*replay, application);
     } else {
@@ -201,17 +164,26 @@ void VerifyProvider(const ReplayClient* replay)
     }
     Report("Event", std::string(replay != nullptr ? "replayed" : "wrote") + " 'Application Error' 1000 of " +
                         ToUtf8(application));
-    const std::wstring record = AwaitRecord(module.Provider(), sink, application, counter);
+
+    constexpr DWORD kPause = 200; // milliseconds
+    const ULONGLONG end = GetTickCount64() + 30000;
+    do {
+        Require(session.CollectAll(), ExitCode::Collection, "the collection failed");
+    } while (record.empty() && !IsStopped(kPause) && GetTickCount64() < end);
+    if (record.empty()) {
+        Require(!IsStopped(), ExitCode::Stopped, "stopped by Ctrl+C");
+        const unsigned long long withoutMessage = tally.counter->Counted(EventCounter::WithoutMessage);
+        throw Failure(ExitCode::Delivery,
+                      "the metric had no value for the event within 30 seconds; meanwhile the Event Log delivered " +
+                          std::to_string(tally.counter->Counted(EventCounter::Recorded) + withoutMessage) +
+                          " such events to this program, " + std::to_string(withoutMessage) + " without a message");
+    }
     Report("Value", "collected, " + std::to_string(record.size()) + " characters:");
     WriteData(ToUtf8(L"  " + Wrapped(Printable(record), 0, 2)) + "\n");
     CompareRecord(record, application);
     Report("Comparison", "the value matches the event");
 
-    counter.Stop();
-    module.Provider().UnsubscribeAll();
-    module.Unload();
-    Require(logger.References() + host.References() + sink.References() == 0, ExitCode::Unclean,
-            "the module is unloaded but has not released all of the host's objects");
+    session.End();
     Report("Unloading", "the module released everything");
 }
 
@@ -226,7 +198,7 @@ void Verify(const Options& options)
     const ReplayClient* const log = replay ? &*replay : nullptr;
     if (IsInstalled()) {
         Report("Installation", ToUtf8(kProgId) + " is installed");
-        VerifyProvider(log);
+        VerifyProvider(options, log);
         Report("Removal", "none; the provider stays installed");
     } else {
         const std::wstring path = PathBesideProgram(L"Orvel_eventlog.dll");
@@ -238,7 +210,7 @@ void Verify(const Options& options)
                ToUtf8(kProgId) + " is not installed; registered the module beside this program for the user");
         std::optional<Failure> failure;
         try {
-            VerifyProvider(log);
+            VerifyProvider(options, log);
         } catch (...) {
             failure = CurrentFailure();
         }

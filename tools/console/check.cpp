@@ -14,8 +14,8 @@ namespace orvel::console {
 
 namespace {
 
-struct Reason {
-    std::wstring text;
+/// The events that are left out for one reason.
+struct LeftOut {
     unsigned long long events = 0;
     DWORD line = 0, column = 0; // of the first event
 };
@@ -30,7 +30,7 @@ struct Finding {
     ReplayProblem place = {};  // where in the query the problem is
     unsigned long long events = 0, selected = 0;
     std::map<std::wstring, unsigned long long> channels = {}; // number of the export's events by channel
-    std::map<std::wstring, Reason> reasons = {};              // by text
+    std::map<std::wstring, LeftOut> reasons = {};
 };
 
 void CALLBACK OnResult(void* context, const ReplayQueryResult* result)
@@ -42,8 +42,8 @@ void CALLBACK OnResult(void* context, const ReplayQueryResult* result)
         ++finding.selected;
         return;
     }
-    const Reason reason = {result->reason, 0, result->line, result->column};
-    ++finding.reasons.try_emplace(result->reason, reason).first->second.events;
+    const LeftOut first = {0, result->line, result->column};
+    ++finding.reasons.try_emplace(result->reason, first).first->second.events;
 }
 
 Finding CheckMetric(const MetricConfiguration& metric, const ReplayClient& replay)
@@ -64,14 +64,12 @@ Finding CheckMetric(const MetricConfiguration& metric, const ReplayClient& repla
 }
 
 /// Returns the most frequent reasons, at most `limit`. Equally frequent ones are in the order of the export.
-std::vector<Reason> MostFrequent(const Finding& finding, size_t limit)
+std::vector<std::pair<std::wstring, LeftOut>> MostFrequent(const Finding& finding, size_t limit)
 {
-    std::vector<Reason> reasons;
-    for (const auto& [text, reason] : finding.reasons) {
-        reasons.push_back(reason);
-    }
-    std::sort(reasons.begin(), reasons.end(), [](const Reason& a, const Reason& b) {
-        return std::tie(b.events, a.line, a.column, a.text) < std::tie(a.events, b.line, b.column, b.text);
+    std::vector<std::pair<std::wstring, LeftOut>> reasons(finding.reasons.begin(), finding.reasons.end());
+    std::stable_sort(reasons.begin(), reasons.end(), [](const auto& left, const auto& right) {
+        const LeftOut &a = left.second, &b = right.second;
+        return std::tie(b.events, a.line, a.column) < std::tie(a.events, b.line, b.column);
     });
     reasons.resize(std::min(limit, reasons.size()));
     return reasons;
@@ -129,10 +127,10 @@ std::wstring ShowLeftOut(const Finding& finding, const Options& options)
                                               (options.explain == 0 ? L"; --explain shows why" : L", because"));
     const std::wstring file = ToWide(InputName(options.replay));
     unsigned long long shown = 0;
-    for (const Reason& reason : MostFrequent(finding, options.explain)) {
-        const std::wstring place = FormatString(L":%lu:%lu", reason.line, reason.column);
-        text += Line(L"", Events(reason.events) + L": " + reason.text + L"; first " + file + place);
-        shown += reason.events;
+    for (const auto& [reason, leftOut] : MostFrequent(finding, options.explain)) {
+        const std::wstring place = FormatString(L":%lu:%lu", leftOut.line, leftOut.column);
+        text += Line(L"", Events(leftOut.events) + L": " + reason + L"; first " + file + place);
+        shown += leftOut.events;
     }
     const unsigned long long rest = finding.events - finding.selected - shown;
     if (options.explain != 0 && rest != 0) {
@@ -177,10 +175,10 @@ std::string JsonReport(const Finding& finding, const Options& options)
     if (finding.verdict == Verdict::Good && !options.replay.empty()) {
         line += ",\"events\":" + std::to_string(finding.events) + ",\"selected\":" + std::to_string(finding.selected);
         std::string reasons;
-        for (const Reason& reason : MostFrequent(finding, options.explain)) {
+        for (const auto& [reason, leftOut] : MostFrequent(finding, options.explain)) {
             reasons += reasons.empty() ? "{\"events\":" : ",{\"events\":";
-            reasons += std::to_string(reason.events) + ",\"reason\":" + Quote(reason.text) +
-                       ",\"line\":" + std::to_string(reason.line) + ",\"column\":" + std::to_string(reason.column) +
+            reasons += std::to_string(leftOut.events) + ",\"reason\":" + Quote(reason) +
+                       ",\"line\":" + std::to_string(leftOut.line) + ",\"column\":" + std::to_string(leftOut.column) +
                        "}";
         }
         line += options.explain == 0 ? "" : ",\"left_out\":[" + reasons + "]";

@@ -34,16 +34,13 @@ HRESULT Logger::GetLogLevels(LPWSTR /*category*/, LONG* levels)
     return S_OK;
 }
 
-HRESULT Logger::Take(LogLevel level, BSTR text)
+HRESULT Logger::Take(LogLevel level, const char* prefix, BSTR text)
 {
     std::wstring line = FromBstr(text);
     line.erase(line.find_last_not_of(L"\r\n") + 1); // the system ends its error texts with a line break
     const std::lock_guard guard(lock_);
     if ((shown_ & static_cast<LONG>(level)) != 0) {
-        const char* const name = level == LogLevel::Error     ? "error: "
-                                 : level == LogLevel::Warning ? "warning: "
-                                                              : "info: ";
-        WriteLine(name + ToUtf8(Printable(line)));
+        WriteLine(prefix + ToUtf8(Printable(line)));
     }
     if (level == LogLevel::Info && keptThread_ == GetCurrentThreadId()) {
         kept_.push_back(std::move(line));

@@ -31,12 +31,15 @@ public:
 
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* levels) override;
-    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Take(LogLevel::Error, text); }
-    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override { return Take(LogLevel::Warning, text); }
-    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Take(LogLevel::Info, text); }
+    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Take(LogLevel::Error, "error: ", text); }
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override
+    {
+        return Take(LogLevel::Warning, "warning: ", text);
+    }
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Take(LogLevel::Info, "info: ", text); }
 
 private:
-    HRESULT Take(LogLevel level, BSTR text);
+    HRESULT Take(LogLevel level, const char* prefix, BSTR text);
 
     const LONG shown_;
     std::mutex lock_;

@@ -4,9 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
 #include <iostream>
+#include <map>
 
 namespace orvel::console {
 
@@ -47,22 +46,12 @@ Exit codes:
  13 the provider cannot be created       16 the value does not match the event
  14 the event cannot be written          17 the registration cannot be removed)";
 
-/// Returns an error message for CLI11 unless the text is a speed such as "60x", "60" or "0.5x".
-std::string CheckSpeed(const std::string& text)
-{
-    const char* const end = text.data() + text.size() - (text.ends_with('x') ? 1 : 0);
-    double speed = 0;
-    const auto [parsed, error] = std::from_chars(text.data(), end, speed);
-    const bool isGood = error == std::errc() && parsed == end && speed >= 0.001 && speed <= 1e9;
-    return isGood ? "" : "the speed must be a number from 0.001x to 1000000000x, such as 60x";
-}
-
 } // namespace
 
 std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
 {
     Options options;
-    std::string speed, format = "table", log = "warning";
+    std::string format = "table", log = "warning";
 
     CLI::App app("Runs the Orvel event-log provider in a terminal: subscribes metrics, receives events and prints the "
                  "values that the provider writes.",
@@ -125,9 +114,10 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
     add(run, "--interval", options.interval, "SECONDS",
         "Collect every SECONDS and at the end (default: only at the end)")
         ->check(CLI::Range(0.1, 86400.0));
-    addForReplay(run, "--speed", speed, "NUMBERx",
+    addForReplay(run, "--speed", options.speed, "NUMBERx",
                  "Play the export at NUMBER times its recorded speed, such as 60x (default: as fast as possible)")
-        ->check(CheckSpeed);
+        ->transform(CLI::AsNumberWithUnit(std::map<std::string, double>{{"x", 1}}).description(""))
+        ->check(CLI::Range(0.001, 1e9).description(""));
     run->add_flag("--summary", options.summary, "Print the summary with --format jsonl, too");
 
     try {
@@ -145,10 +135,13 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
     } else if (verify->parsed()) {
         options.command = Command::Verify;
     }
-    options.explain = explain->count() != 0 && options.explain == 0 ? 10 : options.explain; // without a number
-    options.speed = std::strtod(speed.c_str(), nullptr);
+    if (explain->count() != 0 && options.explain == 0) {
+        options.explain = 10; // --explain without a number
+    }
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;
-    options.logMask = log == "none" ? 0 : log == "error" ? 1 : log == "warning" ? kErrorsAndWarnings : kAllLevels;
+    const std::map<std::string, long> masks = {
+        {"none", 0}, {"error", 1}, {"warning", kErrorsAndWarnings}, {"info", kAllLevels}};
+    options.logMask = masks.at(log);
     return options;
 }
 

@@ -21,25 +21,23 @@ namespace {
 WORD Attribute(char mark, WORD plain)
 {
     const WORD background = plain & 0xFFF0;
-    return mark == kHeading ? plain | FOREGROUND_INTENSITY
-           : mark == kGood  ? background | FOREGROUND_GREEN
-           : mark == kBad   ? background | FOREGROUND_RED | FOREGROUND_INTENSITY
-                            : plain;
+    switch (mark) {
+    case kHeading:
+        return plain | FOREGROUND_INTENSITY;
+    case kGood:
+        return background | FOREGROUND_GREEN;
+    case kBad:
+        return background | FOREGROUND_RED | FOREGROUND_INTENSITY;
+    default:
+        return plain;
+    }
 }
 
-/// Writes in pieces that a console accepts, in UTF-16, which does not depend on its code page.
+/// Writes in UTF-16, which does not depend on the console's code page.
 bool WriteToConsole(HANDLE console, std::wstring_view text)
 {
-    constexpr size_t kPiece = 8000;
     DWORD written = 0;
-    bool isWritten = true;
-    while (!text.empty() && isWritten) {
-        const bool isSplit = text.size() > kPiece && IS_HIGH_SURROGATE(text[kPiece - 1]);
-        const size_t size = std::min(text.size(), isSplit ? kPiece - 1 : kPiece);
-        isWritten = WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr) != FALSE;
-        text.remove_prefix(size);
-    }
-    return isWritten;
+    return WriteConsoleW(console, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != FALSE;
 }
 
 std::mutex outputLock;
@@ -101,7 +99,7 @@ void ShowProgress(DWORD done, DWORD total, std::chrono::seconds wait)
     // A terminal's line is rewritten; a file gets a line every two seconds.
     next = now + (isTerminal ? 200ms : 2000ms);
     isProgressShown = isTerminal;
-    const unsigned percent = static_cast<unsigned>(100ULL * done / (total == 0 ? 1 : total));
+    const unsigned percent = static_cast<unsigned>(100ULL * done / total);
     const std::string rest = wait == 0s ? "" : ", the next in " + std::to_string(wait.count()) + " s";
     std::fprintf(stderr, isTerminal ? "\rreplayed %lu of %lu (%u %%)%-28s" : "replayed %lu of %lu (%u %%)%s\n", done,
                  total, percent, rest.c_str());

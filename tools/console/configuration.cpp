@@ -13,33 +13,42 @@ namespace orvel::console {
 
 namespace {
 
-std::string Place(const std::string& file, size_t line, size_t column)
-{
-    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
-}
-
 [[noreturn]] void Fail(const std::string& text)
 {
     throw Failure(ExitCode::Configuration, text);
 }
 
-/// Reads a metric's name and place, and rejects what MSXML would accept and the provider would misread. `xml` is the
-/// element as the file has it; MSXML gets that text alone, since it reports no places.
-MetricConfiguration ReadMetric(const replay::Node& element, std::string_view xml, const std::string& file)
+std::string Place(const std::string& file, size_t line, size_t column)
 {
-    const std::string place = Place(file, element.nameLine, element.nameColumn);
-    const std::wstring_view* const name = element.Attribute(L"name");
+    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+std::string Place(const std::string& file, std::string_view text, size_t offset)
+{
+    const replay::TextPlace place = replay::PlaceOf(text, offset);
+    return Place(file, place.line, place.column);
+}
+
+/// Reads a metric's name and place, and rejects what MSXML would accept and the provider would misread.
+MetricConfiguration ReadMetric(replay::XmlReader& reader, const std::string& file)
+{
+    replay::Arena arena;
+    const size_t begin = reader.Offset();
+    const replay::Node element = reader.Read(arena);
+    const std::string place = Place(file, reader.Text(), element.begin);
+    const auto* const name = element.Attribute(L"name");
     if (element.name != L"metric" || name == nullptr || name->empty()) {
         Fail(place + ": <" + ToUtf8(element.name) + "> is not a metric with a name; write <metric name=\"...\">");
     }
-    for (const replay::Node& property : element.Children()) {
-        if ((property.name == L"query" || property.name == L"channel") && property.childCount != 0) {
-            const replay::Node& child = *property.firstChild;
-            Fail(Place(file, child.nameLine, child.nameColumn) + ": <" + ToUtf8(property.name) +
+    for (const replay::Node& property : element.children) {
+        if ((property.name == L"query" || property.name == L"channel") && !property.children.empty()) {
+            Fail(Place(file, reader.Text(), property.children.front().begin) + ": <" + ToUtf8(property.name) +
                  "> must hold text alone; put <![CDATA[ and ]]> around a query that is XML itself");
         }
     }
     try {
+        // MSXML gets the element's text alone, since it reports no places.
+        const std::string_view xml = reader.Text().substr(begin, reader.Offset() - begin);
         return {std::wstring(*name), place, ParseElement(ToWide(xml).c_str())};
     } catch (const std::runtime_error& error) {
         Fail(place + ": " + error.what());
@@ -76,18 +85,18 @@ std::vector<MetricConfiguration> ReadConfiguration(const std::string& path)
     try {
         std::vector<MetricConfiguration> metrics;
         replay::XmlReader reader(text);
-        if (reader.NextElement() && reader.Enter()) {
+        const bool hasRoot = reader.NextElement();
+        const size_t root = reader.Offset();
+        if (hasRoot && reader.Enter()) {
             while (reader.NextElement()) {
-                replay::Arena arena;
-                const replay::Node element = reader.Read(arena);
-                MetricConfiguration metric = ReadMetric(element, reader.Source(), file);
+                MetricConfiguration metric = ReadMetric(reader, file);
                 ReadProperties(metric, metrics);
                 metrics.push_back(std::move(metric));
             }
         }
         reader.ExpectEnd();
         if (metrics.empty()) {
-            Fail(Place(file, reader.Place().line, reader.Place().column) +
+            Fail(Place(file, text, root) +
                  ": no <metric> inside the root element; add one per subscription, see --help");
         }
         return metrics;

@@ -16,20 +16,27 @@ static auto Try(std::wstring_view text, const Parse& parse) -> std::optional<dec
     }
 }
 
+static Node& AddChild(Node& parent, const wchar_t* name)
+{
+    Node& child = parent.children.emplace_back();
+    child.name = name;
+    return child;
+}
+
 void orvel::Fuzz(std::wstring_view lines, std::string_view)
 {
     const std::wstring text(TakeUntil(lines, L'\n'));
-    const Node id{L"EventID", {}, TakeUntil(lines, L'\n')};
-    const NodeAttribute time{L"SystemTime", TakeUntil(lines, L'\n')};
-    const Node system[] = {id, {L"TimeCreated", {&time, 1}}};
-    constexpr NodeAttribute kName{L"Name", L"Path"};
-    std::vector<Node> data;
+    Event event{Node({}), {}, L"Application"};
+    event.xml.name = L"Event";
+    Node& system = AddChild(event.xml, L"System");
+    AddChild(system, L"EventID").text = TakeUntil(lines, L'\n');
+    AddChild(system, L"TimeCreated").attributes.emplace_back(L"SystemTime", TakeUntil(lines, L'\n'));
+    Node& data = AddChild(event.xml, L"EventData");
     while (!lines.empty()) {
-        data.push_back({L"Data", {&kName, 1}, TakeUntil(lines, L'\n')});
+        Node& item = AddChild(data, L"Data");
+        item.attributes.emplace_back(L"Name", L"Path");
+        item.text = TakeUntil(lines, L'\n');
     }
-    const Node children[] = {{L"System", {}, {}, system, std::size(system)},
-                             {L"EventData", {}, {}, data.data(), data.size()}};
-    const Event event{{L"Event", {}, {}, children, std::size(children)}, {}, L"Application"};
 
     const auto selector = [](std::wstring_view query) { return Query::Parse(query); };
     const auto query = Try(text, selector);

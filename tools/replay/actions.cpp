@@ -14,7 +14,7 @@ namespace {
 
 std::wstring Text(const Node& node, std::wstring_view attribute)
 {
-    const std::wstring_view* value = node.Attribute(attribute);
+    const auto* value = node.Attribute(attribute);
     return std::wstring(value != nullptr ? *value : std::wstring_view());
 }
 
@@ -40,7 +40,7 @@ DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
         return GetLastError();
     }
     const UniqueFile owner(file);
-    const std::wstring text = WithCarriageReturns(node.text);
+    const auto text = WithCarriageReturns(node.text);
     std::string bytes;
     if (Text(node, L"encoding") == L"utf-8") {
         bytes = ToUtf8(text);

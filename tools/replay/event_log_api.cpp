@@ -93,10 +93,9 @@ try {
     }
     Selection selection = MakeSelection(channelPath, query);
     CheckChannels(selection, *CurrentLog());
-    const auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, context);
-    SubscriberList::Instance().Add(subscriber);
+    auto subscriber = OpenSubscription(std::move(selection), {callback, context});
     SetLastRefusal({});
-    return Open(ReplaySubscriptionHandle, subscriber);
+    return Open(ReplaySubscriptionHandle, std::move(subscriber));
 } catch (const Refusal& refusal) {
     SetLastRefusal(refusal.Text());
     return Fail(refusal.code);
@@ -152,7 +151,7 @@ EVT_HANDLE WINAPI EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher
     if (session != nullptr || logFilePath != nullptr) {
         return Fail(ERROR_NOT_SUPPORTED);
     }
-    auto publisher = FindPublisher(*CurrentLog(), publisherId);
+    auto publisher = FindPublisher(CurrentLog(), publisherId);
     // Error 2 is what Event Log clients see for a publisher that is not registered.
     return publisher != nullptr ? Open(ReplayPublisherHandle, std::move(publisher)) : Fail(ERROR_FILE_NOT_FOUND);
 }

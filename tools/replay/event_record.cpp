@@ -14,16 +14,23 @@ std::wint_t Lower(wchar_t c)
 
 } // namespace
 
-const Node* Node::Child(std::wstring_view childName) const
+const Node* Node::Child(std::initializer_list<std::wstring_view> path) const
 {
-    const auto child = std::ranges::find(Children(), childName, &Node::name);
-    return child != Children().end() ? &*child : nullptr;
+    const Node* node = this;
+    for (const std::wstring_view part : path) {
+        const auto child = std::ranges::find(node->children, part, &Node::name);
+        if (child == node->children.end()) {
+            return nullptr;
+        }
+        node = &*child;
+    }
+    return node;
 }
 
-const std::wstring_view* Node::Attribute(std::wstring_view attributeName) const
+const std::pmr::wstring* Node::Attribute(std::wstring_view attributeName) const
 {
-    const auto found = std::ranges::find(attributes, attributeName, &NodeAttribute::name);
-    return found != attributes.end() ? &found->value : nullptr;
+    const auto found = std::ranges::find(attributes, attributeName, &NodeAttribute::first);
+    return found != attributes.end() ? &found->second : nullptr;
 }
 
 bool EqualNames(std::wstring_view a, std::wstring_view b)

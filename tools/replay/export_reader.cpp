@@ -3,145 +3,114 @@
 #include "tools/replay/query.h"
 
 #include <algorithm>
-#include <initializer_list>
 
 namespace orvel::replay {
 
 namespace {
 
+struct AttributeForm {
+    std::wstring_view name;
+    bool isRequired = true;
+    std::vector<std::wstring_view> values = {}; // empty: any text
+};
+
 struct ActionForm {
     std::wstring_view name;
     Action::Kind kind;
-    std::initializer_list<std::wstring_view> required;
-    std::initializer_list<std::wstring_view> optional;
+    std::vector<AttributeForm> attributes;
 };
+
+const AttributeForm kFile{L"file"};
+const AttributeForm kEncoding{L"encoding", false, {L"utf-16le", L"utf-8"}};
+const AttributeForm kRoot{L"root", true, {L"HKLM", L"HKCU"}};
+const AttributeForm kType{L"type", false, {L"REG_SZ", L"REG_EXPAND_SZ"}};
+const AttributeForm kForwarded{L"replay:forwarded", false, {L"true", L"false"}};
+const AttributeForm kError{L"replay:error", false, {L"15027", L"15028", L"15029", L"15030", L"15031", L"15033"}};
 
 const ActionForm kActions[] = {
-    {L"replay:append", Action::Append, {L"file"}, {L"encoding"}},
-    {L"replay:write", Action::Write, {L"file"}, {L"encoding"}},
-    {L"replay:rename", Action::Rename, {L"from", L"to"}, {}},
-    {L"replay:delete", Action::Delete, {L"file"}, {}},
-    {L"replay:registry", Action::Registry, {L"root", L"key", L"name"}, {L"type"}},
-    {L"replay:wait", Action::Wait, {L"milliseconds"}, {}},
+    {L"replay:channel", Action::Channel, {{L"name"}}},
+    {L"replay:publisher", Action::Publisher, {{L"name"}}},
+    {L"replay:missing-publisher", Action::MissingPublisher, {{L"name"}}},
+    {L"replay:append", Action::Append, {kFile, kEncoding}},
+    {L"replay:write", Action::Write, {kFile, kEncoding}},
+    {L"replay:rename", Action::Rename, {{L"from"}, {L"to"}}},
+    {L"replay:delete", Action::Delete, {kFile}},
+    {L"replay:registry", Action::Registry, {kRoot, {L"key"}, {L"name"}, kType}},
+    {L"replay:wait", Action::Wait, {{L"milliseconds"}}},
 };
-
-/// Attributes whose values are a choice.
-struct AttributeValues {
-    std::wstring_view attribute;
-    std::initializer_list<std::wstring_view> values;
-};
-
-const AttributeValues kChoices[] = {
-    {L"encoding", {L"utf-16le", L"utf-8"}},
-    {L"root", {L"HKLM", L"HKCU"}},
-    {L"type", {L"REG_SZ", L"REG_EXPAND_SZ"}},
-};
-
-constexpr std::wstring_view kErrorAttribute = L"replay:error";
-constexpr std::wstring_view kForwardedAttribute = L"replay:forwarded";
-
-template <typename Range>
-bool Contains(const Range& range, std::wstring_view value)
-{
-    return std::find(range.begin(), range.end(), value) != range.end();
-}
 
 template <typename... Parts>
-[[noreturn]] void Refuse(const Node& node, const Parts&... parts)
+[[noreturn]] void Refuse(const XmlReader& reader, const Node& node, const Parts&... parts)
 {
     std::wstring reason;
     ((reason += parts), ...);
-    throw TextError{node.line, node.column, std::move(reason)};
+    FailAt(reader.Text(), node.end, std::move(reason));
 }
 
-Action MakeAction(const Node& node)
+/// Returns an attribute's value, or null if it has none. Throws TextError for a value that is not possible.
+const std::pmr::wstring* CheckedAttribute(const XmlReader& reader, const Node& node, const AttributeForm& form)
 {
-    const auto* const form = std::find_if(std::begin(kActions), std::end(kActions),
-                                          [&](const ActionForm& action) { return action.name == node.name; });
-    if (form == std::end(kActions)) {
-        Refuse(node, L"<", node.name, L"> is no replay action");
+    const auto* const value = node.Attribute(form.name);
+    if (value == nullptr && form.isRequired) {
+        Refuse(reader, node, L"<", node.name, L"> lacks the attribute '", form.name, L"'");
     }
-    for (const auto& required : form->required) {
-        if (node.Attribute(required) == nullptr) {
-            Refuse(node, L"<", node.name, L"> lacks the attribute '", required, L"'");
+    if (value != nullptr && !form.values.empty() && std::ranges::count(form.values, *value) == 0) {
+        std::wstring possible;
+        for (const std::wstring_view other : form.values) {
+            possible.append(possible.empty() ? L"" : L", ").append(other);
         }
+        Refuse(reader, node, form.name, L"='", *value, L"' is not possible; choose from ", possible);
+    }
+    return value;
+}
+
+Action MakeAction(Node node, const XmlReader& reader)
+{
+    const auto* const form = std::ranges::find(kActions, node.name, &ActionForm::name);
+    if (form == std::end(kActions)) {
+        Refuse(reader, node, L"<", node.name, L"> is no replay action");
+    }
+    for (const AttributeForm& attribute : form->attributes) {
+        CheckedAttribute(reader, node, attribute);
     }
     for (const auto& [name, value] : node.attributes) {
-        if (!Contains(form->required, name) && !Contains(form->optional, name)) {
-            Refuse(node, L"<", node.name, L"> has no attribute '", name, L"'");
-        }
-        for (const auto& choice : kChoices) {
-            if (choice.attribute == name && !Contains(choice.values, value)) {
-                Refuse(node, name, L"='", value, L"' is not possible");
-            }
-        }
-        const bool isDuration = value.size() <= 6 && ParseWholeNumber(value) && !value.starts_with(L"-");
-        if (name == L"milliseconds" && !isDuration) {
-            Refuse(node, L"milliseconds='", value, L"' is not a number of up to six digits");
+        if (std::ranges::find(form->attributes, name, &AttributeForm::name) == form->attributes.end()) {
+            Refuse(reader, node, L"<", node.name, L"> has no attribute '", name, L"'");
         }
     }
-    return {form->kind, node};
-}
-
-bool IsDeclaration(const Node& node)
-{
-    return node.name == L"replay:channel" || node.name == L"replay:publisher" ||
-           node.name == L"replay:missing-publisher";
-}
-
-Declaration MakeDeclaration(const Node& node)
-{
-    const std::wstring_view* const name = node.Attribute(L"name");
-    if (name == nullptr || name->empty() || node.attributes.size() != 1) {
-        Refuse(node, L"<", node.name, L"> has one attribute, 'name'");
+    const auto* const name = node.Attribute(L"name");
+    if (form->kind < kDeclarationKinds && name->empty()) {
+        Refuse(reader, node, L"<", node.name, L"> has an empty name");
     }
-    const auto kind = node.name == L"replay:channel"     ? Declaration::Channel
-                      : node.name == L"replay:publisher" ? Declaration::Publisher
-                                                         : Declaration::MissingPublisher;
-    return {kind, *name};
+    const auto* const time = node.Attribute(L"milliseconds");
+    if (time != nullptr && (time->empty() || time->size() > 6 || !std::ranges::all_of(*time, IsDigit))) {
+        Refuse(reader, node, L"milliseconds='", *time, L"' is not a number of up to six digits");
+    }
+    return {form->kind, std::move(node)};
 }
 
-Event MakeEvent(const Node& node, Arena& arena)
+Event MakeEvent(Node node, const XmlReader& reader)
 {
-    Event event;
-    const Node* system = node.Child(L"System");
-    const Node* channel = system != nullptr ? system->Child(L"Channel") : nullptr;
+    const Node* const channel = node.Child({L"System", L"Channel"});
     if (channel == nullptr || channel->text.empty()) {
-        Refuse(node, L"the event has no System/Channel; ", kHowToExport);
+        Refuse(reader, node, L"the event has no System/Channel; ", kHowToExport);
     }
-    event.channel = channel->text;
-    const Node* provider = system->Child(L"Provider");
-    const std::wstring_view* name = provider != nullptr ? provider->Attribute(L"Name") : nullptr;
-    event.publisher = name != nullptr ? *name : std::wstring_view();
-    event.xml = node;
-
+    Event event{std::move(node), {}, channel->text};
+    if (const Node* const provider = event.xml.Child({L"System", L"Provider"})) {
+        const auto* const name = provider->Attribute(L"Name");
+        event.publisher = name != nullptr ? *name : std::wstring_view();
+    }
+    const auto* const forwarded = CheckedAttribute(reader, event.xml, kForwarded);
+    event.isForwarded = forwarded != nullptr && *forwarded == L"true";
+    const auto* const error = CheckedAttribute(reader, event.xml, kError);
+    event.messageError = error != nullptr ? static_cast<unsigned>(ParseWholeNumber(*error)->whole) : 0;
+    if (const Node* const message = event.xml.Child({L"RenderingInfo", L"Message"})) {
+        event.message = WithCarriageReturns(message->text, message->text.get_allocator());
+    }
     // The rendering and the replay attributes are not part of the event that queries and render contexts see.
-    Node* const children = Allocate<Node>(arena, node.childCount);
-    const auto isOriginal = [](const Node& child) { return child.name != L"RenderingInfo"; };
-    event.xml.firstChild = children;
-    event.xml.childCount =
-        static_cast<size_t>(std::ranges::copy_if(node.Children(), children, isOriginal).out - children);
-    const Node* const rendering = node.Child(L"RenderingInfo");
-    if (const Node* message = rendering != nullptr ? rendering->Child(L"Message") : nullptr) {
-        event.message = CopyTo(arena, WithCarriageReturns(message->text));
-    }
-    NodeAttribute* const attributes = Allocate<NodeAttribute>(arena, node.attributes.size());
-    event.xml.attributes = {
-        attributes, std::copy_if(node.attributes.begin(), node.attributes.end(), attributes,
-                                 [](const NodeAttribute& other) { return !other.name.starts_with(kReplayPrefix); })};
-    if (const std::wstring_view* text = node.Attribute(kForwardedAttribute)) {
-        if (*text != L"true" && *text != L"false") {
-            Refuse(node, L"replay:forwarded='", *text, L"' is not possible: true and false are");
-        }
-        event.isForwarded = *text == L"true";
-    }
-    if (const std::wstring_view* text = node.Attribute(kErrorAttribute)) {
-        const uint64_t error = ParseWholeNumber(*text).value_or(Number{}).whole;
-        if (error < 15027 || error > 15033 || error == 15032) {
-            Refuse(node, L"replay:error='", *text, L"' is not possible: 15027 to 15031 and 15033 are");
-        }
-        event.messageError = static_cast<unsigned>(error);
-    }
+    std::erase_if(event.xml.children, [](const Node& child) { return child.name == L"RenderingInfo"; });
+    std::erase_if(event.xml.attributes,
+                  [](const NodeAttribute& attribute) { return attribute.first.starts_with(kReplayPrefix); });
     return event;
 }
 
@@ -149,25 +118,22 @@ Event MakeEvent(const Node& node, Arena& arena)
 
 Entry ReadEntry(XmlReader& reader, Arena& arena)
 {
-    const Node node = reader.Read(arena);
+    Node node = reader.Read(arena);
     if (node.name == L"Event") {
-        return MakeEvent(node, arena);
-    }
-    if (IsDeclaration(node)) {
-        return MakeDeclaration(node);
+        return MakeEvent(std::move(node), reader);
     }
     if (node.name.starts_with(kReplayPrefix)) {
-        return MakeAction(node);
+        return MakeAction(std::move(node), reader);
     }
-    Refuse(node, L"<", node.name, L"> is not an event; ", kHowToExport);
+    Refuse(reader, node, L"<", node.name, L"> is not an event; ", kHowToExport);
 }
 
-std::wstring WithCarriageReturns(std::wstring_view text)
+std::pmr::wstring WithCarriageReturns(std::wstring_view text, Node::allocator_type memory)
 {
-    std::wstring result;
+    std::pmr::wstring result(memory);
     result.reserve(text.size());
     for (const wchar_t c : text) {
-        if (c == L'\n' && (result.empty() || result.back() != L'\r')) {
+        if (c == L'\n' && !result.ends_with(L'\r')) {
             result += L'\r';
         }
         result += c;

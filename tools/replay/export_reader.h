@@ -12,6 +12,6 @@ constexpr wchar_t kHowToExport[] = L"export with: wevtutil qe LOG /f:RenderedXml
 Entry ReadEntry(XmlReader& reader, Arena& arena);
 
 /// Replaces each LF that does not follow a CR by CR LF.
-std::wstring WithCarriageReturns(std::wstring_view text);
+std::pmr::wstring WithCarriageReturns(std::wstring_view text, Node::allocator_type memory = {});
 
 } // namespace orvel::replay

@@ -1,86 +1,87 @@
 #include "tools/replay/log.h"
 
 #include "tools/replay/export_reader.h"
-#include "tools/replay/xml_reader.h"
 
-#include <algorithm>
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 namespace orvel::replay {
 
 namespace {
 
-constexpr const wchar_t* kClassicChannels[] = {L"Application", L"System", L"Security", L"Setup"};
+const Names kClassicChannels = {L"Application", L"System", L"Security", L"Setup"};
 // What is installed on the desktop that is played, though the export may have no event of it.
-constexpr const wchar_t* kInstalledPublishers[] = {L"Application Error", L"korvex"};
+const Names kInstalledPublishers = {L"Application Error", L"korvex"};
 
-std::mutex currentLock;
-Desktop declared; // by ReplayDeclare
+std::mutex lock;
+Declarations declarations; // by ReplayDeclare
+// Never destroyed, since workers end with the process.
+auto& currentLog = *new std::shared_ptr<const Log>(std::make_shared<Log>(std::string()));
 
-std::shared_ptr<const Log>& Current()
+void Add(Names& names, std::wstring_view name)
 {
-    static auto& log = *new std::shared_ptr<const Log>(std::make_shared<Log>(std::string()));
-    return log;
+    if (!names.contains(name)) {
+        names.emplace(name);
+    }
+}
+
+/// Returns the name as the log or the process declares it; null if neither does.
+const std::wstring* FindDeclared(const Log& log, Action::Kind kind, std::wstring_view name)
+{
+    const std::lock_guard guard(lock);
+    for (const Names& names : {std::cref(log.declarations[kind]), std::cref(declarations[kind])}) {
+        if (const auto found = names.find(name); found != names.end()) {
+            return &*found;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace
 
-Log::Log(std::string utf8) : text(std::move(utf8)), root(text)
+Log::Log(std::string utf8) : text(std::move(utf8)), reader(text)
 {
-    for (const wchar_t* name : kInstalledPublishers) {
-        AddPublisher(name);
-    }
-    bool hasEntry = root.NextElement();
+    declarations[Action::Publisher] = kInstalledPublishers;
+    bool hasEntry = reader.NextElement();
     // Without /e:Events, wevtutil writes the events one after the other and no element around them.
-    if (hasEntry && root.Name() != "Event") {
-        hasEntry = root.Enter();
+    if (hasEntry && reader.Name() != "Event") {
+        hasEntry = reader.Enter();
     }
-    XmlReader reader(root);
-    Arena arena;
-    for (hasEntry = hasEntry && reader.NextElement(); hasEntry; hasEntry = reader.NextElement()) {
-        const TextPlace place = reader.Place();
-        Take(ReadEntry(reader, arena), place);
-        arena.release();
+    EntrySlot slot;
+    while (hasEntry && reader.NextElement()) {
+        const size_t offset = reader.Offset();
+        const Entry& entry = slot.Read(reader);
+        const auto* const action = std::get_if<Action>(&entry);
+        if (action != nullptr && action->kind < kDeclarationKinds) {
+            Add(declarations[action->kind], *action->node.Attribute(L"name"));
+            continue;
+        }
+        entries.push_back(offset);
+        if (const auto* const event = std::get_if<Event>(&entry)) {
+            Add(channels, event->channel);
+            Add(declarations[Action::Publisher], event->publisher);
+        }
     }
     reader.ExpectEnd();
 }
 
-void Log::Take(const Entry& entry, const TextPlace& place)
+const Entry& EntrySlot::Read(XmlReader& reader)
 {
-    if (const auto* const declaration = std::get_if<Declaration>(&entry)) {
-        desktop.Add(declaration->kind, declaration->name);
-        return;
-    }
-    const auto* const event = std::get_if<Event>(&entry);
-    entries.push_back({place, event != nullptr});
-    if (event != nullptr) {
-        if (!channels.contains(event->channel)) {
-            channels.emplace(event->channel);
-        }
-        AddPublisher(event->publisher);
-    }
-}
-
-void Log::AddPublisher(std::wstring_view name)
-{
-    if (!publishers.contains(name)) {
-        publishers.emplace(name, std::make_shared<std::wstring>(name));
-    }
+    entry_.reset();
+    arena_.release();
+    return entry_.emplace(ReadEntry(reader, arena_));
 }
 
 std::shared_ptr<const Entry> LogReader::Read(size_t index)
 {
-    next_ = (next_ + 1) % slots_.size();
-    std::shared_ptr<Slot>& slot = slots_[next_];
-    if (slot == nullptr || slot.use_count() != 1) {
-        slot = std::make_shared<Slot>();
+    std::shared_ptr<EntrySlot>& slot = slots_[next_++ % slots_.size()];
+    if (slot.use_count() != 1) {
+        slot = std::make_shared<EntrySlot>();
     }
     std::atomic_thread_fence(std::memory_order_acquire); // after the last use on another thread
-    slot->arena.release();
-    reader_.Return(log_->entries[index].text);
-    slot->entry = ReadEntry(reader_, slot->arena);
-    return {slot, &slot->entry};
+    reader_.Return(log_->entries[index]);
+    return {slot, &slot->Read(reader_)};
 }
 
 std::shared_ptr<const Event> LogReader::ReadEvent(size_t index)
@@ -91,48 +92,36 @@ std::shared_ptr<const Event> LogReader::ReadEvent(size_t index)
 
 std::shared_ptr<const Log> CurrentLog()
 {
-    const std::lock_guard guard(currentLock);
-    return Current();
+    const std::lock_guard guard(lock);
+    return currentLog;
 }
 
 void SetCurrentLog(std::shared_ptr<const Log> log)
 {
-    const std::lock_guard guard(currentLock);
-    Current().swap(log);
+    const std::lock_guard guard(lock);
+    currentLog.swap(log);
 }
 
-void Declare(Declaration::Kind kind, std::wstring_view name)
+void Declare(Action::Kind kind, std::wstring_view name)
 {
-    const std::lock_guard guard(currentLock);
-    declared.Add(kind, name);
+    const std::lock_guard guard(lock);
+    declarations[kind].emplace(name);
 }
 
-bool HasChannel(const Log& log, std::wstring_view channel)
+std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name)
 {
-    const std::lock_guard guard(currentLock);
-    return log.channels.contains(channel) || log.desktop.Has(Declaration::Channel, channel) ||
-           declared.Has(Declaration::Channel, channel);
+    const bool isMissing = FindDeclared(*log, Action::MissingPublisher, name) != nullptr;
+    return {log, isMissing ? nullptr : FindDeclared(*log, Action::Publisher, name)};
 }
 
-std::shared_ptr<const std::wstring> FindPublisher(const Log& log, std::wstring_view name)
+bool HasChannel(const Log& log, std::wstring_view name)
 {
-    const std::lock_guard guard(currentLock);
-    if (log.desktop.Has(Declaration::MissingPublisher, name) || declared.Has(Declaration::MissingPublisher, name)) {
-        return nullptr;
-    }
-    const auto publisher = log.publishers.find(name);
-    if (publisher != log.publishers.end()) {
-        return publisher->second;
-    }
-    const bool isDeclared = log.desktop.Has(Declaration::Publisher, name) || declared.Has(Declaration::Publisher, name);
-    return isDeclared ? std::make_shared<std::wstring>(name) : nullptr;
+    return log.channels.contains(name) || FindDeclared(log, Action::Channel, name) != nullptr;
 }
 
-bool IsKnownChannel(const Log& log, std::wstring_view channel)
+bool IsKnownChannel(const Log& log, std::wstring_view name)
 {
-    return HasChannel(log, channel) ||
-           std::any_of(std::begin(kClassicChannels), std::end(kClassicChannels),
-                       [&](const wchar_t* classic) { return EqualNames(classic, channel); });
+    return HasChannel(log, name) || kClassicChannels.contains(name);
 }
 
 } // namespace orvel::replay

@@ -203,8 +203,7 @@ std::wstring Query::PlainPath() const
 
 std::optional<uint64_t> CreationTime(const Node& event)
 {
-    const Node* system = event.Child(L"System");
-    const Node* created = system != nullptr ? system->Child(L"TimeCreated") : nullptr;
+    const Node* created = event.Child({L"System", L"TimeCreated"});
     const auto* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
     return time != nullptr ? ParseEventTime(*time) : std::nullopt;
 }

@@ -57,7 +57,7 @@ bool AnyCandidate(const Step& step, const Item& from, const Visit& visit)
         return !from.value.empty() && visit(Item{Item::Text, from.node, L"text()", from.value});
     }
     if (step.axis == Step::Child) {
-        for (const Node& child : from.node->Children()) {
+        for (const Node& child : from.node->children) {
             if (visitElement(child)) {
                 return true;
             }

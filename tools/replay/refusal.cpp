@@ -41,7 +41,7 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query)
     const bool isStructured = text.starts_with(L'<');
     try {
         if (isStructured) { // the channel is ignored with a structured query (EvtSubscribe page)
-            return Selection::OfQueryList(XmlDocument(ToUtf8(text)).Root());
+            return Selection::OfQueryList(ToUtf8(text));
         }
         if (channel == nullptr || *channel == L'\0') {
             throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"an XPath query needs a channel"};

@@ -81,7 +81,7 @@ DWORD Wait(const Action& action, const GoOn& goOn)
 
 /// Carries out an action when all earlier deliveries have ended.
 template <typename GoOn>
-DWORD PlayAction(const Action& action, size_t index, const GoOn& goOn)
+DWORD PlayAction(const Log& log, const Action& action, size_t index, const GoOn& goOn)
 {
     const bool isWait = action.kind == Action::Wait;
     if ((modes & (isWait ? ReplayWithoutActions | ReplayWithoutWaits : ReplayWithoutActions)) != 0) {
@@ -91,7 +91,8 @@ DWORD PlayAction(const Action& action, size_t index, const GoOn& goOn)
     const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
         SetLastRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + std::wstring(action.node.name) +
-                       L"> in line " + std::to_wstring(action.node.line) + L": error " + std::to_wstring(code));
+                       L"> in line " + std::to_wstring(PlaceOf(log.text, action.node.end).line) + L": error " +
+                       std::to_wstring(code));
     }
     return code;
 }
@@ -112,7 +113,7 @@ DWORD Play(const std::shared_ptr<const Log>& log, ReplayProgress progress, void*
         const auto entry = reader.Read(i);
         const auto* const event = std::get_if<Event>(entry.get());
         const DWORD code = event != nullptr ? Deliver({{entry, event}}, ModeOr(DeliveryMode::Queued))
-                                            : PlayAction(std::get<Action>(*entry), i, [&] { return goOn(i); });
+                                            : PlayAction(*log, std::get<Action>(*entry), i, [&] { return goOn(i); });
         if (code != ERROR_SUCCESS) {
             return code;
         }
@@ -155,7 +156,7 @@ DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name)
     if (kind >= ReplayDeclarationCount || name == nullptr || *name == L'\0') {
         return ERROR_INVALID_PARAMETER;
     }
-    Declare(static_cast<Declaration::Kind>(kind), name);
+    Declare(static_cast<Action::Kind>(kind), name);
     return ERROR_SUCCESS;
 }
 
@@ -183,13 +184,14 @@ try {
         CheckChannels(selection, *log);
     }
     LogReader reader(log);
+    TextPlace place;
     for (size_t i = 0; i < log->entries.size(); ++i) {
         if (const auto event = reader.ReadEvent(i)) {
             const std::wstring name(event->channel);
             const std::wstring reason = selection.Explain(*event);
-            const ReplayQueryResult result = {static_cast<DWORD>(event->xml.line),
-                                              static_cast<DWORD>(event->xml.column), name.c_str(),
-                                              reason.empty() ? nullptr : reason.c_str()};
+            place = PlaceOf(log->text, event->xml.end, place);
+            const ReplayQueryResult result = {static_cast<DWORD>(place.line), static_cast<DWORD>(place.column),
+                                              name.c_str(), reason.empty() ? nullptr : reason.c_str()};
             callback(context, &result);
         }
     }
@@ -215,10 +217,8 @@ void WINAPI ReplayWaitForDeliveries()
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times)
 {
     const auto log = CurrentLog();
-    if (index >= log->entries.size() || !log->entries[index].isEvent) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    return Deliver({LogReader(log).ReadEvent(index), times}, ModeOr(DeliveryMode::Awaited));
+    const auto event = index < log->entries.size() ? LogReader(log).ReadEvent(index) : nullptr;
+    return event != nullptr ? Deliver({event, times}, ModeOr(DeliveryMode::Awaited)) : DWORD{ERROR_INVALID_PARAMETER};
 }
 
 DWORD WINAPI ReplayDeliverError(DWORD code)
@@ -229,7 +229,7 @@ DWORD WINAPI ReplayDeliverError(DWORD code)
 
 void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context)
 {
-    SubscriberList::Instance().SetObserver({observer, context});
+    SetObserver({observer, context});
 }
 
 void WINAPI ReplaySetMode(DWORD newModes)

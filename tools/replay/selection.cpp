@@ -1,27 +1,24 @@
 #include "tools/replay/selection.h"
 
+#include "tools/replay/xml_reader.h"
+
 #include <algorithm>
 
 namespace orvel::replay {
 
 namespace {
 
-std::wstring Place(const Node& element)
+[[noreturn]] void Refuse(const std::wstring& place, const wchar_t* reason, unsigned code = kInvalidQuery)
 {
-    return std::wstring(L"<").append(element.name) + L"> in line " + std::to_wstring(element.line);
+    throw QueryError{code, 0, place + L": " + reason};
 }
 
-[[noreturn]] void Refuse(const Node& element, const wchar_t* reason, unsigned code = kInvalidQuery)
-{
-    throw QueryError{code, 0, Place(element) + L": " + reason};
-}
-
-Query ParseSelector(const Node& element)
+Query ParseSelector(const Node& element, const std::wstring& place)
 {
     try {
         return Query::Parse(element.text, kMaxSelectExpressions);
     } catch (QueryError& error) {
-        error.reason = Place(element) + L": " + error.reason;
+        error.reason = place + L": " + error.reason;
         error.source = std::wstring(element.text);
         throw;
     }
@@ -36,33 +33,41 @@ Selection Selection::OfChannel(std::wstring_view channel, std::wstring_view quer
     return selection;
 }
 
-Selection Selection::OfQueryList(const Node& queryList)
+Selection Selection::OfQueryList(std::string_view xml)
 {
+    Arena arena;
+    const Node queryList = ReadDocument(xml, arena);
+    TextPlace last;
+    const auto placeOf = [&](const Node& element) {
+        last = PlaceOf(xml, element.end, last);
+        return std::wstring(L"<").append(element.name) + L"> in line " + std::to_wstring(last.line);
+    };
     Selection selection;
     selection.isStructured_ = true;
-    if (queryList.name != L"QueryList" || queryList.childCount == 0) {
-        Refuse(queryList, L"a structured query is a QueryList that contains Query elements");
+    if (queryList.name != L"QueryList" || queryList.children.empty()) {
+        Refuse(placeOf(queryList), L"a structured query is a QueryList that contains Query elements");
     }
-    for (const Node& query : queryList.Children()) {
+    for (const Node& query : queryList.children) {
         if (query.name != L"Query") {
-            Refuse(query, L"a QueryList contains Query elements only");
+            Refuse(placeOf(query), L"a QueryList contains Query elements only");
         }
         auto& selectors = selection.queries_.emplace_back();
-        for (const Node& element : query.Children()) {
-            if ((element.name != L"Select" && element.name != L"Suppress") || element.childCount != 0) {
-                Refuse(element, L"a Query contains Select and Suppress elements only, and these contain text only");
+        for (const Node& element : query.children) {
+            const std::wstring place = placeOf(element);
+            if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
+                Refuse(place, L"a Query contains Select and Suppress elements only, and these contain text only");
             }
             const auto* ownPath = element.Attribute(L"Path");
             const auto* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
             if (path == nullptr || path->empty()) {
-                Refuse(element, L"the element or its Query needs a Path, the name of a channel");
+                Refuse(place, L"the element or its Query needs a Path, the name of a channel");
             }
             if (path->find(L"://") != path->npos) {
-                Refuse(element, L"the Path is a file, which the replay log does not support; use a channel",
+                Refuse(place, L"the Path is a file, which the replay log does not support; use a channel",
                        kNotSupported);
             }
             selectors.push_back(
-                {element.name == L"Suppress", std::wstring(*path), ParseSelector(element), Place(element)});
+                {element.name == L"Suppress", std::wstring(*path), ParseSelector(element, place), place});
         }
         const auto hasSelect = [&](const Selector& suppress) {
             return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
@@ -70,7 +75,7 @@ Selection Selection::OfQueryList(const Node& queryList)
             });
         };
         if (selectors.empty() || !std::all_of(selectors.begin(), selectors.end(), hasSelect)) {
-            Refuse(query, L"a Query needs a Select, and each Suppress a Select with the same Path");
+            Refuse(placeOf(query), L"a Query needs a Select, and each Suppress a Select with the same Path");
         }
     }
     return selection;

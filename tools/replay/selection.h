@@ -12,8 +12,9 @@ public:
     static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
 
     /// Parses a <QueryList> (QueryType page). A Query selects the events that one of its Selects and none of its
-    /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws QueryError.
-    static Selection OfQueryList(const Node& queryList);
+    /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws QueryError and
+    /// TextError.
+    static Selection OfQueryList(std::string_view xml);
 
     /// Returns whether it was made of a QueryList.
     bool IsStructured() const { return isStructured_; }

@@ -11,10 +11,30 @@ namespace {
 
 constexpr size_t kLongestQueue = 64;
 
-bool IsInsideCallback(const SubscriberList::Snapshot& subscribers)
+using Subscribers = std::vector<std::shared_ptr<Subscriber>>;
+using Snapshot = std::shared_ptr<const Subscribers>;
+
+std::mutex openLock;
+Callback currentObserver;
+// Replaced when one is opened or closed, so that a delivery does not need to copy it; outlives the workers, which end
+// with the process.
+auto& open = *new Snapshot(std::make_shared<Subscribers>());
+
+/// Returns the open subscriptions.
+Snapshot OpenSubscribers()
 {
-    return std::any_of(subscribers->begin(), subscribers->end(),
-                       [](const auto& subscriber) { return subscriber->IsRunningHere(); });
+    const std::lock_guard guard(openLock);
+    return open;
+}
+
+bool IsInsideCallback(const Snapshot& subscribers)
+{
+    return std::ranges::any_of(*subscribers, [](const auto& subscriber) { return subscriber->IsRunningHere(); });
+}
+
+void WaitFor(const Snapshot& subscribers)
+{
+    std::ranges::for_each(*subscribers, [](const auto& subscriber) { subscriber->WaitForQueue(); });
 }
 
 } // namespace
@@ -24,29 +44,22 @@ bool Subscriber::Wants(const Delivery& delivery) const
     return delivery.error != ERROR_SUCCESS || selection_.Matches(*delivery.event);
 }
 
-size_t Subscriber::Enqueue(const Delivery& delivery)
+void Subscriber::Enqueue(const Delivery& delivery)
 {
     std::unique_lock guard(lock_);
     queueChanged_.wait(guard, [&] { return queue_.size() < kLongestQueue || isClosed_; });
     if (isClosed_) {
-        return 0;
+        return;
     }
-    if (!hasWorker_) {
+    if (enqueued_ == 0) {
         StartThread([self = shared_from_this()] { self->Work(); });
-        hasWorker_ = true;
     }
+    ++enqueued_;
     queue_.push_back(delivery);
     queueChanged_.notify_all();
-    return ++enqueued_;
 }
 
-void Subscriber::Wait(size_t number)
-{
-    std::unique_lock guard(lock_);
-    ended_.wait(guard, [&] { return finished_ >= number; });
-}
-
-void Subscriber::WaitForAll()
+void Subscriber::WaitForQueue()
 {
     std::unique_lock guard(lock_);
     ended_.wait(guard, [&, number = enqueued_] { return finished_ >= number; });
@@ -76,43 +89,37 @@ void Subscriber::Work()
 
 void Subscriber::DeliverHere(const Delivery& delivery) noexcept // NOLINT(bugprone-exception-escape)
 {
-    for (DWORD i = 0; i < delivery.times && RunOnce(delivery); ++i) {
-    }
-}
-
-bool Subscriber::RunOnce(const Delivery& delivery) noexcept // NOLINT(bugprone-exception-escape)
-{
-    {
-        std::unique_lock guard(lock_);
+    std::unique_lock guard(lock_);
+    for (DWORD i = 0; i < delivery.times; ++i) {
         ended_.wait(guard, [&] { return runner_ == 0; });
         if (isClosed_) {
-            return false;
+            return;
         }
         runner_ = GetCurrentThreadId();
         ++callbacks_;
+        guard.unlock();
+        CallBack(delivery);
+        guard.lock();
+        runner_ = 0;
+        ended_.notify_all();
     }
-    CallBack(delivery);
-    const std::lock_guard guard(lock_);
-    runner_ = 0;
-    ended_.notify_all();
-    return true;
 }
 
 void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bugprone-exception-escape)
 {
     // EVT_SUBSCRIBE_CALLBACK page: with action 0 the handle is a Win32 code; the callback's result is ignored.
     if (delivery.error != ERROR_SUCCESS) {
-        callback_(EvtSubscribeActionError, context_,
-                  reinterpret_cast<EVT_HANDLE>(static_cast<ULONG_PTR>(delivery.error)));
+        callback_.function(EvtSubscribeActionError, callback_.context,
+                           reinterpret_cast<EVT_HANDLE>(static_cast<ULONG_PTR>(delivery.error)));
         return;
     }
     // Same page: the event's handle is valid during the callback only.
     HandleTable& handles = HandleTable::Instance();
     const EVT_HANDLE handle = handles.Open(ReplayEventHandle, delivery.event);
-    if (observer_.callback != nullptr) {
-        observer_.callback(EvtSubscribeActionDeliver, observer_.context, handle);
+    if (observer_.function != nullptr) {
+        observer_.function(EvtSubscribeActionDeliver, observer_.context, handle);
     }
-    callback_(EvtSubscribeActionDeliver, context_, handle);
+    callback_.function(EvtSubscribeActionDeliver, callback_.context, handle);
     ReplayHandleKind kind = ReplayEventHandle;
     handles.Close(handle, kind, true);
 }
@@ -132,45 +139,31 @@ void Subscriber::WaitForCallback()
     }
 }
 
-SubscriberList& SubscriberList::Instance()
+void SetObserver(const Callback& observer)
 {
-    static SubscriberList& list = *new SubscriberList; // outlives the workers, which end with the process
-    return list;
+    const std::lock_guard guard(openLock);
+    currentObserver = observer;
 }
 
-void SubscriberList::SetObserver(const Observer& observer)
+std::shared_ptr<Subscriber> OpenSubscription(Selection selection, const Callback& callback)
 {
-    const std::lock_guard guard(lock_);
-    observer_ = observer;
-}
-
-void SubscriberList::Add(std::shared_ptr<Subscriber> subscriber)
-{
-    const std::lock_guard guard(lock_);
-    subscriber->SetObserver(observer_);
-    auto changed = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>(*subscribers_);
-    changed->push_back(std::move(subscriber));
-    subscribers_ = std::move(changed);
-}
-
-void SubscriberList::Remove(const Subscriber& subscriber)
-{
-    const std::lock_guard guard(lock_);
-    auto changed = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>(*subscribers_);
-    std::erase_if(*changed, [&](const auto& other) { return other.get() == &subscriber; });
-    subscribers_ = std::move(changed);
-}
-
-SubscriberList::Snapshot SubscriberList::Current()
-{
-    const std::lock_guard guard(lock_);
-    return subscribers_;
+    const std::lock_guard guard(openLock);
+    auto changed = std::make_shared<Subscribers>(*open);
+    auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, currentObserver);
+    changed->push_back(subscriber);
+    open = std::move(changed);
+    return subscriber;
 }
 
 void CloseSubscription(Subscriber& subscriber, bool waits)
 {
     subscriber.Close();
-    SubscriberList::Instance().Remove(subscriber);
+    {
+        const std::lock_guard guard(openLock);
+        auto changed = std::make_shared<Subscribers>(*open);
+        std::erase_if(*changed, [&](const auto& other) { return other.get() == &subscriber; });
+        open = std::move(changed);
+    }
     if (waits) {
         subscriber.WaitForCallback();
     }
@@ -178,38 +171,31 @@ void CloseSubscription(Subscriber& subscriber, bool waits)
 
 DWORD Deliver(const Delivery& delivery, DeliveryMode mode)
 {
-    const auto subscribers = SubscriberList::Instance().Current();
+    const Snapshot subscribers = OpenSubscribers();
     if (IsInsideCallback(subscribers)) {
         return ERROR_POSSIBLE_DEADLOCK;
     }
-    std::vector<std::pair<Subscriber*, size_t>> awaited;
     for (const auto& subscriber : *subscribers) {
         if (!subscriber->Wants(delivery)) {
             continue;
         }
         if (mode == DeliveryMode::OnThisThread) {
             subscriber->DeliverHere(delivery);
-            continue;
-        }
-        const size_t number = subscriber->Enqueue(delivery);
-        if (mode == DeliveryMode::Awaited) {
-            awaited.emplace_back(subscriber.get(), number);
+        } else {
+            subscriber->Enqueue(delivery);
         }
     }
-    for (const auto& [subscriber, number] : awaited) {
-        subscriber->Wait(number);
+    if (mode == DeliveryMode::Awaited) {
+        WaitFor(subscribers);
     }
     return ERROR_SUCCESS;
 }
 
 void WaitForDeliveries()
 {
-    const auto subscribers = SubscriberList::Instance().Current();
-    if (IsInsideCallback(subscribers)) {
-        return;
-    }
-    for (const auto& subscriber : *subscribers) {
-        subscriber->WaitForAll();
+    const Snapshot subscribers = OpenSubscribers();
+    if (!IsInsideCallback(subscribers)) {
+        WaitFor(subscribers);
     }
 }
 

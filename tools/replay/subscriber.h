@@ -20,9 +20,9 @@ struct Delivery {
     DWORD error = ERROR_SUCCESS; ///< delivered with action 0 instead of the event
 };
 
-/// A callback that sees each event just before a subscription does.
-struct Observer {
-    EVT_SUBSCRIBE_CALLBACK callback = nullptr;
+/// A callback and its context.
+struct Callback {
+    EVT_SUBSCRIBE_CALLBACK function = nullptr;
     void* context = nullptr;
 };
 
@@ -31,24 +31,19 @@ struct Observer {
 /// run in parallel.
 class Subscriber : public std::enable_shared_from_this<Subscriber> {
 public:
-    Subscriber(Selection selection, EVT_SUBSCRIBE_CALLBACK callback, void* context)
-        : selection_(std::move(selection)), callback_(callback), context_(context)
+    Subscriber(Selection selection, const Callback& callback, const Callback& observer)
+        : selection_(std::move(selection)), callback_(callback), observer_(observer)
     {
     }
-
-    /// Call it before the first delivery.
-    void SetObserver(const Observer& observer) { observer_ = observer; }
 
     /// Whether the subscription selects the event. Errors go to every subscription.
     bool Wants(const Delivery& delivery) const;
 
     /// Queues a delivery for the worker thread, which takes all that is queued at once. Blocks while the queue is full.
-    /// Returns the number to wait for.
-    size_t Enqueue(const Delivery& delivery);
+    void Enqueue(const Delivery& delivery);
 
-    /// Blocks until the callbacks of the delivery with this number, or of all that are queued, have returned.
-    void Wait(size_t number);
-    void WaitForAll();
+    /// Blocks until the callbacks of all deliveries that are queued now have returned.
+    void WaitForQueue();
 
     /// Calls back on this thread. An exception from the callback ends the process, as on a thread of the platform.
     void DeliverHere(const Delivery& delivery) noexcept; // NOLINT(bugprone-exception-escape)
@@ -63,14 +58,12 @@ public:
     bool IsRunningHere() const noexcept { return runner_ == GetCurrentThreadId(); }
 
 private:
-    bool RunOnce(const Delivery& delivery) noexcept;        // NOLINT(bugprone-exception-escape)
     void CallBack(const Delivery& delivery) const noexcept; // NOLINT(bugprone-exception-escape)
     void Work();
 
     const Selection selection_;
-    const EVT_SUBSCRIBE_CALLBACK callback_;
-    void* const context_;
-    Observer observer_;
+    const Callback callback_;
+    const Callback observer_;
 
     NativeLock lock_;
     NativeCondition queueChanged_;
@@ -78,29 +71,16 @@ private:
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     bool isClosed_ = false;
-    bool hasWorker_ = false;
     std::vector<Delivery> queue_;
-    size_t enqueued_ = 0;
+    size_t enqueued_ = 0; // deliveries so far
     size_t finished_ = 0; // of these
 };
 
-/// The open subscriptions. Any thread.
-class SubscriberList {
-public:
-    using Snapshot = std::shared_ptr<const std::vector<std::shared_ptr<Subscriber>>>;
+/// Sets a callback that sees each event just before a subscription does that is opened later.
+void SetObserver(const Callback& observer);
 
-    static SubscriberList& Instance();
-    /// Sets the observer of subscriptions that are added later.
-    void SetObserver(const Observer& observer);
-    void Add(std::shared_ptr<Subscriber> subscriber);
-    void Remove(const Subscriber& subscriber);
-    Snapshot Current();
-
-private:
-    NativeLock lock_;
-    Observer observer_;
-    Snapshot subscribers_ = std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
-};
+/// Opens a subscription.
+std::shared_ptr<Subscriber> OpenSubscription(Selection selection, const Callback& callback);
 
 /// Ends a subscription. If `waits`, blocks until its running callback has returned, except on the thread that runs it.
 void CloseSubscription(Subscriber& subscriber, bool waits);

@@ -1,7 +1,6 @@
 #include "tools/replay/xml_reader.h"
 
 #include <algorithm>
-#include <memory>
 
 namespace orvel::replay {
 
@@ -10,7 +9,6 @@ namespace {
 constexpr size_t kMaxDepth = 64;
 constexpr size_t kMaxAttributes = 100;
 constexpr size_t kMaxElementSize = size_t{16} << 20;
-constexpr std::string_view kLiteral = "<![CDATA[";
 constexpr std::string_view kSpaces = " \t\n\r";
 
 bool IsNameStart(char c)
@@ -23,22 +21,6 @@ bool IsNameCharacter(char c)
     return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
 }
 
-/// Moves a place forward to an offset.
-void Advance(TextPlace& place, std::string_view text, size_t offset)
-{
-    std::string_view passed = text.substr(place.offset, offset - place.offset);
-    place.offset = offset;
-    if (passed.find('\n') != passed.npos) {
-        place.line += static_cast<uint32_t>(std::count(passed.begin(), passed.end(), '\n'));
-        place.column = 1;
-        passed.remove_prefix(passed.rfind('\n') + 1);
-    }
-    for (const char c : passed) {
-        const auto byte = static_cast<unsigned char>(c);
-        place.column += ((byte & 0xC0) != 0x80 ? 1U : 0U) + (byte >= 0xF0 ? 1U : 0U);
-    }
-}
-
 /// A name for an error message, which needs no more than its beginning.
 std::wstring Shown(std::string_view name)
 {
@@ -48,63 +30,31 @@ std::wstring Shown(std::string_view name)
 
 } // namespace
 
-std::wstring_view CopyTo(Arena& arena, std::wstring_view text)
-{
-    wchar_t* const copy = Allocate<wchar_t>(arena, text.size());
-    std::copy(text.begin(), text.end(), copy);
-    return {copy, text.size()};
-}
-
 bool XmlReader::NextElement()
 {
-    const bool isTopLevel = container_.empty();
-    for (;;) {
-        const size_t markup = std::min(text_.find('<', next_), text_.size());
-        if (isTopLevel) {
-            SkipSpaces();
-            if (next_ != markup) {
-                Fail(next_, L"there is text outside of the root element");
-            }
-        }
-        next_ = markup;
-        if (next_ == text_.size()) {
-            if (!isTopLevel) {
-                Fail(next_, {});
-            }
-            return false;
-        }
-        if (StartsWith("</") && !isTopLevel) {
-            TakeEndTag(container_, containerLine_);
-            container_ = {};
-            return false;
-        }
-        if (StartsWith("<!DOCTYPE")) {
-            Fail(next_, L"document types are not supported; remove the declaration");
-        }
-        if (StartsWith(kLiteral) && !isTopLevel) {
-            next_ = FindEnd("]]>", next_);
-        } else if (!SkipComment()) {
-            Advance(place_, text_, next_);
-            return true;
-        }
-    }
-}
-
-std::string_view XmlReader::NameAt(size_t begin) const
-{
-    const auto end = std::find_if_not(text_.begin() + static_cast<ptrdiff_t>(begin), text_.end(), IsNameCharacter);
-    return text_.substr(begin, static_cast<size_t>(end - text_.begin()) - begin);
+    std::pmr::wstring ignored;
+    begin_ = next_;
+    const bool isFound = NextChild(ignored);
+    open_ = isFound ? open_ : 0;
+    return isFound;
 }
 
 bool XmlReader::Enter()
 {
     Arena arena;
+    Node node(&arena);
     begin_ = next_;
-    const bool hasContent = Open(arena);
-    container_ = hasContent ? open_.front().name : std::string_view();
-    containerLine_ = place_.line;
-    depth_ = 0;
+    const bool hasContent = TakeStartTag(node);
+    open_ = hasContent ? open_ : 0;
     return hasContent;
+}
+
+Node XmlReader::Read(Arena& arena)
+{
+    Node node(&arena);
+    begin_ = next_;
+    ReadElement(node, 1);
+    return node;
 }
 
 void XmlReader::ExpectEnd()
@@ -114,83 +64,46 @@ void XmlReader::ExpectEnd()
     }
 }
 
-void XmlReader::Return(const TextPlace& place)
-{
-    place_ = place;
-    next_ = place.offset;
-}
-
-Node XmlReader::Read(Arena& arena)
-{
-    begin_ = next_;
-    finished_.clear();
-    if (!Open(arena)) {
-        Close(arena);
-    }
-    while (depth_ != 0) {
-        const size_t text = next_;
-        if (CheckSize(next_); next_ == text_.size()) {
-            Fail(next_, {});
-        } else if (text_[next_] != '<') {
-            next_ = std::min(text_.find('<', next_), text_.size());
-            Append(open_[depth_ - 1].text, text, next_, XmlTextKind::Characters);
-        } else if (StartsWith("</")) {
-            TakeEndTag(open_[depth_ - 1].name, open_[depth_ - 1].node.nameLine);
-            Close(arena);
-        } else if (StartsWith(kLiteral)) {
-            next_ = FindEnd("]]>", next_);
-            Append(open_[depth_ - 1].text, text + kLiteral.size(), next_ - 3, XmlTextKind::Literal);
-        } else if (!SkipComment() && !Open(arena)) {
-            Close(arena);
-        }
-    }
-    return finished_.front();
-}
-
 void XmlReader::Fail(size_t offset, std::wstring reason) const
 {
-    const size_t line = depth_ != 0 ? open_[depth_ - 1].node.nameLine : containerLine_;
     if (offset == text_.size()) {
-        reason =
-            L"the text ends inside the element that begins in line " + std::to_wstring(line) + L"; was it cut off?";
+        reason = L"the text ends inside the element that begins in line " +
+                 std::to_wstring(PlaceOf(text_, open_).line) + L"; was it cut off?";
     }
-    TextPlace place;
-    Advance(place, text_, offset);
-    throw TextError{place.line, place.column, std::move(reason)};
+    FailAt(text_, offset, std::move(reason));
 }
 
-void XmlReader::CheckSize(size_t end) const
+std::string_view XmlReader::NameAt(size_t begin) const
 {
-    if (end - begin_ > kMaxElementSize) {
-        Fail(begin_, L"the element is larger than 16 MiB");
-    }
-}
-
-bool XmlReader::SkipComment()
-{
-    if (StartsWith("<!--")) {
-        next_ = FindEnd("-->", next_ + 4);
-        return true;
-    }
-    if (StartsWith("<?")) {
-        next_ = FindEnd("?>", next_ + 2);
-        return true;
-    }
-    return false;
-}
-
-size_t XmlReader::FindEnd(std::string_view last, size_t from) const
-{
-    const size_t end = text_.find(last, from);
-    if (end == text_.npos) {
-        Fail(next_, L"the markup that begins here has no end");
-    }
-    return end + last.size();
+    const std::string_view rest = text_.substr(begin);
+    return {rest.begin(), std::find_if_not(rest.begin(), rest.end(), IsNameCharacter)};
 }
 
 void XmlReader::SkipSpaces()
 {
     next_ = std::min(text_.find_first_not_of(kSpaces, next_), text_.size());
+}
+
+bool XmlReader::Take(std::string_view markup)
+{
+    const bool isNext = StartsWith(markup);
+    next_ += isNext ? markup.size() : 0;
+    return isNext;
+}
+
+/// Takes markup that begins and ends with these texts, if it is next, and returns what is between them.
+std::optional<std::string_view> XmlReader::TakeEnclosed(std::string_view first, std::string_view last)
+{
+    if (!StartsWith(first)) {
+        return std::nullopt;
+    }
+    const size_t begin = next_ + first.size();
+    const size_t end = text_.find(last, begin);
+    if (end == text_.npos) {
+        Fail(next_, L"the markup that begins here has no end");
+    }
+    next_ = end + last.size();
+    return text_.substr(begin, end - begin);
 }
 
 std::string_view XmlReader::TakeName()
@@ -203,147 +116,155 @@ std::string_view XmlReader::TakeName()
     return name;
 }
 
-bool XmlReader::Open(Arena& arena)
+void XmlReader::TakeAttributes(Node& node)
 {
-    if (depth_ == kMaxDepth) {
-        Fail(next_, L"elements nest more than 64 levels deep");
-    }
-    open_.resize(std::max(open_.size(), depth_ + 1));
-    OpenElement& element = open_[depth_++];
-    element.node = {};
-    element.text.clear();
-    element.firstChild = finished_.size();
-    element.firstPrefix = prefixes_.size();
-    Advance(place_, text_, ++next_);
-    element.node.nameLine = place_.line;
-    element.node.nameColumn = place_.column;
-    element.name = TakeName();
-    TakeAttributes(arena);
-    const bool isEmpty = StartsWith("/");
-    next_ += isEmpty ? 1 : 0;
-    if (!StartsWith(">")) {
-        Fail(next_, L"an attribute or the end of <" + Shown(element.name) + L"> is missing here");
-    }
-    Advance(place_, text_, ++next_);
-    element.node.line = place_.line;
-    element.node.column = place_.column;
-    element.node.name = LocalName(arena, element.name, true);
-    element.node.attributes = ResolvedAttributes(arena);
-    return !isEmpty;
-}
-
-void XmlReader::TakeAttributes(Arena& arena)
-{
-    attributes_.clear();
+    const auto isDeclaration = [](std::string_view name) { return name == "xmlns" || name.starts_with("xmlns:"); };
+    names_.clear();
     for (SkipSpaces(); next_ != text_.size() && IsNameStart(text_[next_]); SkipSpaces()) {
         const size_t begin = next_;
         const std::string_view name = TakeName();
-        const auto isSame = [&](const RawAttribute& other) { return other.name == name; };
-        if (kSpaces.find(text_[begin - 1]) == kSpaces.npos ||
-            std::any_of(attributes_.begin(), attributes_.end(), isSame)) {
+        if (kSpaces.find(text_[begin - 1]) == kSpaces.npos || std::ranges::find(names_, name) != names_.end()) {
             Fail(begin, L"the attribute " + Shown(name) + L" appears twice or without a blank before it");
         }
-        if (attributes_.size() == kMaxAttributes) {
+        if (names_.size() == kMaxAttributes) {
             Fail(begin, L"the element has more than 100 attributes");
         }
+        names_.push_back(name);
         SkipSpaces();
-        const bool hasValue = StartsWith("=");
-        next_ += hasValue ? 1 : 0;
+        const bool hasValue = Take("=");
         SkipSpaces();
-        if (!hasValue || !(StartsWith("'") || StartsWith("\""))) {
+        const std::string_view quote = text_.substr(next_, 1);
+        if (!hasValue || (quote != "'" && quote != "\"")) {
             Fail(next_, L"the attribute " + Shown(name) + L" has no value in quotation marks");
         }
-        const size_t value = next_ + 1;
-        next_ = FindEnd(text_.substr(next_, 1), value);
-        if (const size_t bracket = text_.substr(value, next_ - value).find('<'); bracket != text_.npos) {
-            Fail(value + bracket, L"an attribute's value contains <; write it as &lt;");
+        const std::string_view raw = *TakeEnclosed(quote, quote);
+        if (const size_t bracket = raw.find('<'); bracket != raw.npos) {
+            Fail(OffsetOf(raw) + bracket, L"an attribute's value contains <; write it as &lt;");
         }
-        decoded_.clear();
-        Append(decoded_, value, next_ - 1, XmlTextKind::AttributeValue);
-        if (name == "xmlns" || name.starts_with("xmlns:")) {
-            prefixes_.push_back({name.substr(std::min<size_t>(name.size(), 6)), decoded_ == kReplayNamespace});
-            attributes_.push_back({name, {}});
-        } else {
-            attributes_.push_back({name, CopyTo(arena, decoded_)});
+        std::pmr::wstring& value = node.attributes.emplace_back().second;
+        Append(value, raw, XmlTextKind::AttributeValue);
+        if (isDeclaration(name)) {
+            prefixes_.push_back({name.substr(std::min<size_t>(name.size(), 6)), value == kReplayNamespace});
+            node.attributes.pop_back();
         }
+    }
+    // A prefix may be used before its declaration.
+    std::erase_if(names_, isDeclaration);
+    for (size_t i = 0; i != names_.size(); ++i) {
+        AppendName(node.attributes[i].first, names_[i], false);
     }
 }
 
-std::span<const NodeAttribute> XmlReader::ResolvedAttributes(Arena& arena)
+bool XmlReader::TakeStartTag(Node& node)
 {
-    NodeAttribute* const resolved = Allocate<NodeAttribute>(arena, attributes_.size());
-    NodeAttribute* end = resolved;
-    for (const auto& [name, value] : attributes_) {
-        if (name != "xmlns" && !name.starts_with("xmlns:")) {
-            *end++ = {LocalName(arena, name, false), value};
+    open_ = node.begin = ++next_;
+    const std::string_view name = TakeName();
+    TakeAttributes(node);
+    const bool isEmpty = Take("/");
+    if (!Take(">")) {
+        Fail(next_, L"an attribute or the end of <" + Shown(name) + L"> is missing here");
+    }
+    node.end = next_;
+    AppendName(node.name, name, true);
+    return !isEmpty;
+}
+
+/// Moves to the next element inside the open one and appends the text before it. Returns false behind the end tag.
+bool XmlReader::NextChild(std::pmr::wstring& text)
+{
+    const bool isTopLevel = open_ == 0;
+    for (;;) {
+        const std::string_view characters = text_.substr(next_, text_.find('<', next_) - next_);
+        Append(text, characters, XmlTextKind::Characters);
+        if (isTopLevel && characters.find_first_not_of(kSpaces) != characters.npos) {
+            Fail(next_ + characters.find_first_not_of(kSpaces), L"there is text outside of the root element");
+        }
+        next_ += characters.size();
+        if (next_ == text_.size()) {
+            if (!isTopLevel) {
+                Fail(next_, {});
+            }
+            return false;
+        }
+        if (StartsWith("<!DOCTYPE")) {
+            Fail(next_, L"document types are not supported; remove the declaration");
+        }
+        if (!isTopLevel && StartsWith("</")) {
+            TakeEndTag();
+            return false;
+        }
+        if (const auto literal = isTopLevel ? std::nullopt : TakeEnclosed("<![CDATA[", "]]>")) {
+            Append(text, *literal, XmlTextKind::Literal);
+        } else if (!TakeEnclosed("<!--", "-->") && !TakeEnclosed("<?", "?>")) {
+            return true;
         }
     }
-    return {resolved, end};
 }
 
-std::wstring_view XmlReader::LocalName(Arena& arena, std::string_view name, bool hasDefault)
-{
-    const size_t colon = std::min(name.find(':'), name.size());
-    const std::string_view prefix = colon == name.size() ? std::string_view() : name.substr(0, colon);
-    const auto found = std::find_if(prefixes_.rbegin(), prefixes_.rend(),
-                                    [&](const Prefix& declared) { return declared.name == prefix; });
-    const bool isDeclared = found != prefixes_.rend() && (hasDefault || !prefix.empty());
-    const auto offset = static_cast<size_t>(name.data() - text_.data());
-    if (!isDeclared && !prefix.empty() && prefix != "xml") {
-        Fail(offset, L"the namespace prefix " + Shown(prefix) + L" is not declared");
-    }
-    decoded_ = isDeclared && found->isReplay ? kReplayPrefix : std::wstring_view();
-    Append(decoded_, offset + (prefix.empty() ? 0 : colon + 1), offset + name.size(), XmlTextKind::Literal);
-    return CopyTo(arena, decoded_);
-}
-
-void XmlReader::TakeEndTag(std::string_view name, size_t line)
+void XmlReader::TakeEndTag()
 {
     const size_t begin = next_;
     next_ += 2;
     const std::string_view found = TakeName();
-    if (found != name) {
-        Fail(begin, L"</" + Shown(found) + L"> does not close <" + Shown(name) + L"> of line " + std::to_wstring(line));
+    if (const std::string_view name = NameAt(open_); found != name) {
+        Fail(begin, L"</" + Shown(found) + L"> does not close <" + Shown(name) + L"> of line " +
+                        std::to_wstring(PlaceOf(text_, open_).line));
     }
     SkipSpaces();
-    if (!StartsWith(">")) {
+    if (!Take(">")) {
         Fail(next_, L"> is missing here");
     }
-    ++next_;
 }
 
-void XmlReader::Close(Arena& arena)
+void XmlReader::ReadElement(Node& node, size_t depth)
 {
-    OpenElement& element = open_[--depth_];
-    element.node.text = CopyTo(arena, element.text);
-    const std::span children = std::span(finished_).subspan(element.firstChild);
-    Node* const copy = Allocate<Node>(arena, children.size());
-    std::ranges::uninitialized_copy(children, std::span(copy, children.size()));
-    element.node.firstChild = copy;
-    element.node.childCount = children.size();
-    finished_.resize(element.firstChild);
-    finished_.push_back(element.node);
-    prefixes_.resize(element.firstPrefix);
-}
-
-void XmlReader::Append(std::wstring& text, size_t from, size_t to, XmlTextKind kind) const
-{
-    CheckSize(to);
-    try {
-        AppendXmlText(text, text_.substr(from, to - from), kind);
-    } catch (const XmlTextError& error) {
-        Fail(from + error.offset, error.reason);
+    if (depth > kMaxDepth) {
+        Fail(next_, L"elements nest more than 64 levels deep");
     }
+    const size_t parent = open_;
+    const size_t prefixes = prefixes_.size();
+    if (TakeStartTag(node)) {
+        while (NextChild(node.text)) {
+            ReadElement(node.children.emplace_back(), depth + 1);
+        }
+    }
+    prefixes_.resize(prefixes);
+    open_ = parent;
 }
 
-XmlDocument::XmlDocument(std::string_view text)
+void XmlReader::AppendName(std::pmr::wstring& text, std::string_view name, bool isElement) const
+{
+    const size_t colon = name.find(':');
+    const std::string_view prefix = name.substr(0, colon != name.npos ? colon : 0);
+    const auto found = std::find_if(prefixes_.rbegin(), prefixes_.rend(),
+                                    [&](const Prefix& declared) { return declared.name == prefix; });
+    if (found == prefixes_.rend() && !prefix.empty() && prefix != "xml") {
+        Fail(OffsetOf(name), L"the namespace prefix " + Shown(prefix) + L" is not declared");
+    }
+    // The default namespace is one of elements.
+    if (found != prefixes_.rend() && found->isReplay && (isElement || !prefix.empty())) {
+        text = kReplayPrefix;
+    }
+    Append(text, name.substr(prefix.empty() ? 0 : colon + 1), XmlTextKind::Literal);
+}
+
+void XmlReader::Append(std::pmr::wstring& text, std::string_view part, XmlTextKind kind) const
+{
+    if (OffsetOf(part) + part.size() - begin_ > kMaxElementSize) {
+        Fail(begin_, L"the element is larger than 16 MiB");
+    }
+    AppendXmlText(text, text_, part, kind);
+}
+
+Node ReadDocument(std::string_view text, Arena& arena)
 {
     XmlReader reader(text);
     if (!reader.NextElement()) {
-        throw TextError{1, 1, L"there is no XML element"};
+        FailAt(text, 0, L"there is no XML element");
     }
-    root_ = reader.Read(arena_);
+    Node root = reader.Read(arena);
     reader.ExpectEnd();
+    return root;
 }
 
 } // namespace orvel::replay

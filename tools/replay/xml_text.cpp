@@ -1,6 +1,7 @@
 #include "tools/replay/xml_text.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -9,6 +10,7 @@ namespace orvel::replay {
 
 namespace {
 
+constexpr wchar_t kNoReference[] = L"this is not a character reference; write & as &amp;";
 constexpr wchar_t kWrongEncoding[] =
     L"this is neither UTF-8 nor UTF-16LE; save it as UTF-8, or keep the tool's output unchanged";
 
@@ -24,86 +26,108 @@ bool IsXmlCharacter(char32_t c)
                      : c == '\t' || c == '\n' || c == '\r';
 }
 
-/// Reads the reference at `at` and returns the offset behind it.
-size_t TakeReference(std::string_view raw, size_t at, char32_t& character)
+/// Takes the reference that `rest` begins with. Returns 0 if it is none.
+char32_t TakeReference(std::string_view& rest)
 {
     constexpr std::pair<std::string_view, char32_t> kReferences[] = {
         {"&lt;", U'<'}, {"&gt;", U'>'}, {"&amp;", U'&'}, {"&quot;", U'"'}, {"&apos;", U'\''}};
-    constexpr size_t kLongest = 13;
-    const std::string_view rest = raw.substr(at, kLongest);
     for (const auto& [reference, meaning] : kReferences) {
         if (rest.starts_with(reference)) {
-            character = meaning;
-            return at + reference.size();
+            rest.remove_prefix(reference.size());
+            return meaning;
         }
     }
     const bool isHex = rest.starts_with("&#x");
     const char* const last = rest.data() + rest.size();
     uint32_t number = 0;
-    const auto [stop, error] =
-        std::from_chars(rest.data() + std::min<size_t>(isHex ? 3 : 2, rest.size()), last, number, isHex ? 16 : 10);
-    const bool isNumber = rest.starts_with("&#") && error == std::errc() && stop != last && *stop == ';';
-    if (!isNumber || !IsXmlCharacter(number)) {
-        throw XmlTextError{at, L"this is not a character reference; write & as &amp;"};
+    if (rest.starts_with("&#")) {
+        const auto [end, error] = std::from_chars(rest.data() + (isHex ? 3 : 2), last, number, isHex ? 16 : 10);
+        number = error == std::errc() && end != last && *end == ';' ? number : 0;
+        rest = {std::min(end + 1, last), last};
     }
-    character = number;
-    return at + static_cast<size_t>(stop - rest.data()) + 1;
+    return number;
 }
 
-/// Reads the character of several bytes at `at` and returns the offset behind it.
-size_t TakeCharacter(std::string_view raw, size_t at, char32_t& character)
+/// Takes the character that `rest` begins with in UTF-8; a line break is one LF. Returns 0 if the encoding is wrong.
+char32_t TakeCharacter(std::string_view& rest)
 {
-    const auto byte = [&](size_t index) { return static_cast<unsigned char>(raw[index]); };
-    const unsigned lead = byte(at);
-    const size_t count = 2 + (lead >= 0xE0 ? 1U : 0U) + (lead >= 0xF0 ? 1U : 0U);
-    constexpr char32_t kSmallest[] = {0x80, 0x800, 0x10000};
-    character = lead & (0x7F >> count);
-    bool isValid = lead >= 0xC0 && lead < 0xF8 && raw.size() - at >= count;
-    for (size_t i = 1; isValid && i != count; ++i) {
-        isValid = (byte(at + i) & 0xC0) == 0x80;
-        character = character << 6 | (byte(at + i) & 0x3F);
+    if (rest.front() == '\r') {
+        rest.remove_prefix(rest.starts_with("\r\n") ? 2 : 1);
+        return '\n';
     }
-    if (!isValid || character < kSmallest[count - 2] || character > 0x10FFFF || (character >> 11) == 0x1B) {
-        throw XmlTextError{at, kWrongEncoding};
+    constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    const auto lead = static_cast<unsigned char>(rest.front());
+    const auto ones = static_cast<size_t>(std::countl_one(lead)); // the number of bytes, or 0 for ASCII
+    char32_t character = lead & (0x7FU >> ones);
+    rest.remove_prefix(1);
+    if (ones == 1 || ones > 4 || rest.size() + 1 < ones) {
+        return 0;
     }
-    return at + count;
+    for (size_t i = 1; i < ones; ++i, rest.remove_prefix(1)) {
+        const auto byte = static_cast<unsigned char>(rest.front());
+        if ((byte & 0xC0) != 0x80) {
+            return 0;
+        }
+        character = character << 6 | (byte & 0x3FU);
+    }
+    return character >= kSmallest[ones] ? character : 0;
 }
 
 } // namespace
 
-void AppendXmlText(std::wstring& text, std::string_view raw, XmlTextKind kind)
+TextPlace PlaceOf(std::string_view text, size_t offset, const TextPlace& from)
+{
+    TextPlace place = from.offset <= offset ? from : TextPlace{};
+    std::string_view passed = text.substr(place.offset, offset - place.offset);
+    place.offset = offset;
+    if (const size_t last = passed.rfind('\n'); last != passed.npos) {
+        place.line += static_cast<size_t>(std::count(passed.begin(), passed.end(), '\n'));
+        place.column = 1;
+        passed.remove_prefix(last + 1);
+    }
+    for (const char c : passed) {
+        const auto byte = static_cast<unsigned char>(c);
+        place.column += ((byte & 0xC0) != 0x80 ? 1U : 0U) + (byte >= 0xF0 ? 1U : 0U);
+    }
+    return place;
+}
+
+void FailAt(std::string_view text, size_t offset, std::wstring reason)
+{
+    const TextPlace place = PlaceOf(text, offset);
+    throw TextError{place.line, place.column, std::move(reason)};
+}
+
+void AppendXmlText(std::pmr::wstring& text, std::string_view xml, std::string_view rest, XmlTextKind kind)
 {
     // UTF-16 never has more units than UTF-8 has bytes, and no reference means more units than it has bytes.
     const size_t size = text.size();
-    text.resize(size + raw.size());
+    text.resize(size + rest.size());
     wchar_t* end = text.data() + size;
-    for (size_t at = 0;;) {
-        for (; at != raw.size() && IsPlain(raw[at]); ++at) {
-            *end++ = static_cast<wchar_t>(raw[at]);
+    while (!rest.empty()) {
+        if (IsPlain(rest.front())) {
+            *end++ = static_cast<wchar_t>(rest.front());
+            rest.remove_prefix(1);
+            continue;
         }
-        if (at == raw.size()) {
-            break;
-        }
-        char32_t c = static_cast<unsigned char>(raw[at]);
-        if (c == '&' && kind != XmlTextKind::Literal) {
-            at = TakeReference(raw, at, c);
-        } else if (c >= 0x80) {
-            at = TakeCharacter(raw, at, c);
-        } else {
-            const bool isBreak = c == '\r' || c == '\n';
-            at += raw.substr(at).starts_with("\r\n") ? 2 : 1;
-            c = isBreak ? '\n' : c;
-            c = kind == XmlTextKind::AttributeValue && (isBreak || c == '\t') ? ' ' : c;
+        const auto offset = static_cast<size_t>(rest.data() - xml.data());
+        const bool isReference = kind != XmlTextKind::Literal && rest.front() == '&';
+        char32_t c = isReference ? TakeReference(rest) : TakeCharacter(rest);
+        if (c == 0) {
+            FailAt(xml, offset, isReference ? kNoReference : kWrongEncoding);
         }
         if (!IsXmlCharacter(c)) {
-            throw XmlTextError{at - 1, L"this character is not allowed in XML"};
+            FailAt(xml, offset, L"this character is not allowed in XML");
+        }
+        if (kind == XmlTextKind::AttributeValue) {
+            c = isReference || c >= 0x20 ? c : ' ';
+        } else if (c == '\n' && end != text.data() && end[-1] == '\r') {
+            --end; // a CR written as a reference before a line break belongs to it
         }
         if (c >= 0x10000) {
             *end++ = static_cast<wchar_t>(0xD7C0 + (c >> 10));
             c = 0xDC00 + (c & 0x3FF);
         }
-        // A CR written as a reference before a line break belongs to it.
-        end -= kind != XmlTextKind::AttributeValue && c == '\n' && end != text.data() && end[-1] == '\r' ? 1 : 0;
         *end++ = static_cast<wchar_t>(c);
     }
     text.resize(static_cast<size_t>(end - text.data()));

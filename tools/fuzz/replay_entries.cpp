@@ -32,10 +32,10 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
                 assert(!event->channel.empty() && event->xml.Child({L"RenderingInfo"}) == nullptr);
                 assert(event->xml.Attribute(L"replay:error") == nullptr);
                 assert(!event->message || WithCarriageReturns(*event->message) == *event->message);
-            } else if (const auto* const action = std::get_if<Action>(&entry)) {
-                assert(action->node.name.starts_with(kReplayPrefix));
             } else {
-                assert(!std::get<Declaration>(entry).name.empty());
+                const auto& [kind, node] = std::get<Action>(entry);
+                assert(node.name.starts_with(kReplayPrefix));
+                assert(kind >= kDeclarationKinds || !node.Attribute(L"name")->empty());
             }
         }
     } catch (const TextError& error) {

@@ -10,6 +10,8 @@ namespace orvel::replay {
 
 namespace {
 
+constexpr size_t kEntrySize = size_t{20} * 1024; // in memory; most events are smaller
+
 const Names kClassicChannels = {L"Application", L"System", L"Security", L"Setup"};
 // What is installed on the desktop that is played, though the export may have no event of it.
 const Names kInstalledPublishers = {L"Application Error", L"korvex"};
@@ -48,10 +50,10 @@ Log::Log(std::string utf8) : text(std::move(utf8)), reader(text)
     if (hasEntry && reader.Name() != "Event") {
         hasEntry = reader.Enter();
     }
-    EntrySlot slot;
     while (hasEntry && reader.NextElement()) {
         const size_t offset = reader.Offset();
-        const Entry& entry = slot.Read(reader);
+        Arena arena(kEntrySize);
+        const Entry entry = ReadEntry(reader, arena);
         const auto* const action = std::get_if<Action>(&entry);
         if (action != nullptr && action->kind < kDeclarationKinds) {
             Add(declarations[action->kind], *action->node.Attribute(L"name"));
@@ -66,22 +68,23 @@ Log::Log(std::string utf8) : text(std::move(utf8)), reader(text)
     reader.ExpectEnd();
 }
 
-const Entry& EntrySlot::Read(XmlReader& reader)
-{
-    entry_.reset();
-    arena_.release();
-    return entry_.emplace(ReadEntry(reader, arena_));
-}
+struct LogReader::Slot {
+    std::array<std::byte, kEntrySize> first;
+    Arena arena{first.data(), first.size()};
+    std::optional<Entry> entry;
+};
 
 std::shared_ptr<const Entry> LogReader::Read(size_t index)
 {
-    std::shared_ptr<EntrySlot>& slot = slots_[next_++ % slots_.size()];
+    std::shared_ptr<Slot>& slot = slots_[next_++ % slots_.size()];
     if (slot.use_count() != 1) {
-        slot = std::make_shared<EntrySlot>();
+        slot = std::make_shared<Slot>();
     }
     std::atomic_thread_fence(std::memory_order_acquire); // after the last use on another thread
+    slot->entry.reset();
+    slot->arena.release();
     reader_.Return(log_->entries[index]);
-    return {slot, &slot->Read(reader_)};
+    return {slot, &slot->entry.emplace(ReadEntry(reader_, slot->arena))};
 }
 
 std::shared_ptr<const Event> LogReader::ReadEvent(size_t index)

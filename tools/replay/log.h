@@ -29,17 +29,6 @@ struct Log {
     Log& operator=(const Log&) = delete;
 };
 
-/// An entry and its memory, which is used again for the next one.
-class EntrySlot {
-public:
-    const Entry& Read(XmlReader& reader);
-
-private:
-    std::array<std::byte, size_t{24} * 1024> first_;
-    Arena arena_{first_.data(), first_.size()};
-    std::optional<Entry> entry_;
-};
-
 /// Reads entries of a log one by one. The memory of an entry is used again when nobody holds it. One thread at a time.
 class LogReader {
 public:
@@ -50,9 +39,11 @@ public:
     std::shared_ptr<const Event> ReadEvent(size_t index);
 
 private:
+    struct Slot; // an entry and its memory
+
     const std::shared_ptr<const Log> log_;
     XmlReader reader_;
-    std::array<std::shared_ptr<EntrySlot>, 160> slots_; // used in turn; more than are ever queued for a subscription
+    std::array<std::shared_ptr<Slot>, 160> slots_; // used in turn; more than are ever queued for a subscription
     size_t next_ = 0;
 };
 

@@ -12,29 +12,26 @@ namespace {
 constexpr size_t kLongestQueue = 64;
 
 using Subscribers = std::vector<std::shared_ptr<Subscriber>>;
-using Snapshot = std::shared_ptr<const Subscribers>;
 
 std::mutex openLock;
 Callback currentObserver;
-// Replaced when one is opened or closed, so that a delivery does not need to copy it; outlives the workers, which end
-// with the process.
-auto& open = *new Snapshot(std::make_shared<Subscribers>());
+auto& open = *new Subscribers; // outlives the workers, which end with the process
 
 /// Returns the open subscriptions.
-Snapshot OpenSubscribers()
+Subscribers OpenSubscribers()
 {
     const std::lock_guard guard(openLock);
     return open;
 }
 
-bool IsInsideCallback(const Snapshot& subscribers)
+bool IsInsideCallback(const Subscribers& subscribers)
 {
-    return std::ranges::any_of(*subscribers, [](const auto& subscriber) { return subscriber->IsRunningHere(); });
+    return std::ranges::any_of(subscribers, [](const auto& subscriber) { return subscriber->IsRunningHere(); });
 }
 
-void WaitFor(const Snapshot& subscribers)
+void WaitFor(const Subscribers& subscribers)
 {
-    std::ranges::for_each(*subscribers, [](const auto& subscriber) { subscriber->WaitForQueue(); });
+    std::ranges::for_each(subscribers, [](const auto& subscriber) { subscriber->WaitForQueue(); });
 }
 
 } // namespace
@@ -148,11 +145,7 @@ void SetObserver(const Callback& observer)
 std::shared_ptr<Subscriber> OpenSubscription(Selection selection, const Callback& callback)
 {
     const std::lock_guard guard(openLock);
-    auto changed = std::make_shared<Subscribers>(*open);
-    auto subscriber = std::make_shared<Subscriber>(std::move(selection), callback, currentObserver);
-    changed->push_back(subscriber);
-    open = std::move(changed);
-    return subscriber;
+    return open.emplace_back(std::make_shared<Subscriber>(std::move(selection), callback, currentObserver));
 }
 
 void CloseSubscription(Subscriber& subscriber, bool waits)
@@ -160,9 +153,7 @@ void CloseSubscription(Subscriber& subscriber, bool waits)
     subscriber.Close();
     {
         const std::lock_guard guard(openLock);
-        auto changed = std::make_shared<Subscribers>(*open);
-        std::erase_if(*changed, [&](const auto& other) { return other.get() == &subscriber; });
-        open = std::move(changed);
+        std::erase_if(open, [&](const auto& other) { return other.get() == &subscriber; });
     }
     if (waits) {
         subscriber.WaitForCallback();
@@ -171,11 +162,11 @@ void CloseSubscription(Subscriber& subscriber, bool waits)
 
 DWORD Deliver(const Delivery& delivery, DeliveryMode mode)
 {
-    const Snapshot subscribers = OpenSubscribers();
+    const Subscribers subscribers = OpenSubscribers();
     if (IsInsideCallback(subscribers)) {
         return ERROR_POSSIBLE_DEADLOCK;
     }
-    for (const auto& subscriber : *subscribers) {
+    for (const auto& subscriber : subscribers) {
         if (!subscriber->Wants(delivery)) {
             continue;
         }
@@ -193,7 +184,7 @@ DWORD Deliver(const Delivery& delivery, DeliveryMode mode)
 
 void WaitForDeliveries()
 {
-    const Snapshot subscribers = OpenSubscribers();
+    const Subscribers subscribers = OpenSubscribers();
     if (!IsInsideCallback(subscribers)) {
         WaitFor(subscribers);
     }

@@ -60,7 +60,7 @@ TEST(XmlReader, ReadsNamesAttributesTextsAndChildren)
             const Node root = ReadDocument(text, arena);
             EXPECT_TRUE(expected == nullptr || Shown(root) == expected) << text << testing::Message() << Shown(root);
         } catch (const TextError& error) {
-            ADD_FAILURE() << text << ": " << error.line << ':' << error.column << testing::Message() << error.reason;
+            ADD_FAILURE() << text << testing::Message() << error.Text();
         }
     }
 }
@@ -106,7 +106,7 @@ TEST(XmlReader, RefusesWhatIsNotWellFormedOrTooLargeWithItsPlace)
             ReadDocument(text, arena);
             ADD_FAILURE() << "no error in: " << text.substr(0, 60);
         } catch (const TextError& error) {
-            EXPECT_EQ(std::pair(error.line, error.column), std::pair(line, column))
+            EXPECT_EQ(std::pair(error.place.line, error.place.column), std::pair(line, column))
                 << text.substr(0, 60) << testing::Message() << error.reason;
             EXPECT_FALSE(error.reason.empty());
         }

@@ -18,15 +18,9 @@ namespace {
     throw Failure(ExitCode::Configuration, text);
 }
 
-std::string Place(const std::string& file, size_t line, size_t column)
+std::string Place(const std::string& file, const replay::TextPlace& place)
 {
-    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
-}
-
-std::string Place(const std::string& file, std::string_view text, size_t offset)
-{
-    const replay::TextPlace place = replay::PlaceOf(text, offset);
-    return Place(file, place.line, place.column);
+    return file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 
 /// Reads a metric's name and place, and rejects what MSXML would accept and the provider would misread.
@@ -35,14 +29,15 @@ MetricConfiguration ReadMetric(replay::XmlReader& reader, const std::string& fil
     replay::Arena arena;
     const size_t begin = reader.Offset();
     const replay::Node element = reader.Read(arena);
-    const std::string place = Place(file, reader.Text(), element.begin);
+    const std::string place = Place(file, replay::PlaceOf(reader.Text(), element.begin));
     const auto* const name = element.Attribute(L"name");
     if (element.name != L"metric" || name == nullptr || name->empty()) {
         Fail(place + ": <" + ToUtf8(element.name) + "> is not a metric with a name; write <metric name=\"...\">");
     }
     for (const replay::Node& property : element.children) {
         if ((property.name == L"query" || property.name == L"channel") && !property.children.empty()) {
-            Fail(Place(file, reader.Text(), property.children.front().begin) + ": <" + ToUtf8(property.name) +
+            Fail(Place(file, replay::PlaceOf(reader.Text(), property.children.front().begin)) + ": <" +
+                 ToUtf8(property.name) +
                  "> must hold text alone; put <![CDATA[ and ]]> around a query that is XML itself");
         }
     }
@@ -96,12 +91,12 @@ std::vector<MetricConfiguration> ReadConfiguration(const std::string& path)
         }
         reader.ExpectEnd();
         if (metrics.empty()) {
-            Fail(Place(file, text, root) +
+            Fail(Place(file, replay::PlaceOf(text, root)) +
                  ": no <metric> inside the root element; add one per subscription, see --help");
         }
         return metrics;
     } catch (const replay::TextError& error) {
-        Fail(Place(file, error.line, error.column) + ": the XML is broken here (" + ToUtf8(error.reason) +
+        Fail(Place(file, error.place) + ": the XML is broken here (" + ToUtf8(error.reason) +
              "); close every tag, and write < and & in a query as &lt; and &amp;");
     }
 }

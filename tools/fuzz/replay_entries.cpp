@@ -20,7 +20,7 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
         assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotSupported);
         assert(!error.reason.empty());
     } catch (const TextError& error) {
-        assert(error.line >= 1 && error.column >= 1 && !error.reason.empty());
+        assert(error.place.line >= 1 && error.place.column >= 1 && !error.reason.empty());
     }
     try {
         Arena arena;
@@ -39,6 +39,6 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
             }
         }
     } catch (const TextError& error) {
-        assert(error.line >= 1 && error.column >= 1 && !error.reason.empty());
+        assert(error.place.line >= 1 && error.place.column >= 1 && !error.reason.empty());
     }
 }

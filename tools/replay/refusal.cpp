@@ -55,9 +55,7 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query)
         throw Refusal{error.code, meaning + error.reason, hasPlace ? error.position + 1 : 0,
                       isStructured ? std::move(error.source) : std::wstring(text)};
     } catch (const TextError& error) {
-        throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"the structured query is not well-formed XML: line " +
-                                                        std::to_wstring(error.line) + L", column " +
-                                                        std::to_wstring(error.column) + L": " + error.reason};
+        throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"the structured query is not well-formed XML: " + error.Text()};
     }
 }
 

@@ -46,21 +46,19 @@ void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
 std::string DecodeExport(std::string bytes)
 {
     if (bytes.size() > kLargestExport) {
-        throw TextError{1, 1, L"the export is larger than 1 GiB; export fewer events"};
+        FailAt(bytes, 0, L"the export is larger than 1 GiB; export fewer events");
     }
     bytes = orvel::DecodeText(std::move(bytes));
     if (bytes.find_first_not_of(" \t\r\n") == bytes.npos) {
-        throw TextError{1, 1, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport)};
+        FailAt(bytes, 0, L"the export is empty; did the tool that wrote it fail? " + std::wstring(kHowToExport));
     }
     if (bytes.starts_with("ElfFile")) {
-        throw TextError{1, 1,
-                        L"this is a binary event log; turn it into an export with: "
-                        L"wevtutil qe FILE.evtx /lf:true /f:RenderedXml /e:Events"};
+        FailAt(bytes, 0,
+               L"this is a binary event log; turn it into an export with: "
+               L"wevtutil qe FILE.evtx /lf:true /f:RenderedXml /e:Events");
     }
     if (const size_t zero = bytes.find('\0'); zero != bytes.npos) {
-        throw TextError{
-            static_cast<size_t>(std::count(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(zero), '\n')) + 1, 1,
-            L"this is a binary file; " + std::wstring(kHowToExport)};
+        FailAt(bytes, zero, L"this is a binary file; " + std::wstring(kHowToExport));
     }
     return bytes;
 }
@@ -145,9 +143,7 @@ try {
     CopyText(L"", message, messageCharacters);
     return ERROR_SUCCESS;
 } catch (const TextError& error) {
-    CopyText(L"line " + std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
-                 error.reason,
-             message, messageCharacters);
+    CopyText(error.Text(), message, messageCharacters);
     return ERROR_INVALID_DATA;
 }
 

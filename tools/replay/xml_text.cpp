@@ -92,10 +92,14 @@ TextPlace PlaceOf(std::string_view text, size_t offset, const TextPlace& from)
     return place;
 }
 
+std::wstring TextError::Text() const
+{
+    return L"line " + std::to_wstring(place.line) + L", column " + std::to_wstring(place.column) + L": " + reason;
+}
+
 void FailAt(std::string_view text, size_t offset, std::wstring reason)
 {
-    const TextPlace place = PlaceOf(text, offset);
-    throw TextError{place.line, place.column, std::move(reason)};
+    throw TextError{PlaceOf(text, offset), std::move(reason)};
 }
 
 void AppendXmlText(std::pmr::wstring& text, std::string_view xml, std::string_view rest, XmlTextKind kind)

@@ -17,11 +17,13 @@ struct TextPlace {
 /// Returns the place of an offset. Counts from the place `from` if that comes earlier, else from the start.
 TextPlace PlaceOf(std::string_view text, size_t offset, const TextPlace& from = {});
 
-/// What is wrong with an export or a structured query, with the place: line and column from 1.
+/// What is wrong with an export, a structured query or a configuration.
 struct TextError {
-    size_t line;
-    size_t column;
+    TextPlace place;
     std::wstring reason;
+
+    /// Returns the reason with the line and the column.
+    std::wstring Text() const;
 };
 
 /// Throws TextError with the place of an offset.

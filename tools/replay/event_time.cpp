@@ -1,7 +1,6 @@
 #include "tools/replay/event_time.h"
 
 #include "tools/replay/event_value.h"
-#include "tools/replay/query_open_points.h"
 
 #include <array>
 #include <chrono>
@@ -41,7 +40,7 @@ std::optional<uint64_t> ParseEventTime(std::wstring_view text)
     const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(year)), std::chrono::month(month),
                                            std::chrono::day(day)};
     constexpr std::chrono::sys_days kEpoch = std::chrono::year(1601) / 1 / 1;
-    const bool isUtc = text == L"Z" || (text.empty() && kTimesMayLackZ);
+    const bool isUtc = text == L"Z" || text.empty(); // what a time without Z means is not documented
     if (!isUtc || !date.ok() || date < kEpoch || hour > 23 || minute > 59 || second > 59) {
         return std::nullopt;
     }

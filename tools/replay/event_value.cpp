@@ -87,24 +87,22 @@ std::optional<Number> ParseNumber(std::wstring_view text)
 
 std::optional<Guid> ParseGuid(std::wstring_view text)
 {
-    constexpr std::wstring_view kPattern = L"00000000-0000-0000-0000-000000000000"; // 0 stands for any digit
-    if (text.size() == kPattern.size() + 2 && text.front() == L'{' && text.back() == L'}') {
-        text = text.substr(1, kPattern.size());
+    constexpr size_t kSize = 36;
+    constexpr std::array<size_t, 5> kDigits = {8, 4, 4, 4, 12};
+    if (text.size() == kSize + 2 && text.front() == L'{' && text.back() == L'}') {
+        text = text.substr(1, kSize);
     }
-    if (text.size() != kPattern.size()) {
+    if (text.size() != kSize) {
         return std::nullopt;
     }
     Guid guid;
-    size_t digits = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const unsigned digit = DigitValue(text[i]);
-        if (kPattern[i] == L'-' ? text[i] != L'-' : digit >= 16) {
+    for (size_t i = 0; i < kDigits.size(); ++i) {
+        const std::wstring_view digits = TakePart(text);
+        const auto number = ParseDigits(digits, 16);
+        if (!number || digits.size() != kDigits[i]) {
             return std::nullopt;
         }
-        if (kPattern[i] != L'-') {
-            uint64_t& half = digits++ < 16 ? guid.high : guid.low;
-            half = half * 16 + digit;
-        }
+        guid.parts[i] = *number;
     }
     return guid;
 }

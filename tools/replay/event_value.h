@@ -33,8 +33,7 @@ std::optional<Number> ParseWholeNumber(std::wstring_view text);
 std::optional<Number> ParseNumber(std::wstring_view text);
 
 struct Guid {
-    uint64_t high = 0;
-    uint64_t low = 0;
+    std::array<uint64_t, 5> parts{}; ///< the numbers between the hyphens
     bool operator==(const Guid&) const = default;
 };
 

@@ -2,7 +2,6 @@
 
 #include "tools/replay/event_record.h"
 #include "tools/replay/event_value.h"
-#include "tools/replay/query_open_points.h"
 
 #include <memory>
 #include <vector>
@@ -12,6 +11,11 @@ namespace orvel::replay {
 constexpr unsigned kInvalidQuery = 15001;    // ERROR_EVT_INVALID_QUERY
 constexpr unsigned kQueryTooComplex = 15026; // ERROR_EVT_FILTER_TOO_COMPLEX
 constexpr unsigned kNotSupported = 50;       // ERROR_NOT_SUPPORTED
+
+/// Limits from the pages Consuming Events and QueryType, which do not define "expression". Comparisons, band() calls
+/// and paths whose existence is the condition are counted.
+constexpr size_t kMaxExpressions = 20;
+constexpr size_t kMaxSelectExpressions = 32;
 
 /// Thrown for a query that is refused. The code is kNotSupported if the documentation leaves the construct open, else
 /// the Event Log's code for an invalid query.

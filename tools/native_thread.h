@@ -18,10 +18,10 @@ DWORD WINAPI RunBody(void* body)
     return 0;
 }
 
-/// Handle of a thread, which does not end the thread when it is closed.
+/// Handle of a thread. Closing it does not end the thread.
 using ThreadHandle = std::unique_ptr<void, ReleaseWith<CloseHandle>>;
 
-/// Runs `body` on a new thread, which nobody needs to wait for. Throws std::system_error. Not std::thread::detach:
+/// Runs `body` on a new thread, which need not be waited for. Throws std::system_error. Not std::thread::detach:
 /// under load, threads detached that way were seen to spin forever in winpthreads' cleanup, with the loader's lock
 /// held.
 template <typename Body>

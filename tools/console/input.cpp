@@ -32,8 +32,8 @@ std::string ReadAll(HANDLE file, const std::string& name, ExitCode code)
     for (DWORD count = 1; count != 0;) {
         const size_t size = bytes.size();
         bytes.resize(size + kPiece);
-        const bool isRead = ReadFile(file, bytes.data() + size, kPiece, &count, nullptr) != FALSE;
-        const DWORD error = size > kLargest ? ERROR_FILE_TOO_LARGE : isRead ? ERROR_SUCCESS : GetLastError();
+        DWORD error = ReadFile(file, bytes.data() + size, kPiece, &count, nullptr) ? ERROR_SUCCESS : GetLastError();
+        error = size > kLargest ? ERROR_FILE_TOO_LARGE : error;
         if (error != ERROR_SUCCESS && error != ERROR_BROKEN_PIPE) {
             throw Failure(code, name + ": cannot be read: " + Describe(HRESULT_FROM_WIN32(error)));
         }

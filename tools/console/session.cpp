@@ -24,7 +24,8 @@ std::string LastRefusal(const ReplayClient& replay)
     return ToUtf8(message);
 }
 
-// Pending records are computed, since the module does not report them. The Lamina metric has no line for them: each
+/// Formats the sums of one metric. Pending records are computed, since the module does not report them. The Lamina
+/// metric has no line for them: each
 // logon replaces the values of the one before.
 std::wstring SumsOf(const MetricTally& tally)
 {
@@ -53,11 +54,11 @@ std::wstring SumsOf(const MetricTally& tally)
 
 ReplayClient LoadReplayLog()
 {
-    const std::wstring standIn = PathBesideProgram(L"replay\\wevtapi.dll");
+    const std::wstring path = PathBesideProgram(L"replay\\wevtapi.dll");
     try {
-        return ReplayClient(standIn);
+        return ReplayClient(path);
     } catch (const std::runtime_error& error) {
-        throw Failure(ExitCode::Export, ToUtf8(standIn) + ": " + error.what());
+        throw Failure(ExitCode::Export, ToUtf8(path) + ": " + error.what());
     }
 }
 
@@ -190,7 +191,7 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
     }
 }
 
-// Waits until the next entry is due. An entry that is older than the one before it is due at once.
+/// Waits until the next entry is due. An entry that is older than the one before it is due at once.
 void Session::Pace(DWORD done, DWORD total)
 {
     const ULONGLONG time = done < total && options_.speed > 0 ? replay_->EntryTime(done) : 0;

@@ -22,7 +22,7 @@ constexpr std::array<Timestamp, 4> kTimestamps = {{{L"lamina|logon_timestamp", L
                                                    {L"lamina|all_done_timestamp", L"all done"}}};
 using Times = std::array<std::optional<ULONGLONG>, kTimestamps.size()>; // in milliseconds since 1970
 
-// Formats the date or the time of day, in UTC, of a time in milliseconds since 1970.
+/// Formats the date or the time of day, in UTC, of a time in milliseconds since 1970.
 std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
 {
     constexpr ULONGLONG kLatest = 900000000000000; // beyond it the system's calendar ends
@@ -36,8 +36,8 @@ std::wstring TimeText(ULONGLONG milliseconds, bool isDate)
                   : FormatString(L"%02d:%02d:%02d.%03d", utc.wHour, utc.wMinute, utc.wSecond, utc.wMilliseconds);
 }
 
-// Draws one row per timestamp, with the step from the one before as a bar on a common axis, or as a mark if it took no
-// time.
+/// Draws one row per timestamp, with the step from the one before as a bar on a common axis, or as a mark if it took no
+/// time.
 std::wstring DrawBars(const Times& times, size_t width)
 {
     constexpr size_t kBarWidth = 40;

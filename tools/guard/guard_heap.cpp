@@ -121,7 +121,11 @@ static LPVOID WINAPI GuardedHeapAlloc(HANDLE, DWORD flags, SIZE_T size)
 
 static BOOL WINAPI GuardedHeapFree(HANDLE heap, DWORD flags, LPVOID block)
 {
-    return IsGuarded(block) ? (Free(block), TRUE) : __real___imp_HeapFree(heap, flags, block);
+    if (!IsGuarded(block)) {
+        return __real___imp_HeapFree(heap, flags, block);
+    }
+    Free(block);
+    return TRUE;
 }
 
 static BSTR WINAPI GuardedAllocStringLen(const OLECHAR* text, UINT length)

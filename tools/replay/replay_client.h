@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-/// The replay log's control functions, found in the loaded stand-in.
+/// The control functions of the replay log, which the constructor loads.
 class ReplayClient {
 protected:
     /// Converts to a pointer to the exported function of that name. Throws std::runtime_error.
@@ -28,8 +28,8 @@ protected:
     };
 
 public:
-    /// Loads the stand-in by its full path. Throws std::runtime_error when it is missing or is another wevtapi.dll.
-    /// It stays loaded: a subscription may live as long as the process.
+    /// `path`: the full path of the replay log's wevtapi.dll. Throws std::runtime_error if it cannot be loaded or is
+    /// another wevtapi.dll. It is never unloaded, since a subscription can stay open until the process ends.
     explicit ReplayClient(const std::wstring& path) : module(LoadLibraryW(path.c_str())) {}
 
     HMODULE module;

@@ -19,11 +19,11 @@ enum ReplayHandleKind : DWORD {
     ReplayHandleKindCount
 };
 
-/// What ReplayDeclare says of the desktop.
+/// What ReplayDeclare declares.
 enum ReplayDeclaration : DWORD {
-    ReplayChannel,          // can be subscribed to
-    ReplayPublisher,        // its metadata can be opened
-    ReplayMissingPublisher, // its metadata cannot be opened, although the export has events of it
+    ReplayChannel,          // a channel that can be subscribed to
+    ReplayPublisher,        // a publisher whose metadata can be opened
+    ReplayMissingPublisher, // a publisher whose metadata cannot be opened, even if the export has events from it
     ReplayDeclarationCount
 };
 
@@ -64,15 +64,16 @@ DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageChar
 /// As ReplayLoad, from a file's bytes in memory.
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
-/// Declares what the desktop has or lacks beside the events of the exports, as the elements replay:channel and
-/// replay:publisher do within one. Lasts as long as the process; call it before subscribing.
+/// Declares a channel or publisher that the desktop has or lacks, as the declarations in an export do. Holds until the
+/// process ends; call it before subscribing.
 /// Returns ERROR_INVALID_PARAMETER (87) for an unknown kind or an empty name.
 DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name);
 
-/// Number of loaded entries, events and actions alike.
+/// Returns the number of loaded entries, events and actions alike.
 DWORD WINAPI ReplayCount();
 
-/// When an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a time.
+/// Returns when an entry was created, in 100-ns units since 1601-01-01 UTC; 0 for an action and for an event without a
+/// time.
 ULONGLONG WINAPI ReplayEntryTime(DWORD index);
 
 /// Evaluates a query on all loaded events in order, as a subscription would, without delivering any, and calls
@@ -90,13 +91,13 @@ DWORD WINAPI ReplayPlay(ReplayProgress progress, void* context);
 /// Blocks until the callbacks of all events played so far have returned. `progress` may call it.
 void WINAPI ReplayWaitForDeliveries();
 
-/// Sets a callback that sees each event, on the same thread and with the same handle, just before a subscription does
-/// that is opened from now on. Null for none. The callback must stay valid as long as the process.
+/// Sets a callback that receives each event just before a subscription does, on the same thread and with the same
+/// handle. It applies to subscriptions that are opened later; null for none. It must stay valid until the process ends.
 void WINAPI ReplayObserve(EVT_SUBSCRIBE_CALLBACK observer, void* context);
 
 /// Delivers one loaded event, `times` times, and returns when all deliveries have ended. May run on several threads at
-/// once; deliveries to one subscription are still one at a time. ERROR_INVALID_PARAMETER (87) when there is no such
-/// event; this and the others return ERROR_POSSIBLE_DEADLOCK (1131) from inside a callback.
+/// once; deliveries to one subscription are still one at a time. Returns ERROR_INVALID_PARAMETER (87) if there is no
+/// such event. Like the other functions that deliver, returns ERROR_POSSIBLE_DEADLOCK (1131) inside a callback.
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times);
 
 /// Calls every subscription with action 0 and a Win32 code, as the platform reports missing records.
@@ -112,8 +113,8 @@ DWORD WINAPI ReplayOpenHandles(ReplayHandleKind kind);
 /// after its callback, and of attempts to close an event's handle. They failed with 6.
 DWORD WINAPI ReplayInvalidHandles();
 
-/// Why the last EvtSubscribe of any thread was refused, for people: the place in the query where it stopped, or the
-/// channel; empty after a success. After a ReplayPlay that failed: the entry whose action failed.
+/// Copies the reason why the last EvtSubscribe of any thread failed, with the place in the query or the channel; an
+/// empty text after a success. After a ReplayPlay that failed: the entry whose action failed.
 void WINAPI ReplayLastRefusal(wchar_t* message, DWORD messageCharacters);
 
 } // extern "C"

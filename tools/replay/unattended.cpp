@@ -23,13 +23,13 @@ void Play()
 
 DWORD Start()
 {
-    wchar_t path[MAX_PATH] = L"";
-    const DWORD length = GetEnvironmentVariableW(L"ORVEL_REPLAY", path, MAX_PATH);
-    if (length == 0) {
+    std::wstring path(32767, L'\0'); // the longest value of a variable
+    path.resize(GetEnvironmentVariableW(L"ORVEL_REPLAY", path.data(), static_cast<DWORD>(path.size())));
+    if (path.empty()) {
         return ERROR_SUCCESS;
     }
-    wchar_t message[MAX_PATH] = L"the name is too long";
-    const DWORD error = length < MAX_PATH ? ReplayLoad(path, message, MAX_PATH) : ERROR_FILENAME_EXCED_RANGE;
+    wchar_t message[512] = L"";
+    const DWORD error = ReplayLoad(path.c_str(), message, ARRAYSIZE(message));
     // The thread may outlive the code that loaded this DLL, so the DLL stays loaded.
     HMODULE self = nullptr;
     if (error == ERROR_SUCCESS &&

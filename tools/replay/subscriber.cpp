@@ -36,11 +36,6 @@ void WaitFor(const Subscribers& subscribers)
 
 } // namespace
 
-bool Subscriber::Wants(const Delivery& delivery) const
-{
-    return delivery.error != ERROR_SUCCESS || selection_.Matches(*delivery.event);
-}
-
 void Subscriber::Enqueue(const Delivery& delivery)
 {
     std::unique_lock guard(lock_);
@@ -48,11 +43,11 @@ void Subscriber::Enqueue(const Delivery& delivery)
     if (isClosed_) {
         return;
     }
+    queue_.push_back(delivery);
     if (enqueued_ == 0) {
         StartThread([self = shared_from_this()] { self->Work(); });
     }
     ++enqueued_;
-    queue_.push_back(delivery);
     queueChanged_.notify_all();
 }
 

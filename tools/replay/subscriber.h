@@ -37,7 +37,10 @@ public:
     }
 
     /// Whether the subscription selects the event. Errors go to every subscription.
-    bool Wants(const Delivery& delivery) const;
+    bool Wants(const Delivery& delivery) const
+    {
+        return delivery.error != ERROR_SUCCESS || selection_.Matches(*delivery.event);
+    }
 
     /// Queues a delivery for the worker thread, which takes all that is queued at once. Blocks while the queue is full.
     void Enqueue(const Delivery& delivery);

@@ -31,7 +31,7 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
 
     const auto number = replay::ParseWholeNumber(text);
     const bool isNegative = bytes.starts_with('-'), isHexadecimal = bytes.starts_with("0x");
-    const std::string_view digits = bytes.substr(isHexadecimal ? 2 : isNegative ? 1 : 0);
+    const std::string_view digits = bytes.substr(isHexadecimal ? 2 : size_t{isNegative});
     uint64_t expected = 0;
     const auto result = std::from_chars(digits.begin(), digits.end(), expected, isHexadecimal ? 16 : 10);
     assert(number.has_value() == (result.ec == std::errc() && result.ptr == digits.end()));

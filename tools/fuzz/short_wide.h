@@ -22,7 +22,10 @@ inline const wchar_t* ShortFind(const wchar_t* text, wchar_t unit, size_t count)
 inline int ShortCompare(const wchar_t* a, const wchar_t* b, size_t count)
 {
     const auto differing = mismatch(a, a + count, b);
-    return differing.first == a + count ? 0 : *differing.first < *differing.second ? -1 : 1;
+    if (differing.first == a + count) {
+        return 0;
+    }
+    return *differing.first < *differing.second ? -1 : 1;
 }
 
 // Supports only what std::to_wstring needs for integers.

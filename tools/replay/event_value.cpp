@@ -56,9 +56,8 @@ std::strong_ordering Number::operator<=>(const Number& other) const
 std::optional<Number> ParseWholeNumber(std::wstring_view text)
 {
     const bool isNegative = text.starts_with(L'-');
-    const bool isHexadecimal = text.starts_with(L"0x");
-    const auto magnitude =
-        isHexadecimal ? ParseDigits(text.substr(2), 16) : ParseDigits(text.substr(isNegative ? 1 : 0), 10);
+    const unsigned base = text.starts_with(L"0x") ? 16 : 10;
+    const auto magnitude = ParseDigits(text.substr(base == 16 ? 2 : size_t{isNegative}), base);
     return magnitude ? std::optional(Number{isNegative && *magnitude != 0, *magnitude}) : std::nullopt;
 }
 

@@ -122,8 +122,10 @@ Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Conte
 std::wstring TimeDifferenceText(const Expression& call, const Context& context)
 {
     const auto difference = TimeDifference(call, context);
-    return !difference ? L"unknown, because a time is missing"
-                       : (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
+    if (!difference) {
+        return L"unknown, because a time is missing";
+    }
+    return (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
 }
 
 /// Describes the values for which a comparison is true, such as "at most 3".

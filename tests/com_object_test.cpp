@@ -122,21 +122,4 @@ TEST_F(ComObject, EachObjectAndLockKeepsTheModule)
     }
 }
 
-TEST(Loading, LeavesNoHandleOpen)
-{
-    constexpr DWORD kRounds = 30;
-    DWORD handles = 0;
-    for (DWORD round = 0; round < kRounds; ++round) {
-        {
-            const ModuleUnderTest module;
-            const ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
-            ComPtr<ITypeInfo> typeInfo;
-            EXPECT_EQ(provider->GetTypeInfo(0, 0, typeInfo.GetAddressOf()), S_OK);
-            EXPECT_EQ(provider->SubscribeMetric(_bstr_t(kCrash), Configuration().Get()), S_OK);
-        }
-        handles = round == 0 ? Handles() : handles; // what the platform keeps exists from the first round on
-    }
-    EXPECT_LT(Handles(), handles + kRounds / 2);
-}
-
 } // namespace

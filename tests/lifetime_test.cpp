@@ -118,18 +118,6 @@ TEST_P(LifetimeTest, SinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
     });
 }
 
-TEST_P(LifetimeTest, ModuleStaysMappedUntilTheLastSubscriptionIsClosed)
-{
-    Deliver(0);
-    ASSERT_EQ(Subscribe(), S_OK);
-    FreeTheModule();
-    Deliver(0);
-    EXPECT_EQ(Collect(), S_OK);
-    EXPECT_EQ(sink.Take().size(), 2U);
-    EXPECT_TRUE(module.IsMapped());
-    provider.Reset();
-}
-
 TEST_P(LifetimeTest, BlockedDeliveryRunsToItsEndAfterTheHostFreedTheModule)
 {
     holdsDeliveries = true;

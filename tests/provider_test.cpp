@@ -88,15 +88,6 @@ TEST_F(ProviderTest, EveryLineAsksForItsLevelFirst)
     }
 }
 
-TEST_F(ProviderTest, WorksWithoutAHost)
-{
-    provider = module.CreateProvider();
-    EXPECT_EQ(Subscribe(), S_OK);
-    EXPECT_EQ(Collect(), S_OK);
-    EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
-    EXPECT_EQ(logger.asked, 0);
-}
-
 TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
 {
     ASSERT_EQ(Subscribe(), S_OK);

@@ -258,25 +258,4 @@ TEST(TypeLibrary, RefersToTheHostsInterfaces)
               S_OK);
 }
 
-_COM_SMARTPTR_TYPEDEF(IOrvelDataProvider, __uuidof(IOrvelDataProvider));
-
-TEST(Activation, ByProgIdAndClassIdInBothApartmentKinds)
-{
-    const OddModule module;
-    ASSERT_EQ(module.Register(), S_OK);
-    for (const DWORD apartment : {COINIT_MULTITHREADED, COINIT_APARTMENTTHREADED}) {
-        std::thread([&] {
-            ASSERT_EQ(CoInitializeEx(nullptr, apartment), S_OK);
-            for (const wchar_t* name : {L"OrvelAgent.EventLogProvider", L"OrvelAgent.EventLogProvider.1",
-                                        L"{DAF69464-F4E2-40C0-BCC3-A30E819975F0}"}) {
-                IOrvelDataProviderPtr provider;
-                EXPECT_EQ(provider.CreateInstance(name, nullptr, CLSCTX_INPROC_SERVER), S_OK);
-                EXPECT_TRUE(provider && provider->UnsubscribeAll() == S_OK);
-            }
-            CoFreeUnusedLibrariesEx(0, 0); // Wine's CoUninitialize keeps them
-            CoUninitialize();
-        }).join();
-    }
-}
-
 } // namespace

@@ -104,20 +104,5 @@ TEST(ReplayQuery, ExplainsWhyAnEventIsLeftOut)
     }
 }
 
-TEST(ReplayQuery, LimitsExpressionsToTwentyAndThirtyTwo)
-{
-    LoadExport(L"rules.export.xml");
-    std::wstring query = L"*[System/Level=2";
-    const auto isTaken = [&](const std::wstring& text) { return Evaluate(L"Application", text).code == 0; };
-    for (int count = 2; count <= 33; ++count) {
-        query += L" or b";
-        const std::wstring list =
-            L"<QueryList><Query Path='Application'><Select>" + query + L"]</Select></Query></QueryList>";
-        EXPECT_EQ(isTaken(query + L"]"), count <= 20) << count;
-        EXPECT_EQ(isTaken(list), count <= 32) << count;
-    }
-    EXPECT_EQ(Evaluate(L"Application", query + L"]").code, 15026U);
-}
-
 } // namespace
 } // namespace orvel::replay

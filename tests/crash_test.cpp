@@ -9,7 +9,6 @@
 namespace {
 
 constexpr wchar_t kFlagLine[] = L"appcrash|contained [appcrash|contained] = true";
-constexpr wchar_t kNothingLine[] = L"I No application crash available";
 
 class CrashTest : public ModuleTest {
 protected:
@@ -43,17 +42,15 @@ TEST(TestEnvironment, IsNeitherInUtcNorInEnglish)
     EXPECT_EQ(PRIMARYLANGID(GetUserDefaultLangID()), LANG_GERMAN) << "run the tests with ctest --preset x64";
 }
 
-TEST_F(CrashTest, IsWrittenOnceWithItsMessage)
+TEST_F(CrashTest, WithAnEmptyMessageIsWrittenOnce)
 {
-    std::wstring message;
     const Patch<decltype(EvtFormatMessage)> format(
         module, "EvtFormatMessage",
-        [&](auto, auto, auto, DWORD id, DWORD count, auto, DWORD flags, DWORD size, wchar_t* buffer, DWORD* used) {
+        [](auto, auto, auto, DWORD id, DWORD count, auto, DWORD flags, DWORD size, wchar_t*, DWORD* used) {
             EXPECT_TRUE(id == 0 && count == 0 && flags == EvtFormatMessageEvent);
-            *used = static_cast<DWORD>(message.size()) + 1;
-            // A success may leave any last error.
-            SetLastError(size < *used ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA);
-            return size >= *used && std::wmemcpy(buffer, message.c_str(), *used) != nullptr;
+            *used = 1;
+            SetLastError(size == 0 ? ERROR_INSUFFICIENT_BUFFER : ERROR_MORE_DATA); // a success may leave any last error
+            return size != 0;
         });
     const Patch<decltype(EvtOpenPublisherMetadata)> open(
         module, "EvtOpenPublisherMetadata",
@@ -62,16 +59,13 @@ TEST_F(CrashTest, IsWrittenOnceWithItsMessage)
             EXPECT_STREQ(publisher, L"Application Error");
             return nullptr;
         });
-    for (const wchar_t* text : {L"", L"Gr\u00F6\u00DFe <\u65E5\u672C>"}) {
-        message = text;
-        Deliver(0);
-        EXPECT_EQ(Collect(), S_OK);
-        EXPECT_EQ(sink.Take(), (Lines{kFlagLine, Details(1, text)}));
-        EXPECT_EQ(logger.Take(), Lines{});
-        EXPECT_EQ(Collect(), S_OK);
-        EXPECT_EQ(sink.Take(), Lines{});
-        EXPECT_EQ(logger.Take(), (Lines{kNothingLine}));
-    }
+    Deliver(0);
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(sink.Take(), (Lines{kFlagLine, Details(1, L"")}));
+    EXPECT_EQ(logger.Take(), Lines{});
+    EXPECT_EQ(Collect(), S_OK);
+    EXPECT_EQ(sink.Take(), Lines{});
+    EXPECT_EQ(logger.Take(), Lines{L"I No application crash available"});
 }
 
 TEST_F(CrashTest, QueriesTheComputerNameUntilItSucceeds)

@@ -3,8 +3,11 @@
 #include "tests/support/module_under_test.h"
 #include "tools/utf8.h"
 
+#include <algorithm>
 #include <array>
 #include <fstream>
+#include <map>
+#include <random>
 #include <regex>
 
 namespace orvel::replay {
@@ -102,6 +105,82 @@ TEST(ReplayQuery, ExplainsWhyAnEventIsLeftOut)
         const Evaluation evaluation = Evaluate(L"Application", lines[i]);
         EXPECT_EQ(L"    " + evaluation.reason, lines[i + 1]) << testing::PrintToString(lines[i]);
     }
+}
+
+/// Makes events and queries at random; queries/grammar.txt explains how.
+class Generator {
+public:
+    Generator()
+    {
+        for (const std::wstring& line : ReadLines("grammar.txt")) {
+            const size_t colon = line.find(L": ");
+            size_t end = colon;
+            while (end != line.npos) {
+                const size_t start = end + (end == colon ? 2 : 3);
+                end = line.find(L" | ", start);
+                grammar_[line.substr(0, colon)].push_back(line.substr(start, end - start));
+            }
+        }
+    }
+
+    /// Returns one of a name's alternatives, with the names in it replaced likewise.
+    std::wstring Make(const std::wstring& name)
+    {
+        const Lines& alternatives = grammar_.at(name);
+        std::wstring text = alternatives.at(random_() % alternatives.size());
+        for (size_t start = text.find(L'{'); start != text.npos; start = text.find(L'{', start)) {
+            const size_t end = text.find(L'}', start);
+            text.replace(start, end - start + 1, Make(text.substr(start + 1, end - start - 1)));
+        }
+        return text;
+    }
+
+private:
+    std::map<std::wstring, Lines> grammar_{{L"none", {L""}}};
+    std::mt19937 random_{20'260'302};
+};
+
+/// The numbers of the elements e in which MSXML's XPath finds the query, as in Evaluation::selected.
+std::wstring SelectedByMsxml(IXMLDOMElement& events, const std::wstring& query)
+{
+    ComPtr<IXMLDOMNodeList> numbers;
+    EXPECT_EQ(events.selectNodes(_bstr_t((L"e[" + query + L"]/@n").c_str()), numbers.GetAddressOf()), S_OK) << query;
+    std::wstring selected;
+    ComPtr<IXMLDOMNode> number;
+    while (numbers->nextNode(number.ReleaseAndGetAddressOf()) == S_OK) {
+        _bstr_t text;
+        EXPECT_EQ(number->get_text(text.GetAddress()), S_OK);
+        selected += (selected.empty() ? L"" : L",") + std::wstring(text);
+    }
+    return selected;
+}
+
+TEST(ReplayQuery, SelectsWhatMsxmlSelects)
+{
+    constexpr int kEvents = 40;
+    Generator generator;
+    std::wstring all, numbered;
+    for (int i = 0; i < kEvents; ++i) {
+        const std::wstring event = generator.Make(L"event");
+        all += event;
+        numbered += L"<e n='" + std::to_wstring(1001 + i) + L"'>" + event + L"</e>";
+    }
+    LoadEvents(all);
+    const auto events = Configuration(L"<r>" + numbered + L"</r>");
+    ptrdiff_t evaluated = 0, selected = 0;
+    for (int i = 0; i < 400; ++i) {
+        const std::wstring query = generator.Make(L"query");
+        const Evaluation evaluation = Evaluate(L"Application", query);
+        if (evaluation.code == 15026) { // more expressions than the Event Log takes
+            continue;
+        }
+        ASSERT_EQ(evaluation.code, 0U) << query << L"\n" << evaluation.problem.reason;
+        ASSERT_EQ(evaluation.selected, SelectedByMsxml(*events.Get(), query)) << query << L"\n" << numbered;
+        evaluated += kEvents;
+        selected += evaluation.selected.empty() ? 0 : std::ranges::count(evaluation.selected, L',') + 1;
+    }
+    EXPECT_GT(evaluated, 10'000);
+    EXPECT_TRUE(selected > evaluated / 5 && selected < evaluated / 5 * 4) << selected << " of " << evaluated;
 }
 
 } // namespace

@@ -5,6 +5,9 @@
 #include <cwchar>
 #include <stdexcept>
 
+// The main function is GoogleTest's, which knows nothing of COM.
+[[maybe_unused]] static const HRESULT comInitialised = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+
 // The tests' folder stands beside bin/, which holds what is shipped, and the folders of the module's variants, one of
 // which the environment may name.
 std::wstring BuiltFile(const wchar_t* name)

@@ -25,7 +25,7 @@ protected:
     }
 
     DWORD nameError = ERROR_SUCCESS;
-    const Patch<decltype(GetComputerNameExW)> name{
+    const Patch<decltype(GetComputerNameExW)> computerName{
         module, "GetComputerNameExW", [this](auto, COMPUTER_NAME_FORMAT format, wchar_t* buffer, DWORD* size) {
             EXPECT_TRUE(format == ComputerNameNetBIOS && *size == (buffer == nullptr ? 0 : 5)) << *size;
             *size = 5;

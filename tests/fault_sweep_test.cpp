@@ -62,8 +62,7 @@ public:
 SweptSink* sink;
 
 /// A call of the module and its result, thrown or returned.
-template <typename Call>
-HRESULT Step(const std::wstring& name, const Call& call)
+HRESULT Step(const std::wstring& name, const std::function<HRESULT()>& call)
 {
     HRESULT hr = S_OK;
     try {
@@ -261,8 +260,7 @@ protected:
     }
 
     /// What lack of memory made fail must succeed when it is tried again.
-    template <typename Call>
-    void Insist(const wchar_t* name, const Call& call)
+    void Insist(const wchar_t* name, const std::function<HRESULT()>& call)
     {
         if (Step(name, call) == E_OUTOFMEMORY) {
             EXPECT_EQ(Step(name, call), S_OK);

@@ -18,15 +18,12 @@ TEST(AgentEvent, NeedsTheWholeStartAndPartOfOneWording)
         {L" User is logging in", AgentEventKind::Other},
         {L"User is logging i", AgentEventKind::Other},
         {L"user is logging in", AgentEventKind::Other},
-        {L"All volumes finished processin", AgentEventKind::Other},
         {L"Response received from Manager\r\nLOGIN", AgentEventKind::LogonResponse},
         {L"Response received from Manager: login", AgentEventKind::Other},
         {L"LOGIN: Response received from Manager", AgentEventKind::Other},
         {L"New volume event (mounted):(VolumeType 2)", AgentEventKind::VolumeAttached},
         {L"New volume event (mounted): (VolumeType 22) VolumeType: 2", AgentEventKind::Other},
-        {L"New volume event (mounted) (VolumeType 2)", AgentEventKind::Other},
         {L"New volume finished processing: (VolumeType 2)", AgentEventKind::Other},
-        {L"VolumeType: 2, New volume finished processing", AgentEventKind::Other},
         {L"", AgentEventKind::Other},
     };
     for (const auto& [message, kind] : cases) {

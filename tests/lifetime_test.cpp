@@ -3,14 +3,12 @@
 
 #include "tests/support/module_under_test.h"
 
+#include <atomic>
 #include <optional>
 #include <system_error>
 #include <thread>
 
 namespace {
-
-/// Whether an exception of the module reaches the test. On x86 it ends the process (docs/hosting.md).
-constexpr bool kExceptionsPass = sizeof(void*) == 8;
 
 /// Lets one waiting thread go on. Not std::binary_semaphore: it can lose a wake-up where it is not built on futexes.
 class Signal {
@@ -50,30 +48,30 @@ protected:
     /// Frees the module as a host does that waits for nothing, once its imports are its own again.
     void FreeTheModule()
     {
-        name.reset();
+        computerName.reset();
         module.Free();
     }
 
     bool holdsDeliveries = false; // each sets `inside` and awaits `proceed`
     Signal inside;
     Signal proceed;
-    std::optional<Patch<decltype(GetComputerNameExW)>> name{std::in_place, module, "GetComputerNameExW",
-                                                            [this](auto...) {
-                                                                if (holdsDeliveries) {
-                                                                    inside.Set();
-                                                                    proceed.Await();
-                                                                }
-                                                                return FALSE;
-                                                            }};
+    std::optional<Patch<decltype(GetComputerNameExW)>> computerName{std::in_place, module, "GetComputerNameExW",
+                                                                    [this](auto...) {
+                                                                        if (holdsDeliveries) {
+                                                                            inside.Set();
+                                                                            proceed.Await();
+                                                                        }
+                                                                        return FALSE;
+                                                                    }};
 };
 
 TEST_P(LifetimeTest, HostEndsTheMetricWhoseDeliveryIsRunning)
 {
     holdsDeliveries = true;
     Signal closing;
-    bool isEnding = false;
+    std::atomic isEnding = false;
     const Patch<decltype(EvtClose)> patch(module, "EvtClose", [&](auto close, EVT_HANDLE handle) {
-        if (std::exchange(isEnding, false)) {
+        if (isEnding.exchange(false)) {
             closing.Set();
         }
         return close(handle);
@@ -105,7 +103,7 @@ TEST_P(LifetimeTest, SinkEndsTheMetricThatItReceivesWhileADeliveryWaits)
         Deliver(0);
         std::thread delivery;
         sink.onNextLine = [&] {
-            if constexpr (kExceptionsPass) {
+            if constexpr (sizeof(void*) == 8) { // on x86 an exception ends the process (docs/hosting.md)
                 EXPECT_THROW(Collect(), std::system_error) << "a collection inside itself";
             }
             delivery = std::thread([] { Deliver(0); });

@@ -3,7 +3,6 @@
 #include "tests/support/module_under_test.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <string>
 #include <tuple>

@@ -112,14 +112,10 @@ class Generator {
 public:
     Generator()
     {
+        const std::wregex separator(L": | \\| ");
         for (const std::wstring& line : ReadLines("grammar.txt")) {
-            const size_t colon = line.find(L": ");
-            size_t end = colon;
-            while (end != line.npos) {
-                const size_t start = end + (end == colon ? 2 : 3);
-                end = line.find(L" | ", start);
-                grammar_[line.substr(0, colon)].push_back(line.substr(start, end - start));
-            }
+            const Lines parts(std::wsregex_token_iterator(line.begin(), line.end(), separator, -1), {});
+            grammar_[parts.front()].assign(parts.begin() + 1, parts.end());
         }
     }
 

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "tools/replay/log.h"
-#include "tools/replay/native_lock.h"
 #include "tools/replay/selection.h"
 
 #include <windows.h>
 #include <winevt.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -68,9 +68,9 @@ private:
     const Callback callback_;
     const Callback observer_;
 
-    NativeLock lock_;
-    NativeCondition queueChanged_;
-    NativeCondition ended_;         // a callback has returned
+    std::mutex lock_;
+    std::condition_variable queueChanged_;
+    std::condition_variable ended_; // a callback has returned
     std::atomic<DWORD> runner_ = 0; // the thread inside the callback
     size_t callbacks_ = 0;          // started so far
     bool isClosed_ = false;

@@ -111,7 +111,7 @@ expect 0 'complete, and the query is valid' check --config namespace.xml
 expect 0 ' of the export' check --config good.xml --replay - --module "$dll" <"$export"
 expect 0 'entries played' run --config - --replay "$export" --speed 1000000000x --module "$dll" <good.xml
 expect 2 'only one of' check --config - --replay -
-expect 2 '--speed' run --config good.xml --replay "$export" --speed fast
+expect 2 'such as 60x' run --config good.xml --replay "$export" --speed fast
 expect 2 '--replay' check --config good.xml --explain
 expect 4 'missing.jsonl' check --config good.xml --replay "$export" --expect missing.jsonl
 "$here/../../cmake/wine.sh" "$console" run --config good.xml --replay "$export" --module "$dll" --format jsonl \

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <iostream>
 #include <map>
 
@@ -45,6 +46,17 @@ Exit codes:
  12 the module cannot be registered      15 the metric has no value for the event
  13 the provider cannot be created       16 the value does not match the event
  14 the event cannot be written          17 the registration cannot be removed)";
+
+/// Removes the "x" of a speed such as "60x". Returns an error message for CLI11 if the text is no speed.
+std::string TakeSpeed(std::string& text)
+{
+    text.resize(text.size() - (text.ends_with('x') ? 1 : 0));
+    const char* const end = text.data() + text.size();
+    double speed = 0;
+    const auto [parsed, error] = std::from_chars(text.data(), end, speed);
+    const bool isSpeed = error == std::errc() && parsed == end && speed >= 0.001 && speed <= 1e9;
+    return isSpeed ? "" : "the speed must be a number from 0.001x to 1000000000x, such as 60x";
+}
 
 } // namespace
 
@@ -116,8 +128,7 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
         ->check(CLI::Range(0.1, 86400.0));
     addForReplay(run, "--speed", options.speed, "NUMBERx",
                  "Play the export at NUMBER times its recorded speed, such as 60x (default: as fast as possible)")
-        ->transform(CLI::AsNumberWithUnit(std::map<std::string, double>{{"x", 1}}).description(""))
-        ->check(CLI::Range(0.001, 1e9).description(""));
+        ->transform(CLI::Validator(TakeSpeed, ""));
     run->add_flag("--summary", options.summary, "Print the summary with --format jsonl, too");
 
     try {

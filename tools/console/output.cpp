@@ -33,11 +33,20 @@ WORD Attribute(char mark, WORD plain)
     }
 }
 
-/// Writes in UTF-16, which does not depend on the console's code page.
+/// Writes in UTF-16, which does not depend on the console's code page, and in pieces, because WriteConsoleW fails for a
+/// text that exceeds the heap of the console.
 bool WriteToConsole(HANDLE console, std::wstring_view text)
 {
+    constexpr size_t kPiece = 8000;
     DWORD written = 0;
-    return WriteConsoleW(console, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) != FALSE;
+    bool isWritten = true;
+    while (!text.empty() && isWritten) {
+        const bool isSplit = text.size() > kPiece && IS_HIGH_SURROGATE(text[kPiece - 1]);
+        const size_t size = std::min(text.size(), isSplit ? kPiece - 1 : kPiece);
+        isWritten = WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr) != FALSE;
+        text.remove_prefix(size);
+    }
+    return isWritten;
 }
 
 std::mutex outputLock;

@@ -1,6 +1,7 @@
 #include "host/log.h"
 
 #include "host/bstr.h"
+#include "host/unique_resource.h"
 
 namespace orvel {
 
@@ -11,16 +12,25 @@ wchar_t category[] = L"eventlog";
 
 } // namespace
 
-ErrorSuffix::ErrorSuffix(HRESULT code)
+std::wstring SystemText(HRESULT code)
 {
     constexpr DWORD kUserDefaultLanguage = 0x400;
     wchar_t* text = nullptr;
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
         static_cast<DWORD>(code), kUserDefaultLanguage, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
-    if (length != 0) {
-        text_.reset(text);
+    if (length == 0) {
+        return {};
     }
+    const UniqueLocalText owner(text);
+    return text;
+}
+
+std::wstring ErrorSuffix(HRESULT code)
+{
+    const std::wstring text = SystemText(code);
+    return text.empty() ? FormatString(L"  Error code 0x%08lx.", code)
+                        : FormatString(L"  Error code 0x%08lx -- %s", code, text.c_str());
 }
 
 bool IsLogged(IAgentLogger* logger, LogLevel level)

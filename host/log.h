@@ -1,7 +1,6 @@
 #pragma once
 
 #include "host/format.h"
-#include "host/unique_resource.h"
 
 #include <windows.h>
 #include <OrvelAgent.h>
@@ -13,20 +12,11 @@ namespace orvel {
 /// Levels of a log line. The values are the bits of the mask that GetLogLevels returns.
 enum class LogLevel : LONG { Error = 1, Warning = 2, Info = 4 };
 
-/// The end of an error line: the code and the system's text for it.
-class ErrorSuffix {
-public:
-    /// Looks up the text of an HRESULT or Win32 code in the system's messages.
-    explicit ErrorSuffix(HRESULT code);
+/// Returns the system's text for an HRESULT or Win32 code, with its trailing line break. Empty when there is none.
+std::wstring SystemText(HRESULT code);
 
-    /// Returns the printf format of the suffix; its arguments are the code and `Text()`.
-    const wchar_t* Format() const { return text_ ? L"  Error code 0x%08lx -- %s" : L"  Error code 0x%08lx."; }
-    /// Returns the system's text with its trailing line break, null when there is none. Valid as long as this object.
-    const wchar_t* Text() const { return text_.get(); }
-
-private:
-    UniqueLocalText text_;
-};
+/// Returns the end of an error line: the code and the system's text for it. Throws as `FormatString`.
+std::wstring ErrorSuffix(HRESULT code);
 
 /// Returns whether the logger accepts lines of a level; false without a logger.
 bool IsLogged(IAgentLogger* logger, LogLevel level);
@@ -49,9 +39,7 @@ template <typename... Arguments>
 void LogFailure(IAgentLogger* logger, HRESULT code, const wchar_t* format, Arguments... arguments)
 {
     if (IsLogged(logger, LogLevel::Error)) {
-        const ErrorSuffix suffix(code);
-        const std::wstring whole = std::wstring(format) + suffix.Format();
-        SendLogLine(logger, LogLevel::Error, FormatString(whole.c_str(), arguments..., code, suffix.Text()).c_str());
+        SendLogLine(logger, LogLevel::Error, (FormatString(format, arguments...) + ErrorSuffix(code)).c_str());
     }
 }
 

@@ -152,11 +152,7 @@ bool CLaminaLogCollector::ReadCurrentLog(HANDLE file)
         return false;
     }
     logText_.clear();
-    if (!ReadLogText(file, endSize_ - beginSize_, logText_)) {
-        LogError(L"Failed to read from log file, error: %d", GetLastError());
-        return false;
-    }
-    return true;
+    return ReadLogText(file, endSize_ - beginSize_, logText_, L"Failed to read from log file, error: %d");
 }
 
 bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
@@ -180,24 +176,15 @@ bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
         LogError(L"Backup log file size less than the beginning size, must error occurred, abort");
         return true;
     }
-    if (!SeekLogFile(file.get(), beginSize_)) {
-        return false;
-    }
-    if (!ReadLogText(file.get(), size - beginSize_, text)) {
-        LogError(L"Failed to read from backup log, error: %d", GetLastError());
-        return false;
-    }
-    return true;
+    return SeekLogFile(file.get(), beginSize_) &&
+           ReadLogText(file.get(), size - beginSize_, text, L"Failed to read from backup log, error: %d");
 }
 
 bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
 {
     std::wstring text;
-    if (!ReadBackupLog(text)) {
-        return false;
-    }
-    if (!ReadLogText(file, endSize_, text)) { // from the start of the file, which was just opened
-        LogError(L"Failed to read logs, error: %d", GetLastError());
+    // The file was just opened, so that it is read from its start.
+    if (!ReadBackupLog(text) || !ReadLogText(file, endSize_, text, L"Failed to read logs, error: %d")) {
         return false;
     }
     logText_ = std::move(text);
@@ -215,21 +202,25 @@ bool CLaminaLogCollector::SeekLogFile(HANDLE file, uint32_t offset)
     return true;
 }
 
-bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text)
+bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text, const wchar_t* failure)
 {
-    if (bytes > kMaxReadBytes) {
-        LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
-        return false;
-    }
     if (bytes == 0) {
         return true;
     }
-    // The extra unit terminates the text, which may also be shorter if the file shrank after its size was queried.
-    const size_t start = text.size();
-    text.resize(start + (bytes + 1) / sizeof(wchar_t) + 1);
-    DWORD bytesRead = 0;
-    const bool isRead = ReadFile(file, text.data() + start, bytes, &bytesRead, nullptr) != FALSE;
-    text.resize(isRead ? text.find(L'\0', start) : start);
+    bool isRead = false;
+    if (bytes > kMaxReadBytes) {
+        LogError(L"Asked to read %d bytes, exceed max read bytes", bytes);
+    } else {
+        // The extra unit terminates the text, which may also be shorter if the file shrank after its size was queried.
+        const size_t start = text.size();
+        text.resize(start + (bytes + 1) / sizeof(wchar_t) + 1);
+        DWORD bytesRead = 0;
+        isRead = ReadFile(file, text.data() + start, bytes, &bytesRead, nullptr) != FALSE;
+        text.resize(isRead ? text.find(L'\0', start) : start);
+    }
+    if (!isRead) {
+        LogError(failure, GetLastError());
+    }
     return isRead;
 }
 

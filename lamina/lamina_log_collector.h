@@ -54,8 +54,8 @@ private:
 
     /// Returns null on failure and sets `error` to its Win32 code, otherwise to 0.
     UniqueFile OpenLogFile(const std::wstring& path, DWORD& error);
-    /// Appends to `text`. After a failure of ReadFile the thread's last error is still its code.
-    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text);
+    /// Appends to `text`. `failure` is the format of the line for a failure; its argument is the last error.
+    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text, const wchar_t* failure);
 
     template <typename... Arguments>
     void LogInfo(const wchar_t* format, Arguments... arguments) const

@@ -17,8 +17,7 @@ void Require(bool condition, ExitCode code, const std::string& text)
 
 std::string Describe(HRESULT code)
 {
-    const ErrorSuffix suffix(code);
-    std::wstring text = suffix.Text() == nullptr ? L"" : suffix.Text();
+    std::wstring text = SystemText(code);
     text.erase(text.find_last_not_of(L"\r\n ") + 1);
     return ToUtf8(FormatString(text.empty() ? L"0x%08lx" : L"0x%08lx (%s)", code, text.c_str()));
 }

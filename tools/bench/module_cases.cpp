@@ -84,7 +84,7 @@ void RunLaminaCases(Rig& rig, Report& report)
     const std::wstring response = kResponse + Entries(3);
     const Case cases[] = {
         {"lamina event, nothing to do", L"Heartbeat of the agent, all is well", {0.6, 12, 2, 136}},
-        {"lamina event, logon", kLogon, {4, 31.2, 7, 800}},
+        {"lamina event, logon", kLogon, {7, 31.2, 7, 800}},
         {"lamina event, logon response with 3 plinths", response, {1.3, 25.3, 8.2, 1700}},
         {"lamina event, volume attached",
          L"New volume event (mounted): C:\\SnapVolumes\\a.vhd (VolumeType 2)",
@@ -135,7 +135,7 @@ void RunGrowthCases(Rig& rig, Report& report)
     const Provider lamina = rig.Subscribe(kLamina, kLaminaEvent);
     const DWORD long30000 = rig.AddEvent(kLamina, kLaminaEvent, EndlessEntries(30000));
     const DWORD long3000 = rig.AddEvent(kLamina, kLaminaEvent, EndlessEntries(3000));
-    report.RunGrowth("entry without end of 30,000, to one of 3,000", 4, 50, 10,
+    report.RunGrowth("entry without end of 30,000, to one of 3,000", 2, 50, 10,
                      {DoNothing, [&] { rig.Deliver(long30000); }}, {DoNothing, [&] { rig.Deliver(long3000); }});
 
     constexpr int kThreads = 16;

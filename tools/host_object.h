@@ -12,7 +12,7 @@ namespace orvel {
 template <typename Interface>
 class HostObject : public Interface {
 public:
-    /// References that others hold.
+    /// Returns the number of references that others hold.
     ULONG References() const { return references_; }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override

@@ -25,9 +25,9 @@ struct Node {
     Node(Node&&) = default;
     ~Node() = default;
 
-    /// The element at the end of a path of first children with these names; null when there is none.
+    /// Returns the element at the end of a path of first children with these names, or null.
     const Node* Child(std::initializer_list<std::wstring_view> path) const;
-    /// An attribute's value; null when there is none.
+    /// Returns an attribute's value, or null.
     const std::pmr::wstring* Attribute(std::wstring_view attributeName) const;
 
     std::pmr::wstring name;
@@ -62,7 +62,7 @@ constexpr size_t kDeclarationKinds = Action::MissingPublisher + 1;
 
 using Entry = std::variant<Event, Action>;
 
-/// Equality as the Event Log compares channel and publisher names: without regard to case, here of ASCII letters.
+/// Compares channel or publisher names as the Event Log does: without regard to case, here of ASCII letters.
 bool EqualNames(std::wstring_view a, std::wstring_view b);
 
 /// Orders such names for a container.

@@ -33,7 +33,7 @@ std::optional<uint64_t> ParseDigits(std::wstring_view digits, unsigned base)
     return digits.empty() ? std::nullopt : std::optional(number);
 }
 
-/// The part of `text` before the next hyphen, which is removed together with it.
+/// Removes the part of `text` up to the next hyphen, and returns it without the hyphen.
 std::wstring_view TakePart(std::wstring_view& text)
 {
     const size_t end = std::min(text.find(L'-'), text.size());

@@ -35,7 +35,7 @@ public:
     explicit LogReader(std::shared_ptr<const Log> log) : log_(std::move(log)), reader_(log_->reader) {}
 
     std::shared_ptr<const Entry> Read(size_t index);
-    /// As Read; null if the entry is not an event.
+    /// As Read. Returns null if the entry is not an event.
     std::shared_ptr<const Event> ReadEvent(size_t index);
 
 private:
@@ -47,21 +47,21 @@ private:
     size_t next_ = 0;
 };
 
-/// The log that is loaded; an empty one before the first.
+/// Returns the log that is loaded, or an empty one.
 std::shared_ptr<const Log> CurrentLog();
 void SetCurrentLog(std::shared_ptr<const Log> log);
 
 /// Declares something for all logs of this process.
 void Declare(Action::Kind kind, std::wstring_view name);
 
-/// The publisher's handle object, its name: null unless the export has events of it or it is declared, and if it is
-/// declared as missing.
+/// Returns a publisher's name, which serves as the object of its handle, if the export has events of it or it is
+/// declared. Returns null for others, and for a publisher that is declared as missing.
 std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name);
 
-/// Whether the log has events of the channel, or declares it.
+/// Returns whether the log has events of the channel, or declares it.
 bool HasChannel(const Log& log, std::wstring_view name);
 
-/// Whether the log has or declares the channel, or Windows always has it.
+/// Returns whether the log has or declares the channel, or Windows always has it.
 bool IsKnownChannel(const Log& log, std::wstring_view name);
 
 } // namespace orvel::replay

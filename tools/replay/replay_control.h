@@ -61,7 +61,7 @@ extern "C" {
 /// the current log; nothing is delivered yet. On failure, `message` explains it with line and column.
 DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
 
-/// As ReplayLoad, from a file's bytes in memory.
+/// As ReplayLoad, but reads an export in memory.
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
 /// Declares a channel or publisher that the desktop has or lacks, as the declarations in an export do. Holds until the

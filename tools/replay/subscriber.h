@@ -36,7 +36,7 @@ public:
     {
     }
 
-    /// Whether the subscription selects the event. Errors go to every subscription.
+    /// Returns whether the subscription selects the event. Errors go to every subscription.
     bool Wants(const Delivery& delivery) const
     {
         return delivery.error != ERROR_SUCCESS || selection_.Matches(*delivery.event);
@@ -57,7 +57,7 @@ public:
     /// Blocks until the callback that runs now, if any, has returned, except on the thread that runs it.
     void WaitForCallback();
 
-    /// Whether the current thread is inside this subscription's callback.
+    /// Returns whether the current thread is inside this subscription's callback.
     bool IsRunningHere() const noexcept { return runner_ == GetCurrentThreadId(); }
 
 private:

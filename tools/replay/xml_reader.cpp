@@ -21,7 +21,7 @@ bool IsNameCharacter(char c)
     return IsNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
 }
 
-/// A name for an error message, which needs no more than its beginning.
+/// Formats a name for an error message, which needs no more than its beginning.
 std::wstring Shown(std::string_view name)
 {
     const std::string_view front = name.substr(0, 60);

@@ -32,11 +32,13 @@ public:
     /// Throws TextError if another element follows.
     void ExpectEnd();
 
-    /// The name, as written, of the element that NextElement found.
+    /// Returns the name, as written, of the element that NextElement found.
     std::string_view Name() const { return NameAt(next_ + 1); }
 
-    /// The offset of the element that NextElement found, or behind the one that Read has read, and the way back to it.
+    /// Returns the offset of the element that NextElement found, or the one behind the element that Read has read.
     size_t Offset() const { return next_; }
+
+    /// Moves to an element, by the offset that Offset returned for it.
     void Return(size_t offset) { next_ = offset; }
 
 private:

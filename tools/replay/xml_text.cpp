@@ -14,7 +14,7 @@ constexpr wchar_t kNoReference[] = L"this is not a character reference; write & 
 constexpr wchar_t kWrongEncoding[] =
     L"this is neither UTF-8 nor UTF-16LE; save it as UTF-8, or keep the tool's output unchanged";
 
-/// Whether a byte of UTF-8 is a character by itself in every kind of text.
+/// Returns whether a byte of UTF-8 is a character by itself in every kind of text.
 bool IsPlain(char c)
 {
     return static_cast<signed char>(c) >= 0x20 && c != '&';

@@ -113,13 +113,13 @@ TEST_F(ProviderTest, HostObjectsMayReleaseTheProviderThatTakesThem)
 {
     // The last reference: a host object that is released still uses the provider.
     IOrvelDataProvider* const last = provider.Get();
+    ASSERT_EQ(Subscribe(), S_OK);
     logger.onRelease = [&, isFirst = true]() mutable {
         if (std::exchange(isFirst, false)) {
             const ComPtr<IOrvelDataProvider> again(last);
             EXPECT_EQ(again->UnsubscribeAll(), S_OK);
         }
     };
-    ASSERT_EQ(Subscribe(), S_OK);
     provider.Reset();
     logger.onRelease = nullptr;
 

@@ -10,15 +10,10 @@ CEventLogProviderModule& CEventLogProviderModule::Instance() noexcept
 
 std::wstring CEventLogProviderModule::Path() const
 {
-    std::wstring path(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetModuleFileNameW(handle_, path.data(), static_cast<DWORD>(path.size()));
-        if (length < path.size()) {
-            path.resize(length);
-            return path;
-        }
-        path.resize(path.size() * 2); // a full buffer holds a truncated path
-    }
+    constexpr DWORD kLongestPath = 32768; // with its terminator
+    std::wstring path(kLongestPath, L'\0');
+    path.resize(GetModuleFileNameW(handle_, path.data(), kLongestPath));
+    return path;
 }
 
 } // namespace orvel

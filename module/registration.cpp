@@ -28,7 +28,7 @@ constexpr const wchar_t* kLibraryKey = sizeof(void*) == 8
                                            ? L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}\\1.0\\0\\win64"
                                            : L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}\\1.0\\0\\win32";
 
-// RegOverridePredefKey redirects HKCR for the whole process: one registration at a time.
+// HKCR is redirected for the whole process: one registration at a time.
 NativeLock registrationLock;
 
 class SystemThreadLocale {
@@ -76,13 +76,13 @@ std::wstring ScriptText(HMODULE module, WORD resource)
 }
 
 // Parses the whole script before anything is changed.
-HRESULT RunScript(WORD resource, HKEY classes, LSTATUS (*run)(const ScriptKey&, HKEY))
+HRESULT RunScript(WORD resource, LSTATUS (*run)(const ScriptKey&, HKEY))
 {
     const auto& module = CEventLogProviderModule::Instance();
     try {
         const ScriptKey script =
             ParseScript(ScriptText(module.Handle(), resource), {{L"%MODULE%", module.Path()}, {L"%APPID%", kAppId}});
-        return HresultFromWin32(run(script, classes));
+        return HresultFromWin32(run(script, HKEY_CLASSES_ROOT));
     } catch (const ScriptError& error) {
         const std::wstring line = L"Orvel_eventlog.dll: script " + std::to_wstring(resource) + L", line " +
                                   std::to_wstring(error.line) + L", column " + std::to_wstring(error.column) + L": " +
@@ -92,16 +92,11 @@ HRESULT RunScript(WORD resource, HKEY classes, LSTATUS (*run)(const ScriptKey&, 
     }
 }
 
-HRESULT RegisterTypeLibrary(HKEY classes)
+HRESULT RegisterTypeLibrary()
 {
     std::wstring path = CEventLogProviderModule::Instance().Path();
     ComPtr<ITypeLib> library;
-    HRESULT hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.GetAddressOf());
-    if (FAILED(hr)) {
-        return hr;
-    }
-    const ClassesRedirection redirection(classes);
-    hr = HresultFromWin32(redirection.status);
+    const HRESULT hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.GetAddressOf());
     if (FAILED(hr)) {
         return hr;
     }
@@ -109,25 +104,20 @@ HRESULT RegisterTypeLibrary(HKEY classes)
     return RegisterTypeLib(library.Get(), path.data(), folder.data());
 }
 
-HRESULT UnregisterTypeLibrary(HKEY classes)
+HRESULT UnregisterTypeLibrary()
 {
     // UnRegisterTypeLib returns the same code for a library that is not registered and for one that it may not remove.
     HKEY opened = nullptr;
-    const LSTATUS status = RegOpenKeyExW(classes, kLibraryKey, 0, KEY_READ, &opened);
+    const LSTATUS status = RegOpenKeyExW(HKEY_CLASSES_ROOT, kLibraryKey, 0, KEY_READ, &opened);
     UniqueKey(opened).reset();
     if (status != ERROR_SUCCESS) {
         return status == ERROR_FILE_NOT_FOUND ? S_OK : HresultFromWin32(status);
     }
-    const ClassesRedirection redirection(classes);
-    const HRESULT hr = HresultFromWin32(redirection.status);
-    if (FAILED(hr)) {
-        return hr;
-    }
     return UnRegisterTypeLib(kProviderLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL, kSystem);
 }
 
-// Runs `steps` on the classes of the machine or the user.
-HRESULT OnClasses(HRESULT (*steps)(HKEY classes))
+// Runs `steps` with HKCR redirected to the classes of the machine or the user.
+HRESULT OnClasses(HRESULT (*steps)())
 {
     try {
         const std::lock_guard guard(registrationLock);
@@ -139,32 +129,36 @@ HRESULT OnClasses(HRESULT (*steps)(HKEY classes))
         const LSTATUS status =
             RegCreateKeyExW(isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, L"Software\\Classes", 0, nullptr,
                             REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE, nullptr, &opened, nullptr);
+        if (status != ERROR_SUCCESS) {
+            return HresultFromWin32(status);
+        }
         const UniqueKey classes(opened);
-        return status == ERROR_SUCCESS ? steps(classes.get()) : HresultFromWin32(status);
+        const ClassesRedirection redirection(classes.get());
+        return redirection.status == ERROR_SUCCESS ? steps() : HresultFromWin32(redirection.status);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }
 }
 
-HRESULT Register(HKEY classes)
+HRESULT Register()
 {
     if (CEventLogProviderModule::Instance().Path().empty()) {
         return HresultFromWin32(GetLastError());
     }
     for (const WORD script : {kModuleScript, kClassScript}) {
-        const HRESULT hr = RunScript(script, classes, RegisterContents);
+        const HRESULT hr = RunScript(script, RegisterContents);
         if (FAILED(hr)) {
             return hr;
         }
     }
-    return RegisterTypeLibrary(classes);
+    return RegisterTypeLibrary();
 }
 
-HRESULT Unregister(HKEY classes)
+HRESULT Unregister()
 {
-    HRESULT first = UnregisterTypeLibrary(classes);
+    HRESULT first = UnregisterTypeLibrary();
     for (const WORD script : {kClassScript, kModuleScript}) {
-        const HRESULT hr = RunScript(script, classes, UnregisterContents);
+        const HRESULT hr = RunScript(script, UnregisterContents);
         if (SUCCEEDED(first)) {
             first = hr;
         }

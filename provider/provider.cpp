@@ -31,9 +31,17 @@ void Replace(ComPtr<Interface>& held, Interface* replacement)
     }
 }
 
-} // namespace
+// Runs a call of the host. Holds the provider, because the host may release it from inside the call.
+template <typename Body>
+HRESULT EnterProvider(IUnknown* provider, const Body& body)
+{
+    return EnterModule([&] {
+        const ComPtr<IUnknown> held(provider);
+        return body();
+    });
+}
 
-// Each method holds the provider for its own duration: the host may release it from inside a call.
+} // namespace
 
 void CProvider::ReleaseAll()
 {
@@ -52,8 +60,7 @@ void CProvider::ReleaseAll()
 
 HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
 {
-    return EnterModule([&]() -> HRESULT {
-        const ComPtr<IUnknown> self(this);
+    return EnterProvider(this, [&] {
         if (name == nullptr || configuration == nullptr) {
             return E_INVALIDARG;
         }
@@ -84,8 +91,7 @@ HRESULT CProvider::SubscribeMetric(BSTR name, IUnknown* configuration)
 
 HRESULT CProvider::UnsubscribeMetric(BSTR name)
 {
-    return EnterModule([&]() -> HRESULT {
-        const ComPtr<IUnknown> self(this);
+    return EnterProvider(this, [&] {
         if (name == nullptr) {
             return E_INVALIDARG;
         }
@@ -105,8 +111,7 @@ HRESULT CProvider::UnsubscribeMetric(BSTR name)
 
 HRESULT CProvider::UnsubscribeAll()
 {
-    return EnterModule([&]() -> HRESULT {
-        const ComPtr<IUnknown> self(this);
+    return EnterProvider(this, [&] {
         for (const auto& [name, metric] : metrics_) {
             metric->Unsubscribe();
         }
@@ -120,21 +125,19 @@ HRESULT CProvider::UnsubscribeAll()
 
 HRESULT CProvider::QueryMetric(BSTR name, LONG_PTR context, IUnknown* sink)
 {
-    return EnterModule([&]() -> HRESULT {
-        const ComPtr<IOrvelDataProvider> self(this);
+    return EnterProvider(this, [&] {
         ComPtr<IMetricSink> metricSink;
         // An object without the interface counts as a null sink, which the metric refuses.
         if (sink != nullptr && FAILED(sink->QueryInterface(IID_PPV_ARGS(metricSink.GetAddressOf())))) {
             metricSink.Reset();
         }
-        return self->QueryMetricEx(name, context, metricSink.Get());
+        return QueryMetricEx(name, context, metricSink.Get());
     });
 }
 
 HRESULT CProvider::QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink)
 {
-    return EnterModule([&]() -> HRESULT {
-        const ComPtr<IUnknown> self(this);
+    return EnterProvider(this, [&] {
         if (name == nullptr) {
             return E_INVALIDARG;
         }
@@ -151,11 +154,10 @@ HRESULT CProvider::QueryMetricEx(BSTR name, LONG_PTR context, IMetricSink* sink)
 
 HRESULT CProvider::SetHost(IAgentLogger* logger, IAgentHost* host)
 {
-    return EnterModule([&]() -> HRESULT {
+    return EnterProvider(this, [&] {
         if (logger == nullptr || host == nullptr) {
             return E_INVALIDARG;
         }
-        const ComPtr<IUnknown> self(this);
         Replace(logger_, logger);
         Replace(host_, host);
         return S_OK;

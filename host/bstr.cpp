@@ -6,13 +6,21 @@
 
 namespace orvel {
 
-UniqueBstr MakeBstr(const wchar_t* text)
+namespace {
+
+UniqueBstr Checked(BSTR copy)
 {
-    UniqueBstr copy(SysAllocString(text));
-    if (!copy) {
+    if (copy == nullptr) {
         _com_issue_error(E_OUTOFMEMORY);
     }
-    return copy;
+    return UniqueBstr(copy);
+}
+
+} // namespace
+
+UniqueBstr MakeBstr(const wchar_t* text)
+{
+    return Checked(SysAllocString(text));
 }
 
 UniqueBstr MakeCountedBstr(std::wstring_view text)
@@ -25,11 +33,7 @@ UniqueBstr MakeCountedBstr(std::wstring_view text)
     if (text.size() > kMaxCharacters) {
         _com_issue_error(E_INVALIDARG);
     }
-    UniqueBstr copy(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
-    if (!copy) {
-        _com_issue_error(E_OUTOFMEMORY);
-    }
-    return copy;
+    return Checked(SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
 }
 
 } // namespace orvel

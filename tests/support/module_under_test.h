@@ -100,10 +100,13 @@ public:
 template <typename Condition>
 bool Eventually(Condition condition)
 {
-    for (int wait = 0; wait < 1000 && !condition(); ++wait) {
+    for (int wait = 0; wait < 1000; ++wait) {
+        if (condition()) {
+            return true;
+        }
         Sleep(5);
     }
-    return condition();
+    return false;
 }
 
 /// A host, the loaded module and one provider whose host is set.

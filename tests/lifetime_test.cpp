@@ -3,6 +3,8 @@
 
 #include "tests/support/module_under_test.h"
 
+#include <psapi.h>
+
 #include <atomic>
 #include <optional>
 #include <system_error>
@@ -196,15 +198,17 @@ TEST(ProcessEnd, ProviderCanBeReleasedAfterTheModuleIsDetached)
 {
     EXPECT_EXIT(
         {
-            // Detached in reverse order: the module first, then its host, then the Event Log.
-            decltype(&ReplayOpenHandles) const openHandles = Replay().OpenHandles;
-            const HMODULE lateHost = LoadLibraryW(L"late_host.dll");
-            void (*const hold)(IUnknown*, decltype(openHandles)) = (orvel::FunctionOf{lateHost, "HoldProvider"});
             const ModuleUnderTest module;
             ComPtr<IOrvelDataProvider> provider = module.CreateProvider();
             provider->SubscribeMetric(_bstr_t(kCrash), Configuration().Get());
-            hold(provider.Detach(), openHandles);
-            std::exit(0);
+            MODULEINFO loaded{};
+            GetModuleInformation(GetCurrentProcess(), module, &loaded, sizeof(loaded));
+            // As the loader does when the process ends, before it detaches a host's DLL that still holds the provider.
+            reinterpret_cast<BOOL(WINAPI*)(HMODULE, DWORD, void*)>(loaded.EntryPoint)(module, DLL_PROCESS_DETACH,
+                                                                                      &loaded);
+            TlsSetValue(TlsAlloc(), &loaded); // takes the slot if the module has freed its own
+            provider.Reset();
+            TerminateProcess(GetCurrentProcess(), Replay().OpenHandles(ReplaySubscriptionHandle) == 0 ? 42 : 43);
         },
         testing::ExitedWithCode(42), "");
 }

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-void** ImportPatch::FindSlot(HMODULE module, const char* name)
+void** FindSlot(HMODULE module, const char* name)
 {
     auto* base = reinterpret_cast<BYTE*>(module);
     const auto* headers =
@@ -22,11 +22,10 @@ void** ImportPatch::FindSlot(HMODULE module, const char* name)
     throw std::runtime_error(std::string("the module does not import ") + name);
 }
 
-void* ImportPatch::Exchange(void** slot, void* function)
+void SetSlot(void** slot, void* function)
 {
     DWORD protection = 0;
     VirtualProtect(slot, sizeof(*slot), PAGE_READWRITE, &protection);
-    void* previous = InterlockedExchangePointer(slot, function);
+    InterlockedExchangePointer(slot, function);
     VirtualProtect(slot, sizeof(*slot), protection, &protection);
-    return previous;
 }

@@ -7,42 +7,37 @@
 #include <optional>
 #include <utility>
 
-/// An entry of a loaded module's import address table, or of a vtable, that another function stands in.
-class ImportPatch {
-public:
-    ImportPatch(const ImportPatch&) = delete;
-    ImportPatch& operator=(const ImportPatch&) = delete;
+/// Returns the entry of an import in a loaded module's import address table. Throws std::runtime_error when the module
+/// does not import that name.
+void** FindSlot(HMODULE module, const char* name);
 
-    /// Returns the entry of an import. Throws std::runtime_error when the module does not import that name.
-    static void** FindSlot(HMODULE module, const char* name);
-    /// Returns the entry of an object's method, by its number in the vtable.
-    static void** FindSlot(IUnknown* object, size_t method) { return *reinterpret_cast<void***>(object) + method; }
-    /// Stores a function in an entry and returns the one that was there.
-    static void* Exchange(void** slot, void* function);
+/// Returns the entry of an object's method, by its number in the vtable.
+inline void** FindSlot(IUnknown* object, size_t method)
+{
+    return *reinterpret_cast<void***>(object) + method;
+}
 
-protected:
-    explicit ImportPatch(void** slot) : slot_(slot), replaced_(*slot) {}
-    ~ImportPatch() { Exchange(slot_, replaced_); }
-
-private:
-    void** const slot_;
-    void* const replaced_;
-};
+/// Stores a function in an entry, which may be read-only.
+void SetSlot(void** slot, void* function);
 
 /// Has `body` called in place of a function, for the life of this object. The body takes the replaced function and then
 /// the arguments of the call. Only one patch with the same body exists at a time.
 template <typename Function>
 class Patch;
 template <typename Result, typename... Arguments>
-class Patch<Result WINAPI(Arguments...)> : public ImportPatch {
+class Patch<Result WINAPI(Arguments...)> {
 public:
     /// Replaces a function that a module imports, by its name, or a method of all objects that share an object's
     /// vtable, by its number there.
     template <typename Body>
-    Patch(const auto& object, auto function, Body body) : ImportPatch(FindSlot(object, function))
+    Patch(const auto& object, auto function, Body body) : slot_(FindSlot(object, function)), replaced_(*slot_)
     {
         Install(object, function, std::move(body));
     }
+    ~Patch() { SetSlot(slot_, replaced_); }
+    Patch(const Patch&) = delete;
+    Patch& operator=(const Patch&) = delete;
+
     /// As the constructor; the function stays replaced.
     template <typename Body>
     static void Install(const auto& object, auto function, Body body)
@@ -50,7 +45,7 @@ public:
         void** const slot = FindSlot(object, function);
         Hook<Body>::body.emplace(std::move(body));
         Hook<Body>::replaced = reinterpret_cast<decltype(Hook<Body>::replaced)>(*slot);
-        Exchange(slot, reinterpret_cast<void*>(&Hook<Body>::Call));
+        SetSlot(slot, reinterpret_cast<void*>(&Hook<Body>::Call));
     }
 
 private:
@@ -60,6 +55,9 @@ private:
         static inline Result(WINAPI* replaced)(Arguments...);
         static Result WINAPI Call(Arguments... arguments) { return (*body)(replaced, arguments...); }
     };
+
+    void** const slot_;
+    void* const replaced_;
 };
 
 /// The name of an import as a template argument.

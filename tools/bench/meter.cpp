@@ -16,11 +16,10 @@ namespace orvel::bench {
 
 namespace {
 
-/// The measurements between Begin and End.
+/// The measurements of one call into the module. Times are in ticks.
 struct Sample {
-    long long start = 0;
-    long long total = 0;   // ticks
-    long long outside = 0; // ticks
+    long long total = 0;
+    long long outside = 0;
     long long calls = 0;
     long long allocations = 0;
     long long bytes = 0;
@@ -38,15 +37,12 @@ long long Now()
     return ticks.QuadPart;
 }
 
-void Begin()
+Sample MeasureCall(const auto& call)
 {
     current = {};
-    current.start = Now();
-}
-
-Sample End()
-{
-    current.total = Now() - current.start;
+    const long long start = Now();
+    call();
+    current.total = Now() - start;
     return current;
 }
 
@@ -59,35 +55,22 @@ void Keep(const Sample& sample)
 EVT_SUBSCRIBE_CALLBACK moduleCallback;
 DWORD WINAPI SampleEvent(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_HANDLE event)
 {
-    Begin();
-    const DWORD result = moduleCallback(action, context, event);
-    Keep(End());
+    DWORD result = ERROR_SUCCESS;
+    Keep(MeasureCall([&] { result = moduleCallback(action, context, event); }));
     return result;
 }
 
-/// Replaces one import by a function that calls `kObserve` with the arguments, measures the call and forwards it.
-template <ImportName kName, auto kObserve, typename Function>
-struct Import;
-template <ImportName kName, auto kObserve, typename Result, typename... Arguments>
-struct Import<kName, kObserve, Result(Arguments...)> {
-    static inline Result (*real)(Arguments...);
-
-    static Result Call(Arguments... arguments)
-    {
-        const OutsideCall measured;
-        kObserve(arguments...);
-        return real(arguments...);
-    }
-};
-
 constexpr auto kNothing = [](const auto&...) {};
 
+/// Replaces one import by a function that calls `kObserve` with the arguments, measures the call and forwards it.
 template <ImportName kName, typename Function, auto kObserve = kNothing>
 void Replace(HMODULE module)
 {
-    using This = Import<kName, kObserve, Function>;
-    This::real = reinterpret_cast<Function*>(
-        ImportPatch::Exchange(ImportPatch::FindSlot(module, kName.text), reinterpret_cast<void*>(&This::Call)));
+    Patch<Function>::Install(module, kName.text, [](auto real, auto... arguments) {
+        const OutsideCall measured;
+        kObserve(arguments...);
+        return real(arguments...);
+    });
 }
 
 void CountAllocation(size_t bytes)
@@ -102,24 +85,26 @@ Sample RunRuler()
     static const std::wstring message(1000, L'x');
     static std::wstring copy; // keeps its storage, so that no allocation is measured
     copy.clear();
-    Begin();
-    for (const wchar_t c : message) {
-        copy.push_back(c);
-    }
-    return End();
+    return MeasureCall([] {
+        for (const wchar_t c : message) {
+            copy.push_back(c);
+        }
+    });
 }
 
 /// Measures `calls` outside calls that do nothing, to determine the overhead of measuring.
 Sample RunEmpty(int calls)
 {
-    using Empty = Import<"nothing", kNothing, int()>;
-    Empty::real = [] { return 0; };
-    int (*const volatile call)() = &Empty::Call;
-    Begin();
-    for (int i = 0; i < calls; ++i) {
-        call();
-    }
-    return End();
+    using Function = int();
+    int (*const volatile call)(Function*) = [](Function* real) {
+        const OutsideCall measured;
+        return real();
+    };
+    return MeasureCall([&] {
+        for (int i = 0; i < calls; ++i) {
+            call([] { return 0; });
+        }
+    });
 }
 
 template <typename Value>
@@ -195,9 +180,8 @@ void MeasureImports(HMODULE module)
 
 void TakeSample(const std::function<long()>& call)
 {
-    Begin();
-    const long items = call();
-    Sample sample = End();
+    long items = 0;
+    Sample sample = MeasureCall([&] { items = call(); });
     sample.items = items;
     Keep(sample);
 }

@@ -39,7 +39,7 @@ void TakeSample(const std::function<long()>& call);
 
 /// What a case does in each round. Only samples that `run` takes count.
 struct Work {
-    std::function<void()> prepare;
+    std::function<void()> prepare = [] {};
     std::function<void()> run;
 };
 

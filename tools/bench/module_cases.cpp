@@ -1,4 +1,3 @@
-#include "tools/bench/agent_service.h"
 #include "tools/bench/rig.h"
 
 #include <fstream>
@@ -11,14 +10,16 @@ namespace orvel::bench {
 
 namespace {
 
-constexpr int kCrashEvent = 1000;
-constexpr int kLaminaEvent = 218;
 constexpr DWORD kEvents = 50; // deliveries of an event per round
 constexpr wchar_t kLogon[] = L"User is logging in: EXAMPLE\\someone, session 2";
 constexpr wchar_t kResponse[] = L"Response 200 from Manager";
 constexpr wchar_t kAllDone[] = L"Last volume loaded";
 
-void DoNothing() {}
+/// Returns the crash metric with events of another ID.
+constexpr Metric CrashMetric(int eventId)
+{
+    return {kCrash.name, kCrash.publisher, eventId};
+}
 
 /// Returns a crash message of about `length` characters, in lines as the system writes them.
 std::wstring CrashMessage(size_t length)
@@ -51,62 +52,58 @@ std::wstring EndlessEntries(size_t markers)
     return text;
 }
 
+struct EventCase {
+    const char* name;
+    std::wstring message;
+    Bounds bounds;
+};
+
+/// Measures deliveries of each event after `prepare`.
+void RunEventCases(Rig& rig, Report& report, const Metric& metric, const std::function<void()>& prepare,
+                   const std::vector<EventCase>& cases)
+{
+    for (const auto& [name, message, bounds] : cases) {
+        const DWORD event = rig.AddEvent(metric, message);
+        report.Run(name, bounds, {prepare, [&] { rig.Deliver(event, kEvents); }});
+    }
+}
+
 void RunCrashCases(Rig& rig, Report& report)
 {
-    struct Case {
-        const char* name;
-        size_t length;
-        Bounds bounds;
-    };
-    const Case cases[] = {
-        {"crash event, 200 characters", 200, {2.4, 13.1, 3.1, 1240}},
-        {"crash event, 1,000 characters", 1000, {4.2, 13.1, 3.1, 4440}},
-        {"crash event, 20,000 characters", 20000, {80, 13.1, 3.1, 83000}},
-    };
-    const Provider provider = rig.Subscribe(kCrash, kCrashEvent);
+    const Provider provider = rig.Subscribe(kCrash);
     const auto collect = [&] { rig.Collect(provider, kCrash); };
-    for (const Case& c : cases) {
-        const DWORD event = rig.AddEvent(kCrash, kCrashEvent, CrashMessage(c.length));
-        report.Run(c.name, c.bounds, {collect, [&] { rig.Deliver(event, kEvents); }});
-    }
-    const DWORD event = rig.AddEvent(kCrash, kCrashEvent, CrashMessage(1000));
+    RunEventCases(rig, report, kCrash, collect,
+                  {{"crash event, 200 characters", CrashMessage(200), {2.4, 13.1, 3.1, 1240}},
+                   {"crash event, 1,000 characters", CrashMessage(1000), {4.2, 13.1, 3.1, 4440}},
+                   {"crash event, 20,000 characters", CrashMessage(20000), {80, 13.1, 3.1, 83000}}});
+    const DWORD event = rig.AddEvent(kCrash, CrashMessage(1000));
     report.Run("collected crash, 1,000 characters", {0.4, 9.2, 3.1, 2320},
                {[&] { rig.Deliver(event, kEvents); }, collect});
 }
 
 void RunLaminaCases(Rig& rig, Report& report)
 {
-    struct Case {
-        const char* name;
-        std::wstring message;
-        Bounds bounds;
-    };
     const std::wstring response = kResponse + Entries(3);
-    const Case cases[] = {
-        {"lamina event, nothing to do", L"Heartbeat of the agent, all is well", {0.6, 12, 2, 136}},
-        {"lamina event, logon", kLogon, {7, 31.2, 7, 800}},
-        {"lamina event, logon response with 3 plinths", response, {1.3, 25.3, 8.2, 1700}},
-        {"lamina event, volume attached",
-         L"New volume event (mounted): C:\\SnapVolumes\\a.vhd (VolumeType 2)",
-         {0.6, 12, 2, 192}},
-        {"lamina event, all done", kAllDone, {0.6, 12, 2, 102}},
-        {"lamina event, logoff", L"User is logging off", {0.6, 12, 2, 104}},
-    };
-    const Provider provider = rig.Subscribe(kLamina, kLaminaEvent);
-    const DWORD logon = rig.AddEvent(kLamina, kLaminaEvent, kLogon);
-    const DWORD responded = rig.AddEvent(kLamina, kLaminaEvent, response);
+    const Provider provider = rig.Subscribe(kLamina);
+    const DWORD logon = rig.AddEvent(kLamina, kLogon);
+    const DWORD responded = rig.AddEvent(kLamina, response);
     const auto logOn = [&] {
         rig.Deliver(logon);
         rig.Deliver(responded);
     };
-    for (const Case& c : cases) {
-        const DWORD event = rig.AddEvent(kLamina, kLaminaEvent, c.message);
-        report.Run(c.name, c.bounds, {logOn, [&] { rig.Deliver(event, kEvents); }});
-    }
+    RunEventCases(rig, report, kLamina, logOn,
+                  {{"lamina event, nothing to do", L"Heartbeat of the agent, all is well", {0.6, 12, 2, 136}},
+                   {"lamina event, logon", kLogon, {7, 31.2, 7, 800}},
+                   {"lamina event, logon response with 3 plinths", response, {1.3, 25.3, 8.2, 1700}},
+                   {"lamina event, volume attached",
+                    L"New volume event (mounted): C:\\SnapVolumes\\a.vhd (VolumeType 2)",
+                    {0.6, 12, 2, 192}},
+                   {"lamina event, all done", kAllDone, {0.6, 12, 2, 102}},
+                   {"lamina event, logoff", L"User is logging off", {0.6, 12, 2, 104}}});
     rig.Deliver(logon);
-    rig.Deliver(rig.AddEvent(kLamina, kLaminaEvent, kResponse + Entries(1000)));
+    rig.Deliver(rig.AddEvent(kLamina, kResponse + Entries(1000)));
     report.Run("collected plinth of a thousand", {0.4, 8.1, 3.1, 173},
-               {DoNothing, [&] { rig.Collect(provider, kLamina); }});
+               {.run = [&] { rig.Collect(provider, kLamina); }});
 }
 
 /// Runs the cases whose cost per item must not grow with the amount of data.
@@ -115,10 +112,11 @@ void RunGrowthCases(Rig& rig, Report& report)
     constexpr DWORD kMany = 1000000;
     constexpr DWORD kFew = 500;
     {
-        const Provider full = rig.Subscribe(kCrash, kCrashEvent);
-        const Provider bare = rig.Subscribe(kCrash, kCrashEvent + 1);
-        const DWORD toFull = rig.AddEvent(kCrash, kCrashEvent, CrashMessage(200));
-        const DWORD toBare = rig.AddEvent(kCrash, kCrashEvent + 1, CrashMessage(200));
+        constexpr Metric kOtherCrash = CrashMetric(1001);
+        const Provider full = rig.Subscribe(kCrash);
+        const Provider bare = rig.Subscribe(kOtherCrash);
+        const DWORD toFull = rig.AddEvent(kCrash, CrashMessage(200));
+        const DWORD toBare = rig.AddEvent(kOtherCrash, CrashMessage(200));
         bool isFull = false;
         const auto fill = [&] {
             if (!std::exchange(isFull, true)) {
@@ -132,19 +130,18 @@ void RunGrowthCases(Rig& rig, Report& report)
         report.Run("collected crash of a million", {0.4, 9.2, 3.1, 710},
                    {fill, [&] { rig.Collect(full, kCrash, kFew); }});
     }
-    const Provider lamina = rig.Subscribe(kLamina, kLaminaEvent);
-    const DWORD long30000 = rig.AddEvent(kLamina, kLaminaEvent, EndlessEntries(30000));
-    const DWORD long3000 = rig.AddEvent(kLamina, kLaminaEvent, EndlessEntries(3000));
+    const Provider lamina = rig.Subscribe(kLamina);
+    const DWORD long30000 = rig.AddEvent(kLamina, EndlessEntries(30000));
+    const DWORD long3000 = rig.AddEvent(kLamina, EndlessEntries(3000));
     report.RunGrowth("entry without end of 30,000, to one of 3,000", 2, 50, 10,
-                     {DoNothing, [&] { rig.Deliver(long30000); }}, {DoNothing, [&] { rig.Deliver(long3000); }});
+                     {.run = [&] { rig.Deliver(long30000); }}, {.run = [&] { rig.Deliver(long3000); }});
 
     constexpr int kThreads = 16;
-    constexpr int kThreadEvent = 2000;
     std::vector<Provider> providers;
     std::vector<DWORD> events;
     for (int i = 0; i < kThreads; ++i) {
-        providers.push_back(rig.Subscribe(kCrash, kThreadEvent + i));
-        events.push_back(rig.AddEvent(kCrash, kThreadEvent + i, CrashMessage(200)));
+        providers.push_back(rig.Subscribe(CrashMetric(2000 + i)));
+        events.push_back(rig.AddEvent(CrashMetric(2000 + i), CrashMessage(200)));
     }
     const auto collect = [&] {
         for (const Provider& provider : providers) {
@@ -181,9 +178,9 @@ void RunLogCases(Rig& rig, const std::filesystem::path& logs, Report& report)
     constexpr size_t kFew = 50;
     constexpr size_t kMany = 1000;
     const std::wstring head = L"Manager status 200 response\r\n";
-    const Provider provider = rig.Subscribe(kLamina, kLaminaEvent);
-    const DWORD logon = rig.AddEvent(kLamina, kLaminaEvent, kLogon);
-    const DWORD allDone = rig.AddEvent(kLamina, kLaminaEvent, kAllDone);
+    const Provider provider = rig.Subscribe(kLamina);
+    const DWORD logon = rig.AddEvent(kLamina, kLogon);
+    const DWORD allDone = rig.AddEvent(kLamina, kAllDone);
     const auto search = [&](size_t entries, size_t inBackup) {
         const std::wstring current = (inBackup == 0 ? head : L"") + Entries(entries - inBackup);
         const std::wstring backup = head + Entries(inBackup);
@@ -200,6 +197,35 @@ void RunLogCases(Rig& rig, const std::filesystem::path& logs, Report& report)
     report.RunGrowth("entry of a log across a rotation, to one of the log", 1.4, 50, 1, search(kMany, kMany / 2),
                      search(kMany, 0));
 }
+
+/// Registers the agent's service, with its executable in `folder`, for this process only: redirects HKEY_LOCAL_MACHINE
+/// to a key below HKEY_CURRENT_USER. Meanwhile nothing else is visible there, not even the computer's name.
+class AgentService {
+public:
+    explicit AgentService(const std::filesystem::path& folder)
+    {
+        const std::wstring executable = (folder / L"agent.exe").wstring();
+        HKEY root = nullptr;
+        if (RegCreateKeyW(HKEY_CURRENT_USER, kRoot, &root) != ERROR_SUCCESS ||
+            RegSetKeyValueW(root, L"SYSTEM\\CurrentControlSet\\services\\korvex", L"ImagePath", REG_SZ,
+                            executable.c_str(),
+                            static_cast<DWORD>((executable.size() + 1) * sizeof(wchar_t))) != ERROR_SUCCESS ||
+            RegOverridePredefKey(HKEY_LOCAL_MACHINE, root) != ERROR_SUCCESS) {
+            throw std::runtime_error("cannot write the registry key of the agent's service");
+        }
+        RegCloseKey(root);
+    }
+    ~AgentService()
+    {
+        RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+        RegDeleteTreeW(HKEY_CURRENT_USER, kRoot);
+    }
+    AgentService(const AgentService&) = delete;
+    AgentService& operator=(const AgentService&) = delete;
+
+private:
+    static constexpr wchar_t kRoot[] = L"Software\\OrvelBench";
+};
 
 } // namespace
 

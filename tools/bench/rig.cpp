@@ -32,11 +32,11 @@ Rig::Rig(const std::filesystem::path& folder)
     replay_.SetMode(ReplayOnCallingThread);
 }
 
-DWORD Rig::AddEvent(const Metric& metric, int id, const std::wstring& message)
+DWORD Rig::AddEvent(const Metric& metric, const std::wstring& message)
 {
     events_ += std::wstring(L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
                             L"<Provider Name='") +
-               metric.publisher + L"'/><EventID>" + std::to_wstring(id) +
+               metric.publisher + L"'/><EventID>" + std::to_wstring(metric.eventId) +
                L"</EventID><TimeCreated SystemTime='2024-03-05T07:08:09.1234567Z'/><Channel>Application</Channel>"
                L"</System><RenderingInfo><Message>" +
                message + L"</Message></RenderingInfo></Event>";
@@ -51,11 +51,11 @@ void Rig::Deliver(DWORD event, DWORD times)
     Require(replay_.Deliver(event, times) == ERROR_SUCCESS, "the replay log cannot deliver an event");
 }
 
-Provider Rig::Subscribe(const Metric& metric, int id)
+Provider Rig::Subscribe(const Metric& metric)
 {
     Provider provider;
-    const std::wstring xml = L"<metric><channel>Application</channel><query>*[System[EventID=" + std::to_wstring(id) +
-                             L"]]</query></metric>";
+    const std::wstring xml = L"<metric><channel>Application</channel><query>*[System[EventID=" +
+                             std::to_wstring(metric.eventId) + L"]]</query></metric>";
     Require(SUCCEEDED(factory_->CreateInstance(nullptr, IID_PPV_ARGS(&provider))) &&
                 provider->SetHost(&logger_, &host_) == S_OK &&
                 provider->SubscribeMetric(_bstr_t(metric.name), ParseElement(xml.c_str()).Get()) == S_OK,

@@ -13,13 +13,14 @@
 
 namespace orvel::bench {
 
-/// A metric and the publisher of its events.
+/// A metric and the events that it subscribes to.
 struct Metric {
     const wchar_t* name;
     const wchar_t* publisher;
+    int eventId;
 };
-constexpr Metric kCrash = {L"eventlog|eventlog_appcrash", L"Application Error"};
-constexpr Metric kLamina = {L"eventlog|eventlog_lamina", L"korvex"};
+constexpr Metric kCrash = {L"eventlog|eventlog_appcrash", L"Application Error", 1000};
+constexpr Metric kLamina = {L"eventlog|eventlog_lamina", L"korvex", 218};
 
 using Provider = Microsoft::WRL::ComPtr<IOrvelDataProvider>;
 
@@ -61,12 +62,12 @@ public:
     /// the replay log cannot be used.
     explicit Rig(const std::filesystem::path& folder);
 
-    /// Loads one more event and returns its index.
-    DWORD AddEvent(const Metric& metric, int id, const std::wstring& message);
+    /// Loads one more event of a metric and returns its index.
+    DWORD AddEvent(const Metric& metric, const std::wstring& message);
     void Deliver(DWORD event, DWORD times = 1);
 
-    /// Returns a provider with one subscription, to the events with an ID.
-    Provider Subscribe(const Metric& metric, int id);
+    /// Returns a provider with this metric alone.
+    Provider Subscribe(const Metric& metric);
     /// Takes a sample of a collection, with one item per value.
     void Collect(const Provider& provider, const Metric& metric, long accepted = LONG_MAX);
 

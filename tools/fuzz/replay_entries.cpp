@@ -16,9 +16,9 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
     try {
         const Selection selection = Selection::OfQueryList(bytes);
         assert(!selection.Channels().empty() && !selection.Matches({Node({}), L"", L"elsewhere="}));
-    } catch (const QueryError& error) {
-        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotSupported);
-        assert(!error.reason.empty());
+    } catch (const Refusal& refusal) {
+        assert(refusal.code == kInvalidQuery || refusal.code == kQueryTooComplex || refusal.code == kNotSupported);
+        assert(!refusal.reason.empty());
     } catch (const TextError& error) {
         assert(error.place.line >= 1 && error.place.column >= 1 && !error.reason.empty());
     }

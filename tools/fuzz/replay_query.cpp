@@ -9,9 +9,9 @@ static auto Try(std::wstring_view text, const Parse& parse) -> std::optional<dec
 {
     try {
         return parse(text);
-    } catch (const QueryError& error) {
-        assert(error.position <= text.size() && !error.reason.empty());
-        assert(error.code == kInvalidQuery || error.code == kQueryTooComplex || error.code == kNotSupported);
+    } catch (const Refusal& refusal) {
+        assert(refusal.position <= text.size() && !refusal.reason.empty());
+        assert(refusal.code == kInvalidQuery || refusal.code == kQueryTooComplex || refusal.code == kNotSupported);
         return std::nullopt;
     }
 }
@@ -53,7 +53,7 @@ void orvel::Fuzz(std::wstring_view lines, std::string_view)
     const auto selection = Try(text, select);
     assert(text.empty() ||
            (selection.has_value() == query.has_value() && (!query || selection->Matches(event) == matches)));
-    assert(!query || matches || !query->Explain(event.xml).text.empty());
+    assert(!query || matches || !query->Explain(event.xml).Text().empty());
     // A value path is also a query, and its plain form selects a value whenever the path does.
     if (const auto path = Try(text, &Query::ParseValuePath)) {
         const auto plain = Query::ParseValuePath(path->PlainPath());

@@ -1,7 +1,6 @@
 // Compares parsed event times with the C library's calendar, and parsed numbers with std::from_chars.
 #include "tools/fuzz/fuzz.h"
-#include "tools/replay/event_time.h"
-#include "tools/replay/query.h"
+#include "tools/replay/event_value.h"
 
 #include <charconv>
 #include <ctime>

@@ -114,8 +114,8 @@ try {
         context->emplace_back(valuePaths[i] != nullptr ? valuePaths[i] : L"");
     }
     return Open(ReplayContextHandle, std::move(context));
-} catch (const QueryError& error) {
-    return Fail(error.code); // which one the platform returns is not documented
+} catch (const Refusal& refusal) {
+    return Fail(refusal.code); // which one the platform returns is not documented
 }
 
 BOOL WINAPI EvtRender(EVT_HANDLE contextHandle, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, PVOID buffer,

@@ -1,8 +1,7 @@
 #include "tools/replay/event_value.h"
 
-#include "tools/replay/event_time.h"
-
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <tuple>
 
@@ -33,6 +32,50 @@ std::optional<uint64_t> ParseDigits(std::wstring_view digits, unsigned base)
     return digits.empty() ? std::nullopt : std::optional(number);
 }
 
+/// Removes the digits at the start of `text`, and returns them as a fraction in units of 10^-19.
+uint64_t TakeFraction(std::wstring_view& text)
+{
+    uint64_t fraction = 0;
+    for (uint64_t unit = 1'000'000'000'000'000'000; !text.empty() && IsDigit(text.front()); unit /= 10) {
+        fraction += unit * static_cast<unsigned>(text.front() - L'0');
+        text.remove_prefix(1);
+    }
+    return fraction;
+}
+
+/// Reads the numbers in a text of the form of `pattern`, in which 0 stands for a digit.
+template <size_t Count>
+std::optional<std::array<uint64_t, Count>> ParseFields(std::wstring_view text, std::wstring_view pattern, unsigned base)
+{
+    if (text.size() != pattern.size()) {
+        return std::nullopt;
+    }
+    std::array<uint64_t, Count> fields{};
+    size_t field = 0;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const unsigned digit = DigitValue(text[i]);
+        const bool isDigit = pattern[i] == L'0';
+        if (isDigit ? digit >= base : text[i] != pattern[i]) {
+            return std::nullopt;
+        }
+        if (isDigit) {
+            fields[field] = fields[field] * base + digit;
+        } else {
+            ++field;
+        }
+    }
+    return fields;
+}
+
+std::optional<Guid> ParseGuid(std::wstring_view text)
+{
+    constexpr std::wstring_view kPattern = L"00000000-0000-0000-0000-000000000000";
+    if (text.size() == kPattern.size() + 2 && text.front() == L'{' && text.back() == L'}') {
+        text = text.substr(1, kPattern.size());
+    }
+    return ParseFields<std::tuple_size_v<Guid>>(text, kPattern, 16);
+}
+
 /// Removes the part of `text` up to the next hyphen, and returns it without the hyphen.
 std::wstring_view TakePart(std::wstring_view& text)
 {
@@ -40,6 +83,27 @@ std::wstring_view TakePart(std::wstring_view& text)
     const std::wstring_view part = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     return part;
+}
+
+std::optional<Sid> ParseSid(std::wstring_view text)
+{
+    if (!(text.starts_with(L"S-1-") || text.starts_with(L"s-1-")) || text.ends_with(L'-')) {
+        return std::nullopt;
+    }
+    text.remove_prefix(4);
+    const auto authority = ParseWholeNumber(TakePart(text));
+    if (!authority || authority->whole >= uint64_t{1} << 48 || text.empty()) {
+        return std::nullopt;
+    }
+    Sid sid{authority->whole};
+    for (; !text.empty(); ++sid.count) {
+        const auto part = ParseDigits(TakePart(text), 10);
+        if (!part || *part > std::numeric_limits<uint32_t>::max() || sid.count == sid.parts.size()) {
+            return std::nullopt;
+        }
+        sid.parts[sid.count] = static_cast<uint32_t>(*part);
+    }
+    return sid;
 }
 
 } // namespace
@@ -71,74 +135,57 @@ std::optional<Number> ParseNumber(std::wstring_view text)
     }
     const bool isNegative = text.starts_with(L'-');
     const std::wstring_view before = text.substr(0, point).substr(isNegative ? 1 : 0);
-    std::wstring_view digits = text.substr(point + 1);
-    const auto whole = before.empty() && !digits.empty() ? std::optional(uint64_t{0}) : ParseDigits(before, 10);
-    if (!whole || !std::all_of(digits.begin(), digits.end(), IsDigit)) {
+    std::wstring_view after = text.substr(point + 1);
+    const auto whole = before.empty() && !after.empty() ? std::optional(uint64_t{0}) : ParseDigits(before, 10);
+    const uint64_t fraction = TakeFraction(after);
+    if (!whole || !after.empty()) {
         return std::nullopt;
     }
-    Number number{false, *whole};
-    for (uint64_t unit = 1'000'000'000'000'000'000; unit != 0 && !digits.empty(); unit /= 10, digits.remove_prefix(1)) {
-        number.fraction += unit * static_cast<unsigned>(digits.front() - L'0');
-    }
-    number.isNegative = isNegative && number != Number{};
-    return number;
+    return Number{isNegative && (*whole != 0 || fraction != 0), *whole, fraction};
 }
 
-std::optional<Guid> ParseGuid(std::wstring_view text)
+std::optional<uint64_t> ParseEventTime(std::wstring_view text)
 {
-    constexpr size_t kSize = 36;
-    constexpr std::array<size_t, 5> kDigits = {8, 4, 4, 4, 12};
-    if (text.size() == kSize + 2 && text.front() == L'{' && text.back() == L'}') {
-        text = text.substr(1, kSize);
-    }
-    if (text.size() != kSize) {
+    constexpr std::wstring_view kPattern = L"0000-00-00T00:00:00";
+    const auto fields = ParseFields<6>(text.substr(0, kPattern.size()), kPattern, 10);
+    if (!fields) {
         return std::nullopt;
     }
-    Guid guid;
-    for (size_t i = 0; i < kDigits.size(); ++i) {
-        const std::wstring_view digits = TakePart(text);
-        const auto number = ParseDigits(digits, 16);
-        if (!number || digits.size() != kDigits[i]) {
-            return std::nullopt;
-        }
-        guid.parts[i] = *number;
+    text.remove_prefix(kPattern.size());
+    uint64_t fraction = 0;
+    if (text.size() > 1 && text[0] == L'.' && IsDigit(text[1])) {
+        text.remove_prefix(1);
+        fraction = TakeFraction(text) / 1'000'000'000'000;
     }
-    return guid;
+
+    const auto [year, month, day, hour, minute, second] = *fields;
+    const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(year)),
+                                           std::chrono::month(static_cast<unsigned>(month)),
+                                           std::chrono::day(static_cast<unsigned>(day))};
+    constexpr std::chrono::sys_days kEpoch = std::chrono::year(1601) / 1 / 1;
+    const bool isUtc = text == L"Z" || text.empty(); // what a time without Z means is not documented
+    if (!isUtc || !date.ok() || date < kEpoch || hour > 23 || minute > 59 || second > 59) {
+        return std::nullopt;
+    }
+    const auto days = static_cast<uint64_t>((std::chrono::sys_days{date} - kEpoch).count());
+    return (((days * 24 + hour) * 60 + minute) * 60 + second) * 10'000'000 + fraction;
 }
 
-std::optional<Sid> ParseSid(std::wstring_view text)
-{
-    if (!text.starts_with(L"S-1-") && !text.starts_with(L"s-1-")) {
-        return std::nullopt;
-    }
-    text.remove_prefix(4);
-    const bool endsInHyphen = text.ends_with(L'-');
-    const auto authority = ParseWholeNumber(TakePart(text));
-    if (!authority || authority->whole >= uint64_t{1} << 48 || text.empty()) {
-        return std::nullopt;
-    }
-    Sid sid{authority->whole};
-    for (; !text.empty(); ++sid.count) {
-        const auto part = ParseDigits(TakePart(text), 10);
-        if (!part || *part > std::numeric_limits<uint32_t>::max() || sid.count == sid.parts.size()) {
-            return std::nullopt;
-        }
-        sid.parts[sid.count] = static_cast<uint32_t>(*part);
-    }
-    return endsInHyphen ? std::nullopt : std::optional(sid);
-}
-
-Literal::Literal(std::wstring literalText, bool isQuotedText) : text(std::move(literalText)), isQuoted(isQuotedText)
+Value ParseValue(std::wstring_view text)
 {
     if (const auto number = ParseNumber(text)) {
-        value = *number;
-    } else if (const auto time = ParseEventTime(text)) {
-        value = EventTime{*time};
-    } else if (const auto guid = ParseGuid(text)) {
-        value = *guid;
-    } else if (const auto sid = ParseSid(text)) {
-        value = *sid;
+        return *number;
     }
+    if (const auto time = ParseEventTime(text)) {
+        return EventTime{*time};
+    }
+    if (const auto guid = ParseGuid(text)) {
+        return *guid;
+    }
+    if (const auto sid = ParseSid(text)) {
+        return *sid;
+    }
+    return {};
 }
 
 } // namespace orvel::replay

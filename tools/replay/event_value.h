@@ -32,37 +32,25 @@ std::optional<Number> ParseWholeNumber(std::wstring_view text);
 /// Reads what ParseWholeNumber reads and decimals ("3.5", ".5", "3."), with blanks around them.
 std::optional<Number> ParseNumber(std::wstring_view text);
 
-struct Guid {
-    std::array<uint64_t, 5> parts{}; ///< the numbers between the hyphens
-    bool operator==(const Guid&) const = default;
-};
+/// Reads a time in the Event Log's format, "2026-01-22T02:01:56.1870423Z", with any number of fraction digits. Returns
+/// 100-ns units since 1601-01-01 UTC, or nothing for other texts. Digits after the seventh are ignored.
+std::optional<uint64_t> ParseEventTime(std::wstring_view text);
 
-/// Reads a GUID in either case, with or without braces.
-std::optional<Guid> ParseGuid(std::wstring_view text);
+enum class EventTime : uint64_t {}; ///< as ParseEventTime returns it
+
+using Guid = std::array<uint64_t, 5>; ///< the numbers between the hyphens
 
 struct Sid {
     uint64_t authority = 0;
     size_t count = 0;
     std::array<uint32_t, 15> parts{};
-    bool operator==(const Sid&) const = default;
+    auto operator<=>(const Sid&) const = default;
 };
 
-/// Reads a SID, "S-1-5-18".
-std::optional<Sid> ParseSid(std::wstring_view text);
+/// The value of a text, whose syntax decides its type ([MS-EVEN6] 2.2.15.2); std::monostate is any other text.
+using Value = std::variant<std::monostate, Number, EventTime, Guid, Sid>;
 
-/// 100-ns units since 1601-01-01 UTC.
-struct EventTime {
-    uint64_t ticks = 0;
-    auto operator<=>(const EventTime&) const = default;
-};
-
-/// A literal of a query. Its syntax decides its type ([MS-EVEN6] 2.2.15.2); std::monostate is a text.
-struct Literal {
-    Literal(std::wstring literalText, bool isQuotedText);
-
-    std::wstring text;
-    bool isQuoted;
-    std::variant<std::monostate, Number, EventTime, Guid, Sid> value;
-};
+/// Reads a number, a time, a GUID in either case, with or without braces, or a SID.
+Value ParseValue(std::wstring_view text);
 
 } // namespace orvel::replay

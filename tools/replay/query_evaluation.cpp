@@ -1,70 +1,49 @@
 #include "tools/replay/query_evaluation.h"
 
-#include "tools/replay/event_time.h"
-
-#include <algorithm>
-
 namespace orvel::replay {
 
 namespace {
 
-template <typename Visit>
-bool AnyNode(const Expression& path, const Context& context, const Visit& visit)
-{
-    return AnyNode(path.path, 0, context, visit);
-}
-
-template <typename Value>
-bool Compare(Expression::Operator comparison, const Value& left, const Value& right)
+bool Holds(Expression::Operator comparison, std::partial_ordering order)
 {
     switch (comparison) {
     case Expression::Equal:
-        return left == right;
+        return order == 0;
     case Expression::NotEqual:
-        return left != right;
+        return order != 0;
     case Expression::Less:
-        return left < right;
+        return order < 0;
     case Expression::LessOrEqual:
-        return left <= right;
+        return order <= 0;
     case Expression::Greater:
-        return left > right;
+        return order > 0;
     default:
-        return left >= right;
+        return order >= 0;
     }
-}
-
-/// Compares identifiers or texts. They have no order, so <, <=, > and >= are false (XPath 1.0, 3.4).
-bool CompareUnordered(Expression::Operator comparison, bool areEqual)
-{
-    return comparison == (areEqual ? Expression::Equal : Expression::NotEqual);
 }
 
 /// Compares two values, of which one that is not a number differs from every number and has no order.
 bool CompareNumbers(Expression::Operator comparison, const std::optional<Number>& left,
                     const std::optional<Number>& right)
 {
-    return left && right ? Compare(comparison, *left, *right) : comparison == Expression::NotEqual;
+    return Holds(comparison, left && right ? *left <=> *right : std::partial_ordering::unordered);
 }
 
 /// Converts an event's value to the literal's type and compares them.
-bool CompareValue(Expression::Operator comparison, std::wstring_view value, const Literal& literal)
+bool CompareValue(Expression::Operator comparison, std::wstring_view text, const Literal& literal)
 {
-    if (const auto* number = std::get_if<Number>(&literal.value)) {
-        return CompareNumbers(comparison, ParseNumber(value), *number);
+    // Texts and identifiers have no order, so <, <=, > and >= are false (XPath 1.0, 3.4).
+    const auto compareUnordered = [comparison](bool areEqual) {
+        return comparison == (areEqual ? Expression::Equal : Expression::NotEqual);
+    };
+    if (std::holds_alternative<std::monostate>(literal.value)) {
+        return compareUnordered(text == literal.text); // whether case matters is not documented
     }
-    if (const auto* time = std::get_if<EventTime>(&literal.value)) {
-        const auto ticks = ParseEventTime(value);
-        return ticks && Compare(comparison, EventTime{*ticks}, *time);
+    const Value value = ParseValue(text);
+    if (value.index() != literal.value.index()) {
+        return std::holds_alternative<Number>(literal.value) && comparison == Expression::NotEqual;
     }
-    if (const auto* guid = std::get_if<Guid>(&literal.value)) {
-        const auto other = ParseGuid(value);
-        return other && CompareUnordered(comparison, *other == *guid);
-    }
-    if (const auto* sid = std::get_if<Sid>(&literal.value)) {
-        const auto other = ParseSid(value);
-        return other && CompareUnordered(comparison, *other == *sid);
-    }
-    return CompareUnordered(comparison, value == literal.text); // whether case matters is not documented
+    return HasOrder(value) ? Holds(comparison, value <=> literal.value) : compareUnordered(value == literal.value);
 }
 
 /// Returns the value of position(), timediff() or a literal, if it is a number.
@@ -76,7 +55,7 @@ std::optional<Number> NumberOf(const Expression& operand, const Context& context
     if (operand.kind == Expression::TimeDifference) {
         return TimeDifference(operand, context);
     }
-    const auto* const number = std::get_if<Number>(&operand.literal->value);
+    const auto* const number = std::get_if<Number>(&operand.literal.value);
     return number != nullptr ? std::optional(*number) : std::nullopt;
 }
 
@@ -90,18 +69,20 @@ bool CompareOperands(const Expression& comparison, const Context& context)
         return false;
     }
     if (left.kind == Expression::Constant) {
-        return CompareValue(op, left.literal->text, *right.literal);
+        return CompareValue(op, left.literal.text, right.literal);
     }
     if (left.kind != Expression::Path) {
         return CompareNumbers(op, NumberOf(left, context), NumberOf(right, context));
     }
     if (right.kind != Expression::Constant) {
         const auto number = NumberOf(right, context);
-        return number && AnyNode(left, context,
-                                 [&](const Item& item) { return CompareNumbers(op, ParseNumber(item.value), number); });
+        return number && AnyNode(left.path, context, [&](const Context& node) {
+                   return CompareNumbers(op, ParseNumber(node.value), number);
+               });
     }
     // For "!=", too, one node suffices (XPath 1.0, 3.4); the Event Log's pages do not say.
-    return AnyNode(left, context, [&](const Item& item) { return CompareValue(op, item.value, *right.literal); });
+    return AnyNode(left.path, context,
+                   [&](const Context& node) { return CompareValue(op, node.value, right.literal); });
 }
 
 std::optional<uint64_t> BitsOf(const Expression& operand, const Context& context)
@@ -127,11 +108,11 @@ std::optional<uint64_t> TimeOf(const Expression& operand, const Context& context
 std::optional<std::wstring_view> FirstValue(const Expression& operand, const Context& context)
 {
     if (operand.kind == Expression::Constant) {
-        return operand.literal->text;
+        return operand.literal.text;
     }
     std::optional<std::wstring_view> value;
-    AnyNode(operand, context, [&](const Item& item) {
-        value = item.value;
+    AnyNode(operand.path, context, [&](const Context& node) {
+        value = node.value;
         return true;
     });
     return value;
@@ -149,11 +130,18 @@ std::optional<Number> TimeDifference(const Expression& call, const Context& cont
     return Number{*from > *to && distance != 0, distance};
 }
 
-bool IsConvertible(std::wstring_view value, const Literal& literal)
+bool HasOrder(const Value& value)
 {
-    return !(std::holds_alternative<EventTime>(literal.value) && !ParseEventTime(value)) &&
-           !(std::holds_alternative<Guid>(literal.value) && !ParseGuid(value)) &&
-           !(std::holds_alternative<Sid>(literal.value) && !ParseSid(value));
+    return std::holds_alternative<Number>(value) || std::holds_alternative<EventTime>(value);
+}
+
+std::vector<Expression>::const_iterator FindFalse(const Step& step, Positions& positions, Context& node)
+{
+    auto position = positions.begin();
+    return std::ranges::find_if_not(step.predicates, [&](const Expression& predicate) {
+        node.position = ++*position++;
+        return IsTrue(predicate, node);
+    });
 }
 
 bool IsTrue(const Expression& expression, const Context& context)
@@ -161,9 +149,9 @@ bool IsTrue(const Expression& expression, const Context& context)
     const auto isTrue = [&](const Expression& part) { return IsTrue(part, context); };
     switch (expression.kind) {
     case Expression::Or:
-        return std::any_of(expression.parts.begin(), expression.parts.end(), isTrue);
+        return std::ranges::any_of(expression.parts, isTrue);
     case Expression::And:
-        return std::all_of(expression.parts.begin(), expression.parts.end(), isTrue);
+        return std::ranges::all_of(expression.parts, isTrue);
     case Expression::Compare:
         return CompareOperands(expression, context);
     case Expression::Bits: {
@@ -172,27 +160,25 @@ bool IsTrue(const Expression& expression, const Context& context)
         return left && right && (*left & *right) != 0;
     }
     default:
-        return AnyNode(expression, context, [](const Item&) { return true; });
+        return AnyNode(expression.path, context, [](const Context&) { return true; });
     }
 }
 
 bool Query::Matches(const Node& event) const
 {
-    return IsTrue(root_, RootContext(event));
+    return IsTrue(root_, {event});
 }
 
 std::optional<std::wstring_view> Query::FirstValue(const Node& event) const
 {
-    return replay::FirstValue(root_, RootContext(event));
+    return replay::FirstValue(root_, {event});
 }
 
 std::wstring Query::PlainPath() const
 {
     std::wstring plain;
     for (const Step& step : root_.path) {
-        plain.append(plain.empty() ? L"" : L"/").append(step.axis == Step::Attribute ? L"@" : L"");
-        const std::wstring name = step.name.empty() ? L"*" : step.name;
-        plain += step.axis == Step::Text ? L"text()" : name;
+        plain.append(plain.empty() ? L"" : L"/").append(step.axis == Step::Attribute ? L"@" : L"").append(step.name);
     }
     return plain;
 }

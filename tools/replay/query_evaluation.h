@@ -2,30 +2,23 @@
 
 #include "tools/replay/query.h"
 
+#include <algorithm>
 #include <array>
+#include <span>
 
 namespace orvel::replay {
 
-/// A context node, or a node that a path selects.
-struct Item {
-    enum Kind { Root, Element, Attribute, Text };
-    Kind kind;
-    const Node* node; // the element of an attribute or a text; for the root, the event
-    std::wstring_view name = {};
-    std::wstring_view value = {};
-};
-
-/// The context of an expression. For a whole query it is the virtual root above the event.
+/// A node that a path selects; also the context node of an expression. A whole query's is the virtual root above the
+/// event.
 struct Context {
+    enum Kind { Root, Element, Attribute, Text };
     const Node& event;
-    Item item;
-    size_t position;
+    Kind kind = Root;
+    const Node* node = nullptr; // the element, also of an attribute or a text; null for the root
+    std::wstring_view value = {};
+    std::wstring_view name = {}; // of an attribute
+    size_t position = 1;
 };
-
-inline Context RootContext(const Node& event)
-{
-    return {event, {Item::Root, &event}, 1};
-}
 
 /// Returns whether an expression is true, or selects a node. Allocates nothing.
 bool IsTrue(const Expression& expression, const Context& context);
@@ -36,59 +29,56 @@ std::optional<std::wstring_view> FirstValue(const Expression& operand, const Con
 /// Returns the milliseconds from the first time to the second (default: the event's), or nothing if one is missing.
 std::optional<Number> TimeDifference(const Expression& call, const Context& context);
 
-/// Returns whether an event's value can be converted to the literal's type.
-bool IsConvertible(std::wstring_view value, const Literal& literal);
+/// Returns whether values of the type are ordered: numbers and times.
+bool HasOrder(const Value& value);
+
+/// The number of nodes that have reached each predicate of a step. The array is large enough because each predicate has
+/// at least one expression.
+using Positions = std::array<size_t, kMaxSelectExpressions>;
+
+/// Returns the first predicate of the step that is false for a node, after setting the node's position for it, or the
+/// end. A position counts the nodes that pass the predicates before.
+std::vector<Expression>::const_iterator FindFalse(const Step& step, Positions& positions, Context& node);
 
 /// Calls `visit` with each node that a step's axis and name select until it returns true. Returns whether it did.
 template <typename Visit>
-bool AnyCandidate(const Step& step, const Item& from, const Visit& visit)
+bool AnyCandidate(const Step& step, const Context& from, const Visit& visit)
 {
-    const auto isNamed = [&](std::wstring_view name) { return step.name.empty() || step.name == name; };
+    const auto isNamed = [&](std::wstring_view name) { return step.name == L"*" || step.name == name; };
     const auto visitElement = [&](const Node& node) {
-        return isNamed(node.name) && visit(Item{Item::Element, &node, node.name, node.text});
+        return isNamed(node.name) && visit(Context{from.event, Context::Element, &node, node.text});
     };
-    if (from.kind == Item::Root) {
-        return step.axis == Step::Child && visitElement(*from.node);
+    const auto visitAttribute = [&](const NodeAttribute& attribute) {
+        const auto& [name, value] = attribute;
+        return isNamed(name) && visit(Context{from.event, Context::Attribute, from.node, value, name});
+    };
+    if (from.kind == Context::Root) {
+        return step.axis == Step::Child && visitElement(from.event);
     }
-    if (from.kind != Item::Element) {
+    if (from.kind != Context::Element) {
         return false;
     }
-    if (step.axis == Step::Text) {
-        return !from.value.empty() && visit(Item{Item::Text, from.node, L"text()", from.value});
+    switch (step.axis) {
+    case Step::Child:
+        return std::ranges::any_of(from.node->children, visitElement);
+    case Step::Attribute:
+        return std::ranges::any_of(from.node->attributes, visitAttribute);
+    default:
+        return !from.value.empty() && visit(Context{from.event, Context::Text, from.node, from.value});
     }
-    if (step.axis == Step::Child) {
-        for (const Node& child : from.node->children) {
-            if (visitElement(child)) {
-                return true;
-            }
-        }
-        return false;
-    }
-    for (const auto& [name, value] : from.node->attributes) {
-        if (isNamed(name) && visit(Item{Item::Attribute, from.node, name, value})) {
-            return true;
-        }
-    }
-    return false;
 }
 
-/// Calls `visit` with each node that a path's steps from `index` on select until it returns true. Returns whether it
-/// did.
+/// Calls `visit` with each node that a path's steps select until it returns true. Returns whether it did.
 template <typename Visit>
-bool AnyNode(const std::vector<Step>& path, size_t index, const Context& context, const Visit& visit)
+bool AnyNode(std::span<const Step> path, const Context& context, const Visit& visit)
 {
-    const Step& step = path[index];
-    // One position for each predicate, counted among the nodes that pass the predicates before it. The array is large
-    // enough because each predicate has at least one expression.
-    std::array<size_t, kMaxSelectExpressions> positions{};
-    return AnyCandidate(step, context.item, [&](const Item& candidate) {
-        for (size_t i = 0; i < step.predicates.size(); ++i) {
-            if (!IsTrue(step.predicates[i], {context.event, candidate, ++positions[i]})) {
-                return false;
-            }
+    const Step& step = path.front();
+    Positions positions{};
+    return AnyCandidate(step, context, [&](Context candidate) {
+        if (FindFalse(step, positions, candidate) != step.predicates.end()) {
+            return false;
         }
-        return index + 1 == path.size() ? visit(candidate)
-                                        : AnyNode(path, index + 1, {context.event, candidate, 1}, visit);
+        return path.size() == 1 ? visit(candidate) : AnyNode(path.subspan(1), candidate, visit);
     });
 }
 

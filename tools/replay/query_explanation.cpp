@@ -8,16 +8,7 @@ namespace orvel::replay {
 
 namespace {
 
-/// A failed condition: the value found and, unless a node is missing, the value that the query wants.
-struct Failure {
-    std::wstring found;
-    std::wstring wanted;
-};
-
-struct Explanation {
-    Nearness nearness;
-    std::vector<Failure> failures;
-};
+using Failure = Explanation::Failure;
 
 Explanation Explain(const Expression& expression, const Context& context);
 
@@ -44,14 +35,21 @@ std::wstring Shown(const Literal& literal)
     return literal.isQuoted ? L"'" + literal.text + L"'" : literal.text;
 }
 
-/// Returns a name such as "Provider/@Name", "Level" or "Data[@Name='App']".
-std::wstring Label(const Item& item)
+/// Returns whether a value can be converted to the type of a literal.
+bool IsConvertible(std::wstring_view value, const Value& literal)
 {
-    std::wstring label(item.node->name);
-    if (item.kind == Item::Attribute) {
-        return label.append(L"/@").append(item.name);
+    return std::holds_alternative<std::monostate>(literal) || std::holds_alternative<Number>(literal) ||
+           ParseValue(value).index() == literal.index();
+}
+
+/// Returns a name such as "Provider/@Name", "Level" or "Data[@Name='App']".
+std::wstring Label(const Context& node)
+{
+    std::wstring label(node.node->name);
+    if (node.kind == Context::Attribute) {
+        return label.append(L"/@").append(node.name);
     }
-    const auto* name = item.node->Attribute(L"Name");
+    const auto* name = node.node->Attribute(L"Name");
     return name != nullptr ? label.append(L"[@Name='").append(*name).append(L"']") : label;
 }
 
@@ -61,9 +59,9 @@ std::wstring StepName(const Step& step)
     case Step::Text:
         return L"text";
     case Step::Attribute:
-        return step.name.empty() ? L"attribute" : L"@" + step.name;
+        return step.name == L"*" ? L"attribute" : L"@" + step.name;
     default:
-        return step.name.empty() ? L"child" : step.name;
+        return step.name == L"*" ? L"child" : step.name;
     }
 }
 
@@ -72,37 +70,18 @@ std::wstring OneOf(size_t count, const Step& step)
     return count > 1 ? L" (one of " + std::to_wstring(count) + L" " + StepName(step) + L")" : std::wstring();
 }
 
-/// Returns the nodes that a path selects.
-std::vector<Item> Collect(const std::vector<Step>& path, const Context& context)
-{
-    std::vector<Item> items;
-    AnyNode(path, 0, context, [&](const Item& item) {
-        items.push_back(item);
-        return false;
-    });
-    return items;
-}
-
 /// Explains why a path selects no node: a step without nodes, or the predicate that failed at the nearest node.
-Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Context& context)
+Explanation ExplainPath(std::span<const Step> path, const Context& context)
 {
-    const Step& step = path[index];
+    const Step& step = path.front();
     size_t count = 0;
     Explanation nearest;
-    std::array<size_t, kMaxSelectExpressions> positions{};
-    AnyCandidate(step, context.item, [&](const Item& candidate) {
-        Context here{context.event, candidate, 1};
-        size_t held = 0;
-        while (held < step.predicates.size()) {
-            here.position = ++positions[held];
-            if (!IsTrue(step.predicates[held], here)) {
-                break;
-            }
-            ++held;
-        }
+    Positions positions{};
+    AnyCandidate(step, context, [&](Context candidate) {
+        const auto failed = FindFalse(step, positions, candidate);
         Explanation explanation =
-            held < step.predicates.size() ? Explain(step.predicates[held], here) : ExplainPath(path, index + 1, here);
-        explanation.nearness.conditions += held;
+            failed != step.predicates.end() ? Explain(*failed, candidate) : ExplainPath(path.subspan(1), candidate);
+        explanation.nearness.conditions += static_cast<size_t>(failed - step.predicates.begin());
         ++explanation.nearness.depth;
         if (++count == 1 || explanation.nearness > nearest.nearness) {
             nearest = std::move(explanation);
@@ -110,7 +89,7 @@ Explanation ExplainPath(const std::vector<Step>& path, size_t index, const Conte
         return false;
     });
     if (count == 0) {
-        const std::wstring parent = context.item.kind == Item::Root ? L"the log" : Label(context.item);
+        const std::wstring parent = context.kind == Context::Root ? L"the log" : Label(context);
         return Single(parent + L" has no " + StepName(step), L"");
     }
     for (Failure& failure : nearest.failures) {
@@ -128,62 +107,56 @@ std::wstring TimeDifferenceText(const Expression& call, const Context& context)
     return (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
 }
 
-/// Describes the values for which a comparison is true, such as "at most 3".
-std::wstring Wanted(const Expression& comparison, const Context& context)
+/// Describes the values for which a comparison or a call of band() is true, such as "at most 3".
+std::wstring Wanted(const Expression& expression, const Context& context)
 {
+    const Expression& right = expression.parts.back();
+    if (expression.kind == Expression::Bits) {
+        return L"a bit of " + std::wstring(FirstValue(right, context).value_or(L"nothing"));
+    }
     constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
                                          L"at most ", L"more than ",    L"at least "};
-    const std::wstring words = kWords[comparison.comparison];
-    const Expression& right = comparison.parts.back();
+    const std::wstring words = kWords[expression.comparison];
     if (right.kind == Expression::Position) {
         return words + std::to_wstring(context.position);
     }
     if (right.kind == Expression::TimeDifference) {
         return words + TimeDifferenceText(right, context);
     }
-    const Literal& literal = *right.literal;
-    const bool needsOrder = comparison.comparison != Expression::Equal && comparison.comparison != Expression::NotEqual;
-    const bool hasOrder =
-        std::holds_alternative<Number>(literal.value) || std::holds_alternative<EventTime>(literal.value);
-    return words + Shown(literal) + (needsOrder && !hasOrder ? L", but texts have no order" : L"");
+    const bool needsOrder = expression.comparison != Expression::Equal && expression.comparison != Expression::NotEqual;
+    return words + Shown(right.literal) +
+           (needsOrder && !HasOrder(right.literal.value) ? L", but texts have no order" : L"");
 }
 
-Explanation ExplainComparison(const Expression& comparison, const Context& context)
+/// Explains a comparison or a call of band().
+Explanation ExplainValue(const Expression& expression, const Context& context)
 {
-    const Expression& left = comparison.parts.front();
-    const std::wstring wanted = Wanted(comparison, context);
+    const Expression& left = expression.parts.front();
+    const std::wstring wanted = Wanted(expression, context);
     if (left.kind == Expression::Position) {
-        return Single(Label(context.item) + L" is number " + std::to_wstring(context.position), wanted);
+        return Single(Label(context) + L" is number " + std::to_wstring(context.position), wanted);
     }
     if (left.kind == Expression::TimeDifference) {
         return Single(L"timediff() is " + TimeDifferenceText(left, context), wanted);
     }
     if (left.kind == Expression::Constant) {
-        return Single(L"the literal is " + Shown(*left.literal), wanted);
+        return Single(L"the literal is " + Shown(left.literal), wanted);
     }
-    const std::vector<Item> items = Collect(left.path, context);
-    if (items.empty()) {
-        return ExplainPath(left.path, 0, context);
+    std::vector<Context> nodes;
+    AnyNode(left.path, context, [&](const Context& node) {
+        nodes.push_back(node);
+        return false;
+    });
+    if (nodes.empty()) {
+        return ExplainPath(left.path, context);
     }
-    std::wstring found = Label(items.front()) + L" is " + Shown(items.front().value);
-    const Literal* literal = comparison.parts.back().literal.get();
-    found += literal != nullptr && !IsConvertible(items.front().value, *literal) ? L", which is of another type" : L"";
-    return Single(found + OneOf(items.size(), left.path.back()), wanted, left.path.size());
-}
-
-Explanation ExplainBits(const Expression& call, const Context& context)
-{
-    const bool isMirrored = call.parts.front().kind == Expression::Constant;
-    const Expression& value = isMirrored ? call.parts.back() : call.parts.front();
-    const Expression& mask = isMirrored ? call.parts.front() : call.parts.back();
-    const std::wstring wanted = L"a bit of " + std::wstring(FirstValue(mask, context).value_or(L"nothing"));
-    if (value.kind == Expression::Constant) {
-        return Single(L"the literal is " + Shown(*value.literal), wanted);
+    const std::wstring_view value = nodes.front().value;
+    std::wstring found = Label(nodes.front()) + L" is " + Shown(value);
+    if (expression.kind == Expression::Compare) {
+        found += IsConvertible(value, expression.parts.back().literal.value) ? L"" : L", which is of another type";
+        found += OneOf(nodes.size(), left.path.back());
     }
-    const std::vector<Item> items = Collect(value.path, context);
-    return items.empty()
-               ? ExplainPath(value.path, 0, context)
-               : Single(Label(items.front()) + L" is " + Shown(items.front().value), wanted, value.path.size());
+    return Single(found, wanted, left.path.size());
 }
 
 /// Explains the first operand that is false.
@@ -196,6 +169,17 @@ Explanation ExplainAnd(const Expression& expression, const Context& context)
     return explanation;
 }
 
+/// Adds a failure, to the failure with the same value if there is one.
+void Merge(std::vector<Failure>& failures, Failure failure)
+{
+    const auto same = std::ranges::find(failures, failure.found, &Failure::found);
+    if (same == failures.end()) {
+        failures.push_back(std::move(failure));
+    } else if (!failure.wanted.empty()) {
+        same->wanted += (same->wanted.empty() ? L"" : L" or ") + failure.wanted;
+    }
+}
+
 /// Explains the operands that came nearest, and merges those on one value: "EventID is 3, the query wants 1 or 2".
 Explanation ExplainOr(const Expression& expression, const Context& context)
 {
@@ -205,20 +189,11 @@ Explanation ExplainOr(const Expression& expression, const Context& context)
         if (explanation.nearness > nearest.nearness) {
             nearest = std::move(explanation);
         } else if (explanation.nearness == nearest.nearness) {
-            std::move(explanation.failures.begin(), explanation.failures.end(), std::back_inserter(nearest.failures));
+            for (Failure& failure : explanation.failures) {
+                Merge(nearest.failures, std::move(failure));
+            }
         }
     }
-    std::vector<Failure> merged;
-    for (Failure& failure : nearest.failures) {
-        const auto same = std::find_if(merged.begin(), merged.end(),
-                                       [&](const Failure& other) { return other.found == failure.found; });
-        if (same == merged.end()) {
-            merged.push_back(std::move(failure));
-        } else if (!failure.wanted.empty()) {
-            same->wanted += (same->wanted.empty() ? L"" : L" or ") + failure.wanted;
-        }
-    }
-    nearest.failures = std::move(merged);
     return nearest;
 }
 
@@ -231,25 +206,27 @@ Explanation Explain(const Expression& expression, const Context& context)
     case Expression::And:
         return ExplainAnd(expression, context);
     case Expression::Compare:
-        return ExplainComparison(expression, context);
     case Expression::Bits:
-        return ExplainBits(expression, context);
+        return ExplainValue(expression, context);
     default:
-        return ExplainPath(expression.path, 0, context);
+        return ExplainPath(expression.path, context);
     }
 }
 
 } // namespace
 
-QueryExplanation Query::Explain(const Node& event) const
+Explanation Query::Explain(const Node& event) const
 {
-    const Explanation explanation = replay::Explain(root_, RootContext(event));
-    QueryExplanation result{explanation.nearness, {}};
-    for (const auto& [found, wanted] : explanation.failures) {
-        result.text +=
-            (result.text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
+    return replay::Explain(root_, {event});
+}
+
+std::wstring Explanation::Text() const
+{
+    std::wstring text;
+    for (const auto& [found, wanted] : failures) {
+        text += (text.empty() ? L"" : L"; ") + found + (wanted.empty() ? L"" : L", the query wants ") + wanted;
     }
-    return result;
+    return text;
 }
 
 } // namespace orvel::replay

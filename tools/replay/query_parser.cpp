@@ -15,17 +15,14 @@ bool IsCondition(const Expression& expression)
     return expression.kind <= Expression::Path;
 }
 
-/// Returns whether `test` is true for the expression or any operand below it, except in the predicates of paths.
-template <typename Test>
-bool Contains(const Expression& expression, const Test& test)
-{
-    return test(expression) || std::any_of(expression.parts.begin(), expression.parts.end(),
-                                           [&](const Expression& part) { return Contains(part, test); });
-}
-
 bool IsPosition(const Expression& expression)
 {
     return expression.kind == Expression::Position;
+}
+
+bool IsConstant(const Expression& expression)
+{
+    return expression.kind == Expression::Constant;
 }
 
 bool IsPath(const Expression& expression)
@@ -38,6 +35,21 @@ bool LeadsToChildren(const Expression& expression)
     return IsPath(expression) && expression.path.front().axis == Step::Child;
 }
 
+using Test = bool (*)(const Expression&);
+
+/// Returns whether a test is true for the expression or any operand below it, except in the predicates of paths.
+bool Contains(const Expression& expression, Test test)
+{
+    return test(expression) ||
+           std::ranges::any_of(expression.parts, [test](const Expression& part) { return Contains(part, test); });
+}
+
+bool AnyPredicate(const Step& step, Test test)
+{
+    return std::ranges::any_of(step.predicates,
+                               [test](const Expression& predicate) { return Contains(predicate, test); });
+}
+
 class Parser : private QueryText {
 public:
     Parser(std::wstring_view text, size_t maxExpressions, bool isValuePath)
@@ -47,20 +59,19 @@ public:
 
     Expression Parse()
     {
-        SkipSpace();
         const size_t start = position_;
         Expression expression = ParseOr();
         if (!IsAtEnd()) {
             FailUnexpected(L"expected the end of the query");
         }
         if (!IsCondition(expression) || !Contains(expression, IsPath)) {
-            FailInvalid(start, L"a query needs a path that starts with * or Event");
+            Fail(kInvalidQuery, start, L"a query needs a path that starts with * or Event");
         }
         if (Contains(expression, IsPosition)) {
-            FailInvalid(start, L"position() is supported on leaf nodes only");
+            Fail(kInvalidQuery, start, L"position() is supported on leaf nodes only");
         }
         if (isValuePath_ && !IsPath(expression)) {
-            FailInvalid(start, L"expected a single path");
+            Fail(kInvalidQuery, start, L"expected a single path");
         }
         return expression;
     }
@@ -69,15 +80,14 @@ private:
     void Enter()
     {
         if (++depth_ > kMaxDepth) {
-            FailUnsupported(position_, L"expressions are nested deeper than 64 levels");
+            Fail(kNotSupported, position_, L"expressions are nested deeper than 64 levels");
         }
     }
 
     void Count(size_t start)
     {
         if (++expressions_ > maxExpressions_) {
-            throw QueryError{kQueryTooComplex, start,
-                             L"only " + std::to_wstring(maxExpressions_) + L" expressions are supported"};
+            Fail(kQueryTooComplex, start, L"only " + std::to_wstring(maxExpressions_) + L" expressions are supported");
         }
     }
 
@@ -92,23 +102,22 @@ private:
         do {
             const size_t start = position_;
             series.parts.push_back((this->*parsePart)());
-            const size_t wordStart = position_;
             isContinued = TakeWord(word);
             if (isContinued && isValuePath_) {
-                FailInvalid(wordStart, L"a value path cannot contain 'or' or 'and'");
+                Fail(kInvalidQuery, start, L"a value path cannot contain 'or' or 'and'");
             }
             if (isContinued || series.parts.size() > 1) {
                 RequireCondition(series.parts.back(), start);
             }
         } while (isContinued);
-        return series.parts.size() > 1 ? series : std::move(series.parts.front());
+        return series.parts.size() > 1 ? std::move(series) : std::move(series.parts.front());
     }
 
-    static void RequireCondition(const Expression& expression, size_t start)
+    void RequireCondition(const Expression& expression, size_t start) const
     {
         if (!IsCondition(expression)) {
-            FailUnsupported(start,
-                            L"a number, a text or timediff() alone is not a condition; compare it with something");
+            Fail(kNotSupported, start,
+                 L"a number, a text or timediff() alone is not a condition; compare it with something");
         }
     }
 
@@ -116,8 +125,8 @@ private:
     {
         const size_t start = position_;
         Expression left = ParseOperand();
-        Expression comparison{Expression::Compare};
-        if (!TakeOperator(comparison.comparison)) {
+        const auto comparison = TakeOperator();
+        if (!comparison) {
             // A path that ends with predicates counts as the expressions in them.
             if (IsPath(left) && left.path.back().predicates.empty()) {
                 Count(start);
@@ -126,43 +135,33 @@ private:
         }
         Count(start);
         Expression right = ParseOperand();
-        Expression::Operator ignored{};
-        if ((IsCondition(left) && !IsPath(left)) || (IsCondition(right) && !IsPath(right)) || TakeOperator(ignored)) {
-            FailUnsupported(start, L"comparing the result of a comparison or of band() is not documented");
+        if ((IsCondition(left) && !IsPath(left)) || (IsCondition(right) && !IsPath(right)) || TakeOperator()) {
+            Fail(kNotSupported, start, L"comparing the result of a comparison or of band() is not documented");
         }
         if (IsPath(left) && IsPath(right)) {
-            FailUnsupported(start, L"comparing two paths is not documented");
+            Fail(kNotSupported, start, L"comparing two paths is not documented");
         }
         // The evaluation expects paths before functions before literals.
-        const auto rank = [](const Expression& operand) {
-            if (IsPath(operand)) {
-                return 0;
-            }
-            return operand.kind == Expression::Constant ? 2 : 1;
-        };
-        if (rank(right) < rank(left)) {
+        if (IsPath(right) || (IsConstant(left) && !IsConstant(right))) {
             constexpr Expression::Operator kMirrored[] = {Expression::Equal,   Expression::NotEqual,
                                                           Expression::Greater, Expression::GreaterOrEqual,
                                                           Expression::Less,    Expression::LessOrEqual};
-            std::swap(left, right);
-            comparison.comparison = kMirrored[comparison.comparison];
+            return {Expression::Compare, kMirrored[*comparison], {std::move(right), std::move(left)}};
         }
-        comparison.parts = {std::move(left), std::move(right)};
-        return comparison;
+        return {Expression::Compare, *comparison, {std::move(left), std::move(right)}};
     }
 
-    bool TakeOperator(Expression::Operator& comparison)
+    std::optional<Expression::Operator> TakeOperator()
     {
         constexpr std::pair<std::wstring_view, Expression::Operator> kOperators[] = {
             {L"=", Expression::Equal},           {L"!=", Expression::NotEqual}, {L"<=", Expression::LessOrEqual},
             {L">=", Expression::GreaterOrEqual}, {L"<", Expression::Less},      {L">", Expression::Greater}};
         for (const auto& [token, meaning] : kOperators) {
             if (Take(token)) {
-                comparison = meaning;
-                return true;
+                return meaning;
             }
         }
-        return false;
+        return std::nullopt;
     }
 
     Expression ParseOperand()
@@ -187,14 +186,18 @@ private:
         if (Peek() == L'\'' || Peek() == L'"') {
             return MakeConstant(TakeQuoted(), true);
         }
-        if (IsNumberNext()) {
-            return ParseNumberLiteral();
+        if (IsDigit(Peek()) || (Peek() == L'.' && IsDigit(Peek(1)))) {
+            Expression number = MakeConstant(TakeNumber(), false);
+            if (!std::holds_alternative<Number>(number.literal.value)) {
+                Fail(kNotSupported, start, L"this number has more than 64 bits");
+            }
+            return number;
         }
         if (Peek() == L'-') {
-            FailUnsupported(start, L"negative numbers are not documented as literals; quote the number: '-1'");
+            Fail(kNotSupported, start, L"negative numbers are not documented as literals; quote the number: '-1'");
         }
         if (Peek() == L'$') {
-            FailInvalid(start, L"variables are not supported");
+            Fail(kInvalidQuery, start, L"variables are not supported");
         }
         const std::wstring function = TakeFunction();
         if (!function.empty()) {
@@ -209,13 +212,13 @@ private:
     void ContinuePath(Expression& expression, size_t start)
     {
         if (!IsPath(expression)) {
-            FailInvalid(position_, L"only a path can be followed by steps or predicates");
+            Fail(kInvalidQuery, position_, L"only a path can be followed by steps or predicates");
         }
         if (Peek() == L'[') {
             auto& predicates = expression.path.back().predicates;
             ParsePredicates(predicates);
             if (Contains(predicates.back(), IsPosition)) {
-                FailUnsupported(start, L"positions after a path in parentheses are not supported");
+                Fail(kNotSupported, start, L"positions after a path in parentheses are not supported");
             }
         }
         if (Take(L"/")) {
@@ -223,20 +226,10 @@ private:
         }
     }
 
-    Expression ParseNumberLiteral()
-    {
-        const size_t start = position_;
-        Expression number = MakeConstant(TakeNumber(), false);
-        if (!std::holds_alternative<Number>(number.literal->value)) {
-            FailUnsupported(start, L"this number has more than 64 bits");
-        }
-        return number;
-    }
-
     static Expression MakeConstant(std::wstring_view text, bool isQuoted)
     {
         Expression constant{Expression::Constant};
-        constant.literal = std::make_shared<Literal>(std::wstring(text), isQuoted);
+        constant.literal = {std::wstring(text), isQuoted, ParseValue(text)};
         return constant;
     }
 
@@ -248,38 +241,40 @@ private:
         }
         if (function == L"band") {
             Count(start);
-            return ParseArguments(Expression::Bits, start, 2, 2, L"band() takes two values");
+            return ParseArguments(Expression::Bits, start, 2, L"band() takes two values");
         }
         if (function == L"timediff") {
-            return ParseArguments(Expression::TimeDifference, start, 1, 2, L"timediff() takes one or two times");
+            return ParseArguments(Expression::TimeDifference, start, 1, L"timediff() takes one or two times");
         }
         if (function == L"node" || function == L"comment" || function == L"processing-instruction") {
-            FailInvalid(start, L"only names, * and text() are supported as node tests");
+            Fail(kInvalidQuery, start, L"only names, * and text() are supported as node tests");
         }
         if (function == L"last") {
-            FailInvalid(start, L"the context size, and so last(), is not supported");
+            Fail(kInvalidQuery, start, L"the context size, and so last(), is not supported");
         }
-        FailUnsupported(start,
-                        L"the function " + function + L"() is not documented; position(), band() and timediff() are");
+        Fail(kNotSupported, start,
+             L"the function " + function + L"() is not documented; position(), band() and timediff() are");
     }
 
-    Expression ParseArguments(Expression::Kind kind, size_t start, size_t least, size_t most, const wchar_t* reason)
+    Expression ParseArguments(Expression::Kind kind, size_t start, size_t least, const wchar_t* reason)
     {
         Expression call{kind};
         do {
             const size_t argument = position_;
             call.parts.push_back(ParseOperand());
-            const Expression& value = call.parts.back();
-            const auto* literal = value.literal.get();
-            const bool fits = literal == nullptr || std::holds_alternative<Number>(literal->value) ||
-                              (kind == Expression::TimeDifference && std::holds_alternative<EventTime>(literal->value));
-            if (!(IsPath(value) || value.kind == Expression::Constant) || !fits) {
-                FailUnsupported(argument, std::wstring(reason) + L": paths or literals");
+            const Value& value = call.parts.back().literal.value;
+            const bool isTime = kind == Expression::TimeDifference && std::holds_alternative<EventTime>(value);
+            if (!IsPath(call.parts.back()) && !std::holds_alternative<Number>(value) && !isTime) {
+                Fail(kNotSupported, argument, std::wstring(reason) + L": paths or literals");
             }
         } while (Take(L","));
         Expect(L")", L"an argument ends with , or )");
-        if (call.parts.size() < least || call.parts.size() > most) {
-            FailInvalid(start, reason);
+        if (call.parts.size() < least || call.parts.size() > 2) {
+            Fail(kInvalidQuery, start, reason);
+        }
+        // As in comparisons, paths come before literals.
+        if (kind == Expression::Bits && IsConstant(call.parts.front())) {
+            std::swap(call.parts.front(), call.parts.back());
         }
         return call;
     }
@@ -290,64 +285,55 @@ private:
             const size_t start = position_;
             Step step = ParseStep();
             const bool isEvent = path.empty() && predicates_ == 0;
-            if (isEvent && (step.axis != Step::Child || !(step.name.empty() || step.name == L"Event"))) {
-                FailInvalid(start, L"a path starts with * or Event");
+            if (isEvent && (step.axis != Step::Child || !(step.name == L"*" || step.name == L"Event"))) {
+                Fail(kInvalidQuery, start, L"a path starts with * or Event");
             }
             const bool isInner = isEvent || AnyPredicate(step, LeadsToChildren);
             const bool hasInner = step.axis == Step::Child && !path.empty() && AnyPredicate(path.back(), IsPosition);
             if (hasInner || (isInner && AnyPredicate(step, IsPosition))) {
-                FailInvalid(start, L"positions are supported on leaf nodes only");
+                Fail(kInvalidQuery, start, L"positions are supported on leaf nodes only");
             }
             path.push_back(std::move(step));
         } while (Take(L"/"));
-    }
-
-    template <typename Test>
-    static bool AnyPredicate(const Step& step, const Test& test)
-    {
-        return std::any_of(step.predicates.begin(), step.predicates.end(),
-                           [&](const Expression& predicate) { return Contains(predicate, test); });
     }
 
     Step ParseStep()
     {
         const size_t start = position_;
         if (Peek() == L'/') {
-            FailInvalid(start, L"absolute paths and // are not supported; only child and attribute axes are");
+            Fail(kInvalidQuery, start, L"absolute paths and // are not supported; only child and attribute axes are");
         }
         if (Peek() == L'.') {
-            FailInvalid(start, L". and .. are not supported; only child and attribute axes are");
+            Fail(kInvalidQuery, start, L". and .. are not supported; only child and attribute axes are");
         }
         Step step;
         step.axis = Take(L"@") ? Step::Attribute : Step::Child;
-        if (!Take(L"*")) {
-            step.name = TakeName();
-            if (Take(L"::")) {
-                if (step.axis == Step::Attribute || (step.name != L"child" && step.name != L"attribute")) {
-                    FailInvalid(start, L"this axis is not supported; only child and attribute axes are");
-                }
-                step.axis = step.name == L"child" ? Step::Child : Step::Attribute;
-                step.name = Take(L"*") ? L"*" : TakeName();
+        step.name = TakeNameTest();
+        if (step.name != L"*" && Take(L"::")) {
+            if (step.axis == Step::Attribute || (step.name != L"child" && step.name != L"attribute")) {
+                Fail(kInvalidQuery, start, L"this axis is not supported; only child and attribute axes are");
             }
-            if (step.name.empty()) {
-                FailUnexpected(L"expected a name, *, @, a literal or a function");
-            }
-            step.name = step.name == L"*" ? L"" : step.name;
+            step.axis = step.name == L"child" ? Step::Child : Step::Attribute;
+            step.name = TakeNameTest();
+        }
+        if (step.name.empty()) {
+            FailUnexpected(L"expected a name, *, @, a literal or a function");
         }
         if (Peek() == L':') {
-            FailInvalid(start, L"namespaces are not supported");
+            Fail(kInvalidQuery, start, L"namespaces are not supported");
         }
         if (step.name == L"text" && Take(L"(")) {
             Expect(L")", L"text() has no arguments");
-            step.axis = Step::Text;
-            step.name.clear();
+            step = {Step::Text, L"text()", {}};
         }
         if (Peek() == L'(') {
-            FailInvalid(start, L"only names, * and text() are supported as node tests");
+            Fail(kInvalidQuery, start, L"only names, * and text() are supported as node tests");
         }
         ParsePredicates(step.predicates);
         return step;
     }
+
+    std::wstring TakeNameTest() { return Take(L"*") ? L"*" : TakeName(); }
 
     void ParsePredicates(std::vector<Expression>& predicates)
     {
@@ -356,11 +342,9 @@ private:
             ++predicates_;
             const size_t start = position_;
             Expression predicate = ParseOr();
-            if (predicate.kind == Expression::Constant && !predicate.literal->isQuoted) { // [n] is [position()=n]
+            if (IsConstant(predicate) && !predicate.literal.isQuoted) { // [n] is [position()=n]
                 Count(start);
-                Expression comparison{Expression::Compare};
-                comparison.parts = {Expression{Expression::Position}, std::move(predicate)};
-                predicate = std::move(comparison);
+                predicate = {Expression::Compare, Expression::Equal, {{Expression::Position}, std::move(predicate)}};
             }
             RequireCondition(predicate, start);
             Expect(L"]", L"expected a comparison, 'and', 'or' or ]");
@@ -381,16 +365,12 @@ private:
 
 Query Query::Parse(std::wstring_view text, size_t maxExpressions)
 {
-    Query query;
-    query.root_ = Parser(text, maxExpressions, false).Parse();
-    return query;
+    return Query(Parser(text, maxExpressions, false).Parse());
 }
 
 Query Query::ParseValuePath(std::wstring_view text)
 {
-    Query query;
-    query.root_ = Parser(text, kMaxExpressions, true).Parse();
-    return query;
+    return Query(Parser(text, kMaxExpressions, true).Parse());
 }
 
 } // namespace orvel::replay

@@ -20,45 +20,35 @@ bool IsNameCharacter(wchar_t c)
 
 } // namespace
 
-void QueryText::FailInvalid(size_t position, std::wstring reason)
+void QueryText::Fail(unsigned code, size_t position, std::wstring reason) const
 {
-    throw QueryError{kInvalidQuery, position, std::move(reason)};
-}
-
-void QueryText::FailUnsupported(size_t position, std::wstring reason)
-{
-    throw QueryError{kNotSupported, position, std::move(reason)};
+    throw Refusal{code, std::move(reason), position, std::wstring(text_)};
 }
 
 void QueryText::FailUnexpected(const wchar_t* reason)
 {
     const std::wstring_view rest = text_.substr(position_);
     if (rest.starts_with(L"&lt;") || rest.starts_with(L"&gt;")) {
-        FailInvalid(position_, L"&lt; and &gt; are for queries inside XML; use < and > here");
+        Fail(kInvalidQuery, position_, L"&lt; and &gt; are for queries inside XML; use < and > here");
     }
     if (rest.starts_with(L'|')) {
-        FailInvalid(position_, L"node sets, and so |, are not supported; use 'or'");
+        Fail(kInvalidQuery, position_, L"node sets, and so |, are not supported; use 'or'");
     }
     const size_t start = position_;
     const std::wstring word = TakeName();
     if (EqualNames(word, L"and") || EqualNames(word, L"or")) {
-        FailUnsupported(start, L"the documentation writes AND and OR, but XPath 1.0 has them in lower case only");
+        Fail(kNotSupported, start, L"the documentation writes AND and OR, but XPath 1.0 has them in lower case only");
     }
     if (word == L"div" || word == L"mod" || rest.starts_with(L'+') || rest.starts_with(L'-') ||
         rest.starts_with(L'*')) {
-        FailUnsupported(start, L"arithmetic is part of XPath 1.0, but is not among the documented operators");
+        Fail(kNotSupported, start, L"arithmetic is part of XPath 1.0, but is not among the documented operators");
     }
-    FailInvalid(start, reason);
+    Fail(kInvalidQuery, start, reason);
 }
 
 wchar_t QueryText::Peek(size_t ahead) const
 {
     return position_ + ahead < text_.size() ? text_[position_ + ahead] : L'\0';
-}
-
-bool QueryText::IsNumberNext() const
-{
-    return IsDigit(Peek()) || (Peek() == L'.' && IsDigit(Peek(1)));
 }
 
 void QueryText::SkipSpace()
@@ -115,7 +105,7 @@ std::wstring_view QueryText::TakeQuoted()
     const size_t start = position_;
     const size_t end = text_.find(Peek(), start + 1);
     if (end == text_.npos) {
-        FailInvalid(start, L"the closing quotation mark is missing");
+        Fail(kInvalidQuery, start, L"the closing quotation mark is missing");
     }
     position_ = end + 1;
     SkipSpace();
@@ -130,10 +120,10 @@ std::wstring_view QueryText::TakeNumber()
     }
     const std::wstring_view digits = text_.substr(start, position_ - start);
     if (text_.substr(start).starts_with(L"0x")) {
-        FailUnsupported(start, L"hexadecimal numbers are not among the documented literals; quote it: '0x...'");
+        Fail(kNotSupported, start, L"hexadecimal numbers are not among the documented literals; quote it: '0x...'");
     }
     if (IsNameStart(Peek()) || std::count(digits.begin(), digits.end(), L'.') > 1) {
-        FailInvalid(start, L"this is not a number; quote a text");
+        Fail(kInvalidQuery, start, L"this is not a number; quote a text");
     }
     SkipSpace();
     return digits;

@@ -6,24 +6,18 @@
 namespace orvel::replay {
 
 /// The text of a query and the current position. The Take functions consume a token and the blanks after it. Take
-/// functions, Expect and Fail functions throw QueryError.
+/// functions, Expect and Fail functions throw Refusal.
 class QueryText {
 public:
-    explicit QueryText(std::wstring_view text) : text_(text) {}
+    explicit QueryText(std::wstring_view text) : text_(text) { SkipSpace(); }
 
-    /// Fails with kInvalidQuery: the documentation excludes the construct.
-    [[noreturn]] static void FailInvalid(size_t position, std::wstring reason);
-
-    /// Fails with kNotSupported: the documentation leaves the construct open.
-    [[noreturn]] static void FailUnsupported(size_t position, std::wstring reason);
+    [[noreturn]] void Fail(unsigned code, size_t position, std::wstring reason) const;
 
     /// Fails at the current position. `reason` says what was expected there.
     [[noreturn]] void FailUnexpected(const wchar_t* reason);
 
     bool IsAtEnd() const { return position_ == text_.size(); }
     wchar_t Peek(size_t ahead = 0) const;
-    bool IsNumberNext() const;
-    void SkipSpace();
 
     bool Take(std::wstring_view token);
     bool TakeWord(std::wstring_view word);
@@ -46,6 +40,8 @@ protected:
     size_t position_ = 0;
 
 private:
+    void SkipSpace();
+
     std::wstring_view text_;
 };
 

@@ -1,6 +1,7 @@
 #include "tools/replay/refusal.h"
 
-#include "tools/replay/xml_reader.h"
+#include "tools/replay/log.h"
+#include "tools/replay/selection.h"
 #include "tools/utf8.h"
 
 #include <winevt.h>
@@ -16,11 +17,6 @@ std::mutex refusalLock;
 std::wstring lastRefusal;
 
 } // namespace
-
-std::wstring Refusal::Text() const
-{
-    return position == 0 ? reason : reason + L" (at character " + std::to_wstring(position) + L")";
-}
 
 void SetLastRefusal(std::wstring reason)
 {
@@ -39,21 +35,17 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query)
     std::wstring_view text = query != nullptr ? query : L"";
     text.remove_prefix(std::min(text.size(), text.find_first_not_of(L" \t\r\n")));
     const bool isStructured = text.starts_with(L'<');
-    try {
-        if (isStructured) { // the channel is ignored with a structured query (EvtSubscribe page)
-            return Selection::OfQueryList(ToUtf8(text));
-        }
-        if (channel == nullptr || *channel == L'\0') {
-            throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"an XPath query needs a channel"};
-        }
-        return Selection::OfChannel(channel, text);
-    } catch (QueryError& error) {
-        const bool hasPlace = !isStructured || !error.source.empty();
-        const std::wstring meaning = error.code == kNotSupported
+    if (!isStructured && (channel == nullptr || *channel == L'\0')) {
+        throw Refusal{ERROR_EVT_INVALID_CHANNEL_PATH, L"an XPath query needs a channel"};
+    }
+    try { // the channel is ignored with a structured query (EvtSubscribe page)
+        return isStructured ? Selection::OfQueryList(ToUtf8(text)) : Selection::OfChannel(channel, text);
+    } catch (Refusal& refusal) {
+        const std::wstring meaning = refusal.code == kNotSupported
                                          ? L"the replay log does not support the query, though a desktop may: "
                                          : L"the query is not valid by Microsoft's documentation: ";
-        throw Refusal{error.code, meaning + error.reason, hasPlace ? error.position + 1 : 0,
-                      isStructured ? std::move(error.source) : std::wstring(text)};
+        refusal.reason = meaning + refusal.reason;
+        throw;
     } catch (const TextError& error) {
         throw Refusal{ERROR_EVT_MALFORMED_XML_TEXT, L"the structured query is not well-formed XML: " + error.Text()};
     }

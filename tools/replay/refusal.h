@@ -1,21 +1,29 @@
 #pragma once
 
-#include "tools/replay/log.h"
-#include "tools/replay/selection.h"
-
-#include <windows.h>
+#include <string>
 
 namespace orvel::replay {
 
-/// Why EvtSubscribe fails.
+struct Log;
+class Selection;
+
+constexpr unsigned kInvalidQuery = 15001;    // ERROR_EVT_INVALID_QUERY
+constexpr unsigned kQueryTooComplex = 15026; // ERROR_EVT_FILTER_TOO_COMPLEX
+constexpr unsigned kNotSupported = 50;       // ERROR_NOT_SUPPORTED
+
+/// Thrown for a query or a subscription that is refused. A query's code is kNotSupported if the documentation leaves
+/// the construct open, else the Event Log's code for an invalid query.
 struct Refusal {
-    DWORD code; ///< kNotSupported for queries that the documentation does not exclude
+    unsigned code;
     std::wstring reason;
-    size_t position = 0;      ///< in characters of `source`, from 1; 0: unknown
-    std::wstring source = {}; ///< the query, or the text of the element with the mistake
+    size_t position = 0;      ///< in characters of `source`, from 0
+    std::wstring source = {}; ///< the query, or the text of the element with the mistake; empty: the place is unknown
 
     /// Returns the reason with the position.
-    std::wstring Text() const;
+    std::wstring Text() const
+    {
+        return source.empty() ? reason : reason + L" (at character " + std::to_wstring(position + 1) + L")";
+    }
 };
 
 /// Stores and returns why the last subscription of any thread was refused, or an action of a replay failed; empty after

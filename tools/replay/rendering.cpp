@@ -1,7 +1,5 @@
 #include "tools/replay/rendering.h"
 
-#include "tools/replay/event_time.h"
-
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -15,26 +13,21 @@ namespace {
 EVT_VARIANT_TYPE TypeOf(std::wstring_view path)
 {
     constexpr std::pair<std::wstring_view, EVT_VARIANT_TYPE> kTypes[] = {
-        {L"EventID", EvtVarTypeUInt16},
-        {L"EventID/@Qualifiers", EvtVarTypeUInt16},
-        {L"Version", EvtVarTypeByte},
-        {L"Level", EvtVarTypeByte},
-        {L"Task", EvtVarTypeUInt16},
-        {L"Opcode", EvtVarTypeByte},
-        {L"Keywords", EvtVarTypeHexInt64},
-        {L"TimeCreated/@SystemTime", EvtVarTypeFileTime},
-        {L"EventRecordID", EvtVarTypeUInt64},
-        {L"Execution/@ProcessID", EvtVarTypeUInt32},
-        {L"Execution/@ThreadID", EvtVarTypeUInt32},
+        {L"/System/EventID", EvtVarTypeUInt16},
+        {L"/System/EventID/@Qualifiers", EvtVarTypeUInt16},
+        {L"/System/Version", EvtVarTypeByte},
+        {L"/System/Level", EvtVarTypeByte},
+        {L"/System/Task", EvtVarTypeUInt16},
+        {L"/System/Opcode", EvtVarTypeByte},
+        {L"/System/Keywords", EvtVarTypeHexInt64},
+        {L"/System/TimeCreated/@SystemTime", EvtVarTypeFileTime},
+        {L"/System/EventRecordID", EvtVarTypeUInt64},
+        {L"/System/Execution/@ProcessID", EvtVarTypeUInt32},
+        {L"/System/Execution/@ThreadID", EvtVarTypeUInt32},
     };
-    for (const std::wstring_view prefix : {L"Event/System/", L"*/System/"}) {
-        for (const auto& [name, type] : kTypes) {
-            if (path.starts_with(prefix) && path.substr(prefix.size()) == name) {
-                return type;
-            }
-        }
-    }
-    return EvtVarTypeString;
+    path.remove_prefix(std::min(path.find(L'/'), path.size())); // the first step is Event or *
+    const auto* const found = std::ranges::find(kTypes, path, [](const auto& entry) { return entry.first; });
+    return found != std::end(kTypes) ? found->second : EvtVarTypeString;
 }
 
 uint64_t LargestOf(EVT_VARIANT_TYPE type)

@@ -9,7 +9,7 @@
 
 namespace orvel::replay {
 
-/// The path and type of a value in a render context. The constructor throws QueryError.
+/// The path and type of a value in a render context. The constructor throws Refusal.
 struct ValuePath {
     explicit ValuePath(std::wstring_view path);
 

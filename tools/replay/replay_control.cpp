@@ -1,7 +1,6 @@
 #include "tools/replay/replay_control.h"
 
 #include "tools/replay/actions.h"
-#include "tools/replay/event_time.h"
 #include "tools/replay/export_reader.h"
 #include "tools/replay/handles.h"
 #include "tools/replay/refusal.h"
@@ -32,13 +31,12 @@ void CopyText(std::wstring_view text, wchar_t* buffer, DWORD characters)
 void CopyExcerpt(const Refusal& refusal, ReplayProblem& problem)
 {
     constexpr size_t kAround = 60;
-    const size_t place = refusal.position == 0 ? 0 : refusal.position - 1;
+    const size_t place = refusal.position;
     const std::wstring_view before = std::wstring_view(refusal.source).substr(0, place);
     const size_t line = before.find_last_of(L"\r\n") + 1; // npos + 1 is 0
     const size_t start = std::max(line, place > kAround ? place - kAround : 0);
     const size_t end = std::min(refusal.source.find_first_of(L"\r\n", place), place + kAround);
-    CopyText(refusal.position == 0 ? std::wstring() : refusal.source.substr(start, end - start), problem.excerpt,
-             ARRAYSIZE(problem.excerpt));
+    CopyText(refusal.source.substr(start, end - start), problem.excerpt, ARRAYSIZE(problem.excerpt));
     problem.position = static_cast<DWORD>(place - start);
 }
 

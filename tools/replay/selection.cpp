@@ -10,16 +10,15 @@ namespace {
 
 [[noreturn]] void Refuse(const std::wstring& place, const wchar_t* reason, unsigned code = kInvalidQuery)
 {
-    throw QueryError{code, 0, place + L": " + reason};
+    throw Refusal{code, place + L": " + reason};
 }
 
 Query ParseSelector(const Node& element, const std::wstring& place)
 {
     try {
         return Query::Parse(element.text, kMaxSelectExpressions);
-    } catch (QueryError& error) {
-        error.reason = place + L": " + error.reason;
-        error.source = std::wstring(element.text);
+    } catch (Refusal& refusal) {
+        refusal.reason = place + L": " + refusal.reason;
         throw;
     }
 }
@@ -37,10 +36,9 @@ Selection Selection::OfQueryList(std::string_view xml)
 {
     Arena arena;
     const Node queryList = ReadDocument(xml, arena);
-    TextPlace last;
     const auto placeOf = [&](const Node& element) {
-        last = PlaceOf(xml, element.end, last);
-        return std::wstring(L"<").append(element.name) + L"> in line " + std::to_wstring(last.line);
+        return std::wstring(L"<").append(element.name) + L"> in line " +
+               std::to_wstring(PlaceOf(xml, element.end).line);
     };
     Selection selection;
     selection.isStructured_ = true;
@@ -112,9 +110,9 @@ std::wstring Selection::Explain(const Event& event) const
         }
         for (const Selector& selector : selectors) {
             if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
-                const QueryExplanation explanation = selector.query.Explain(event.xml);
+                const Explanation explanation = selector.query.Explain(event.xml);
                 if (nearest.empty() || explanation.nearness > nearness) {
-                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + explanation.text;
+                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + explanation.Text();
                     nearness = explanation.nearness;
                     equals = 0;
                 }

@@ -8,11 +8,11 @@ namespace orvel::replay {
 class Selection {
 public:
     /// Parses an XPath query. An empty query and "*" select every event of the channel (EvtSubscribe page). Throws
-    /// QueryError.
+    /// Refusal.
     static Selection OfChannel(std::wstring_view channel, std::wstring_view query);
 
     /// Parses a <QueryList> (QueryType page). A Query selects the events that one of its Selects and none of its
-    /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws QueryError and
+    /// Suppresses match. It needs a Select, and a Select for the path of each Suppress. Throws Refusal and
     /// TextError.
     static Selection OfQueryList(std::string_view xml);
 

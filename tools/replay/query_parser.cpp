@@ -214,9 +214,9 @@ private:
         if (!IsPath(expression)) {
             Fail(kInvalidQuery, position_, L"only a path can be followed by steps or predicates");
         }
-        if (Peek() == L'[') {
-            auto& predicates = expression.path.back().predicates;
-            ParsePredicates(predicates);
+        auto& predicates = expression.path.back().predicates;
+        while (Take(L"[")) {
+            predicates.push_back(ParsePredicate());
             if (Contains(predicates.back(), IsPosition)) {
                 Fail(kNotSupported, start, L"positions after a path in parentheses are not supported");
             }
@@ -329,29 +329,29 @@ private:
         if (Peek() == L'(') {
             Fail(kInvalidQuery, start, L"only names, * and text() are supported as node tests");
         }
-        ParsePredicates(step.predicates);
+        while (Take(L"[")) {
+            step.predicates.push_back(ParsePredicate());
+        }
         return step;
     }
 
     std::wstring TakeNameTest() { return Take(L"*") ? L"*" : TakeName(); }
 
-    void ParsePredicates(std::vector<Expression>& predicates)
+    Expression ParsePredicate()
     {
-        while (Take(L"[")) {
-            Enter();
-            ++predicates_;
-            const size_t start = position_;
-            Expression predicate = ParseOr();
-            if (IsConstant(predicate) && !predicate.literal.isQuoted) { // [n] is [position()=n]
-                Count(start);
-                predicate = {Expression::Compare, Expression::Equal, {{Expression::Position}, std::move(predicate)}};
-            }
-            RequireCondition(predicate, start);
-            Expect(L"]", L"expected a comparison, 'and', 'or' or ]");
-            predicates.push_back(std::move(predicate));
-            --predicates_;
-            --depth_;
+        Enter();
+        ++predicates_;
+        const size_t start = position_;
+        Expression predicate = ParseOr();
+        if (IsConstant(predicate) && !predicate.literal.isQuoted) { // [n] is [position()=n]
+            Count(start);
+            predicate = {Expression::Compare, Expression::Equal, {{Expression::Position}, std::move(predicate)}};
         }
+        RequireCondition(predicate, start);
+        Expect(L"]", L"expected a comparison, 'and', 'or' or ]");
+        --predicates_;
+        --depth_;
+        return predicate;
     }
 
     size_t maxExpressions_;

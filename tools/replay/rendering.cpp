@@ -1,8 +1,7 @@
 #include "tools/replay/rendering.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
+#include <span>
 
 namespace orvel::replay {
 
@@ -67,30 +66,28 @@ ValuePath::ValuePath(std::wstring_view path) : query(Query::ParseValuePath(path)
 
 size_t RenderValues(const RenderContext& context, const Event& event, void* buffer, size_t size)
 {
-    size_t needed = context.size() * sizeof(EVT_VARIANT);
-    for (const ValuePath& path : context) {
-        const auto text = path.query.FirstValue(event.xml);
-        if (text && path.type == EvtVarTypeString) {
-            needed += (text->size() + 1) * sizeof(wchar_t);
-        }
-    }
-    if (size < needed) {
-        return needed;
-    }
-    auto* variants = static_cast<EVT_VARIANT*>(buffer);
-    auto* texts = reinterpret_cast<wchar_t*>(variants + context.size());
-    for (size_t i = 0; i < context.size(); ++i) {
+    std::vector<EVT_VARIANT> variants;
+    std::wstring texts;
+    // A number, since the buffer may be null.
+    const auto address = reinterpret_cast<uintptr_t>(buffer) + context.size() * sizeof(EVT_VARIANT);
+    for (const auto& [query, type] : context) {
+        const auto text = query.FirstValue(event.xml);
         EVT_VARIANT variant{};
-        const auto text = context[i].query.FirstValue(event.xml);
-        if (text && context[i].type == EvtVarTypeString) {
+        if (text && type == EvtVarTypeString) {
             variant.Type = EvtVarTypeString;
-            variant.StringVal = texts;
-            texts = std::copy(text->begin(), text->end(), texts);
-            *texts++ = L'\0';
+            variant.StringVal = reinterpret_cast<const wchar_t*>(address + texts.size() * sizeof(wchar_t));
+            texts.append(*text).push_back(L'\0');
         } else if (text) {
-            variant = MakeNumber(context[i].type, *text);
+            variant = MakeNumber(type, *text);
         }
-        std::memcpy(variants + i, &variant, sizeof(variant)); // the caller's buffer may be unaligned
+        variants.push_back(variant);
+    }
+    const auto variantBytes = std::as_bytes(std::span(variants));
+    const auto textBytes = std::as_bytes(std::span(texts));
+    const size_t needed = variantBytes.size() + textBytes.size();
+    if (size >= needed) {
+        const auto textStart = std::ranges::copy(variantBytes, static_cast<std::byte*>(buffer)).out;
+        std::ranges::copy(textBytes, textStart);
     }
     return needed;
 }

@@ -220,20 +220,17 @@ ExitCode Check(const Options& options)
 {
     const std::vector<MetricConfiguration> metrics = ReadConfiguration(options.config);
     const std::string expected = options.expect.empty() ? std::string() : ReadExpected(options.expect);
-    const ReplayClient replay = LoadReplayLog();
-    if (!options.replay.empty()) {
-        LoadExport(replay, options);
-    }
+    const std::optional<ReplayClient> replay = LoadReplay(options);
     const bool isTable = options.format == Format::Table;
     std::vector<MetricConfiguration> good;
     ExitCode code = ExitCode::Ok;
     unsigned long long actions = 0; // entries of the export that are not events
     for (const MetricConfiguration& metric : metrics) {
-        const Finding finding = CheckMetric(metric, replay);
+        const Finding finding = CheckMetric(metric, *replay);
         WriteData(isTable ? ToUtf8(Report(finding, options)) : JsonReport(finding, options));
         if (finding.verdict == Verdict::Good) {
             good.push_back(metric);
-            actions = replay.Count() - finding.events;
+            actions = replay->Count() - finding.events;
         } else if (finding.verdict == Verdict::Problem) {
             code = ExitCode::Problem;
         } else if (code == ExitCode::Ok) {
@@ -246,12 +243,12 @@ ExitCode Check(const Options& options)
 
     std::string written;
     // Delivering on this thread is several times faster, and nothing else runs meanwhile.
-    replay.SetMode(ReplayOnCallingThread | ReplayWithoutWaits | (options.actions ? 0 : DWORD{ReplayWithoutActions}));
+    replay->SetMode(ReplayOnCallingThread | ReplayWithoutWaits | (options.actions ? 0 : DWORD{ReplayWithoutActions}));
     if (actions != 0 && !options.actions) {
         Say("note", std::to_string(actions) + (actions == 1 ? " replay action" : " replay actions") +
                         " skipped; with --actions, all except waits are carried out on this computer");
     }
-    Session session(options, &replay, [&](const Collection& collection) {
+    Session session(options, replay, [&](const Collection& collection) {
         const std::string lines = ToJsonLines(collection);
         WriteData(isTable ? ToShortTable(collection) : lines);
         written += lines;

@@ -22,17 +22,16 @@ std::string Describe(HRESULT code)
     return ToUtf8(FormatString(text.empty() ? L"0x%08lx" : L"0x%08lx (%s)", code, text.c_str()));
 }
 
-Failure CurrentFailure()
-{
-    try {
-        throw;
-    } catch (const Failure& failure) {
-        return failure;
-    } catch (const _com_error& error) {
-        return {ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error())};
-    } catch (const std::exception& error) {
-        return {ExitCode::Collection, error.what()};
-    }
+std::optional<Failure> FailureOf(const std::function<void()>& body)
+try {
+    body();
+    return std::nullopt;
+} catch (const Failure& failure) {
+    return failure;
+} catch (const _com_error& error) {
+    return Failure(ExitCode::Collection, "out of memory or a failure of COM: " + Describe(error.Error()));
+} catch (const std::exception& error) {
+    return Failure(ExitCode::Collection, error.what());
 }
 
 } // namespace orvel::console

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -41,7 +43,7 @@ void Require(bool condition, ExitCode code, const std::string& text);
 /// Describes an error code: "0x80070002 (File not found.)", without the brackets when the system has no text.
 std::string Describe(HRESULT code);
 
-/// Returns the exception that is being handled as a Failure.
-Failure CurrentFailure();
+/// Calls `body` and returns what it throws as a Failure.
+std::optional<Failure> FailureOf(const std::function<void()>& body);
 
 } // namespace orvel::console

@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <io.h>
 #include <objbase.h>
-#include <shellapi.h>
 
 #include <cstdio>
 #include <optional>
@@ -18,19 +17,6 @@
 namespace {
 
 using namespace orvel::console;
-
-/// Returns the arguments in UTF-8, from the wide command line: argv loses characters outside the system's code page.
-std::vector<std::string> Arguments()
-{
-    std::vector<std::string> arguments;
-    int count = 0;
-    wchar_t** const all = CommandLineToArgvW(GetCommandLineW(), &count);
-    for (int i = 1; i < count; ++i) {
-        arguments.push_back(orvel::ToUtf8(all[i]));
-    }
-    LocalFree(all);
-    return arguments;
-}
 
 /// Runs the provider over the live Event Log or an export, printing each collection and a summary at the end.
 void Run(const Options& options)
@@ -45,11 +31,8 @@ void Run(const Options& options)
     }
     std::erase_if(metrics, [](const MetricConfiguration& metric) { return metric.isIgnored; });
 
-    std::optional<ReplayClient> replay; // loaded before the module, so that the module imports this wevtapi.dll
-    if (!options.replay.empty()) {
-        LoadExport(replay.emplace(LoadReplayLog()), options);
-    }
-    Session session(options, replay ? &*replay : nullptr, [&](const Collection& collection) {
+    const std::optional<ReplayClient> replay = LoadReplay(options);
+    Session session(options, replay, [&](const Collection& collection) {
         WriteData(options.format == Format::Table ? ToTable(collection, TerminalWidth()) : ToJsonLines(collection));
     });
     const std::optional<Failure> failure = session.Run(metrics);
@@ -62,9 +45,9 @@ void Run(const Options& options)
 }
 
 /// Runs the command that the command line names.
-ExitCode Execute()
+ExitCode Execute(int count, const wchar_t* const* arguments)
 {
-    const std::variant<Options, ExitCode> parsed = ParseOptions(Arguments());
+    const std::variant<Options, ExitCode> parsed = ParseOptions(count, arguments);
     if (const ExitCode* const code = std::get_if<ExitCode>(&parsed)) {
         return *code;
     }
@@ -83,7 +66,7 @@ ExitCode Execute()
 
 } // namespace
 
-int main()
+int wmain(int count, wchar_t** arguments)
 {
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
@@ -91,12 +74,9 @@ int main()
     SetConsoleOutputCP(CP_UTF8);
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     ExitCode code{};
-    try {
-        code = Execute();
-    } catch (...) {
-        const Failure failure = CurrentFailure();
-        Say("error", failure.what());
-        code = failure.code;
+    if (const std::optional<Failure> failure = FailureOf([&] { code = Execute(count, arguments); })) {
+        Say("error", failure->what());
+        code = failure->code;
     }
     CoUninitialize();
     SetConsoleOutputCP(codePage);

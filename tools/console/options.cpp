@@ -1,11 +1,10 @@
 #include "tools/console/options.h"
 
 #include "tools/console/host_objects.h"
+#include "tools/utf8.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <charconv>
-#include <iostream>
 #include <map>
 
 namespace orvel::console {
@@ -60,7 +59,7 @@ std::string TakeSpeed(std::string& text)
 
 } // namespace
 
-std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
+std::variant<Options, ExitCode> ParseOptions(int count, const wchar_t* const* arguments)
 {
     Options options;
     std::string format = "table", log = "warning";
@@ -77,6 +76,8 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
         app.add_subcommand("check", "Check a configuration and, with --replay, show what it selects from an export");
     CLI::App* run = app.add_subcommand("run", "Run the provider with a configuration");
     CLI::App* verify = app.add_subcommand("verify", "Check on this computer that a written event becomes a metric");
+    check->callback([&] { options.command = Command::Check; });
+    verify->callback([&] { options.command = Command::Verify; });
     verify->add_flag("--replay", options.replayOwn,
                      "Replay the event instead of writing it to the live channel Application");
     const auto add = [](CLI::App* command, const char* name, auto& value, const char* type, const char* help) {
@@ -112,11 +113,10 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
             "Show the provider's log lines from this level up: none, error, warning or info (default: warning)")
             ->check(CLI::IsMember({"none", "error", "warning", "info"}));
     }
-    const CLI::Option* const explain =
-        addForReplay(check, "--explain", options.explain, "[N]",
-                     "Show why events are left out: the N most frequent reasons (default: 10)")
-            ->expected(0, 1)
-            ->check(CLI::Range(1U, 1'000'000U));
+    addForReplay(check, "--explain", options.explain, "[N]",
+                 "Show why events are left out: the N most frequent reasons (default: 10)")
+        ->expected(0, 1)
+        ->check(CLI::Range(1U, 1'000'000U));
     addForReplay(check, "--expect", options.expect, "FILE",
                  "Compare the values with the lines in this file, as written by run --format jsonl");
     check
@@ -132,21 +132,19 @@ std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments)
     run->add_flag("--summary", options.summary, "Print the summary with --format jsonl, too");
 
     try {
-        std::reverse(arguments.begin(), arguments.end()); // CLI11 expects the last argument first
-        app.parse(std::move(arguments));
+        std::vector<std::string> reversed; // CLI11 expects the last argument first
+        for (int i = count - 1; i > 0; --i) {
+            reversed.push_back(ToUtf8(arguments[i]));
+        }
+        app.parse(std::move(reversed));
         if ((options.config == "-") + (options.replay == "-") + (options.expect == "-") > 1) {
             throw CLI::ValidationError(
                 "only one of --config, --replay and --expect can be standard input; name files for the others");
         }
     } catch (const CLI::ParseError& error) {
-        return app.exit(error, std::cout, std::cerr) == 0 ? ExitCode::Ok : ExitCode::Usage;
+        return app.exit(error) == 0 ? ExitCode::Ok : ExitCode::Usage;
     }
-    if (check->parsed()) {
-        options.command = Command::Check;
-    } else if (verify->parsed()) {
-        options.command = Command::Verify;
-    }
-    if (explain->count() != 0 && options.explain == 0) {
+    if (check->count("--explain") != 0 && options.explain == 0) {
         options.explain = 10; // --explain without a number
     }
     options.format = format == "jsonl" ? Format::JsonLines : Format::Table;

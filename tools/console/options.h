@@ -32,8 +32,8 @@ struct Options {
     long logMask = 0;     ///< log levels to show, a mask of LogLevel
 };
 
-/// Parses the command line, in UTF-8 and without the program's name. Returns an exit code if there is nothing to run:
-/// the help or the version has been printed, or the arguments are wrong and the reason is on standard error.
-std::variant<Options, ExitCode> ParseOptions(std::vector<std::string> arguments);
+/// Parses the arguments of the program. Returns an exit code if there is nothing to run: the help or the version has
+/// been printed, or the arguments are wrong and the reason is on standard error.
+std::variant<Options, ExitCode> ParseOptions(int count, const wchar_t* const* arguments);
 
 } // namespace orvel::console

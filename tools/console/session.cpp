@@ -50,8 +50,6 @@ std::wstring SumsOf(const MetricTally& tally)
     return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
 }
 
-} // namespace
-
 ReplayClient LoadReplayLog()
 {
     const std::wstring path = PathBesideProgram(L"replay\\wevtapi.dll");
@@ -62,8 +60,17 @@ ReplayClient LoadReplayLog()
     }
 }
 
-void LoadExport(const ReplayClient& replay, const Options& options)
+} // namespace
+
+std::optional<ReplayClient> LoadReplay(const Options& options)
 {
+    if (options.command != Command::Check && options.replay.empty() && !options.replayOwn) {
+        return std::nullopt;
+    }
+    const ReplayClient replay = LoadReplayLog();
+    if (options.replay.empty()) {
+        return replay;
+    }
     for (const auto& [kind, names] : {std::pair(ReplayChannel, &options.channels),
                                       {ReplayPublisher, &options.publishers},
                                       {ReplayMissingPublisher, &options.missingPublishers}}) {
@@ -79,9 +86,10 @@ void LoadExport(const ReplayClient& replay, const Options& options)
     Require(replay.Count() != 0, ExitCode::Export,
             name + ": the export has no event; export a channel that has some with: "
                    "wevtutil qe LOG /f:RenderedXml /e:Events");
+    return replay;
 }
 
-Session::Session(const Options& options, const ReplayClient* replay, OnCollection onCollection)
+Session::Session(const Options& options, const std::optional<ReplayClient>& replay, OnCollection onCollection)
     : options_(options), replay_(replay), onCollection_(std::move(onCollection)), logger_(options.logMask),
       module_(options.module)
 {
@@ -91,8 +99,7 @@ Session::Session(const Options& options, const ReplayClient* replay, OnCollectio
 
 std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metrics)
 {
-    std::optional<Failure> failure;
-    try {
+    const std::optional<Failure> failure = FailureOf([&] {
         for (const MetricConfiguration& metric : metrics) {
             const std::string& refusal = Subscribe(metric).refusal;
             if (!refusal.empty()) {
@@ -101,24 +108,18 @@ std::optional<Failure> Session::Run(const std::vector<MetricConfiguration>& metr
         }
         WaitForEvents();
         Require(CollectAll(), ExitCode::Collection, "not every collection succeeded");
-    } catch (...) {
-        failure = CurrentFailure();
+    });
+    const std::optional<Failure> endFailure = FailureOf([&] { End(); });
+    if (failure && endFailure) {
+        Say("warning", endFailure->what());
     }
-    try {
-        End();
-    } catch (...) {
-        if (!failure) {
-            return CurrentFailure();
-        }
-        Say("warning", CurrentFailure().what());
-    }
-    return failure;
+    return failure ? failure : endFailure;
 }
 
 std::wstring Session::Summary() const
 {
     std::wstring text = IsStopped() ? L"Stopped by Ctrl+C: " : L"Done: ";
-    if (replay_ != nullptr) {
+    if (replay_) {
         text += FormatString(L"%lu of %lu entries played, ", played_, replay_->Count());
     }
     text += FormatString(collections_ == 1 ? L"%u collection" : L"%u collections", collections_);
@@ -132,7 +133,7 @@ std::wstring Session::Summary() const
 const MetricTally& Session::Subscribe(const MetricConfiguration& metric)
 {
     EventCounter& counter = EventCounter::Create(metric);
-    if (replay_ != nullptr) {
+    if (replay_) {
         replay_->Observe(&EventCounter::OnNotification, &counter);
     }
     const UniqueBstr name = MakeCountedBstr(metric.name);
@@ -141,7 +142,7 @@ const MetricTally& Session::Subscribe(const MetricConfiguration& metric)
             metric.place + ": '" + ToUtf8(metric.name) + "' cannot be subscribed: " + Describe(hr));
     // The provider does not report a subscription that the Event Log refuses; it just never gets an event.
     std::string refusal;
-    if (replay_ != nullptr) {
+    if (replay_) {
         replay_->Observe(nullptr, nullptr);
         refusal = LastRefusal(*replay_);
     } else if (const DWORD code = counter.Subscribe(metric)) {
@@ -154,7 +155,7 @@ void Session::WaitForEvents()
 {
     started_ = Clock::now();
     nextCollection_ = started_ + Seconds(options_.interval);
-    if (replay_ == nullptr) {
+    if (!replay_) {
         constexpr DWORD kPollMilliseconds = 50;
         while (!IsStopped(kPollMilliseconds)) {
             CollectWhenDue();
@@ -165,7 +166,7 @@ void Session::WaitForEvents()
     const DWORD error = replay_->Play(&Session::OnProgress, this);
     EndProgress();
     if (playFailure_) {
-        std::rethrow_exception(playFailure_);
+        throw *playFailure_;
     }
     Require(error == ERROR_SUCCESS || error == ERROR_CANCELLED, ExitCode::Export,
             "the replay stopped: " + Describe(HRESULT_FROM_WIN32(error)) + " " + LastRefusal(*replay_));
@@ -174,7 +175,7 @@ void Session::WaitForEvents()
 BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
 {
     Session& self = *static_cast<Session*>(context);
-    try {
+    self.playFailure_ = FailureOf([&] { // an exception must not pass through the replay log
         ShowProgress(done, total);
         self.CollectWhenDue();
         if (std::exchange(self.played_, done) != done) { // not while an action waits
@@ -184,11 +185,8 @@ BOOL CALLBACK Session::OnProgress(void* context, DWORD done, DWORD total)
             }
             self.Pace(done, total);
         }
-        return !IsStopped();
-    } catch (...) {
-        self.playFailure_ = std::current_exception(); // must not pass through the replay log
-        return FALSE;
-    }
+    });
+    return !self.playFailure_ && !IsStopped();
 }
 
 /// Waits until the next entry is due. An entry that is older than the one before it is due at once.

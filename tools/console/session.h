@@ -10,19 +10,16 @@
 #include "tools/replay/replay_client.h"
 
 #include <chrono>
-#include <exception>
 #include <functional>
 #include <optional>
 #include <vector>
 
 namespace orvel::console {
 
-/// Loads the replay log from the program's directory. Throws Failure.
-ReplayClient LoadReplayLog();
-
-/// Loads the export into the replay log, and declares the channels and publishers that the options name. Throws
-/// Failure, also if the export is empty.
-void LoadExport(const ReplayClient& replay, const Options& options);
+/// Loads the replay log from the program's directory if the command needs it, and the export, the channels and the
+/// publishers that the options name. Call it before a session loads the module, which then imports this wevtapi.dll.
+/// Throws Failure, also if the export is empty.
+std::optional<ReplayClient> LoadReplay(const Options& options);
 
 /// Sums of one metric's events and values. The counter counts the events and the sink the values; dropped records are
 /// known from the module's log.
@@ -41,8 +38,9 @@ class Session {
 public:
     using OnCollection = std::function<void(const Collection&)>;
 
-    /// Creates the provider. `replay` may be null. COM must be initialised. Throws Failure.
-    Session(const Options& options, const ReplayClient* replay, OnCollection onCollection);
+    /// Creates the provider. Without `replay`, its events come from the live Event Log. COM must be initialised. Throws
+    /// Failure.
+    Session(const Options& options, const std::optional<ReplayClient>& replay, OnCollection onCollection);
 
     /// Subscribes, waits until the replay ends or the user presses Ctrl+C, collects and ends the session. Returns the
     /// first failure; a later one is written to standard error.
@@ -76,7 +74,7 @@ private:
     void CollectWhenDue();
 
     const Options& options_;
-    const ReplayClient* const replay_;
+    const std::optional<ReplayClient>& replay_;
     const OnCollection onCollection_;
     Logger logger_;
     Host host_;
@@ -87,7 +85,7 @@ private:
     TimePoint nextCollection_;
     ULONGLONG firstTime_ = 0; // of the export's entries
     DWORD played_ = 0;
-    std::exception_ptr playFailure_;
+    std::optional<Failure> playFailure_;
     unsigned collections_ = 0;
     bool hasFailedCollection_ = false;
 };

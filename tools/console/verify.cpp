@@ -136,8 +136,8 @@ bool IsInstalled()
            KeyExists(HKEY_CLASSES_ROOT, std::wstring(kClassKey) + L"\\InprocServer32");
 }
 
-/// Creates the registered provider, verifies it with an event and unloads it. `replay` may be null. Throws Failure.
-void VerifyProvider(const Options& options, const ReplayClient* replay)
+/// Creates the registered provider, verifies it with an event and unloads it. Throws Failure.
+void VerifyProvider(const Options& options, const std::optional<ReplayClient>& replay)
 {
     Require(IsInstalled(), ExitCode::Creation, ToUtf8(kProgId) + " is not registered");
     // The name of the crashed application identifies the event.
@@ -157,13 +157,12 @@ void VerifyProvider(const Options& options, const ReplayClient* replay)
                 tally.refusal + "; verify --replay checks the rest without it");
     Report("Subscription", ToUtf8(std::wstring(kChannel) + L", " + kQuery));
 
-    if (replay != nullptr) {
+    if (replay) {
         Replay(*replay, application);
     } else {
         WriteToLiveLog(application);
     }
-    Report("Event", std::string(replay != nullptr ? "replayed" : "wrote") + " 'Application Error' 1000 of " +
-                        ToUtf8(application));
+    Report("Event", std::string(replay ? "replayed" : "wrote") + " 'Application Error' 1000 of " + ToUtf8(application));
 
     constexpr DWORD kPause = 200; // milliseconds
     const ULONGLONG end = GetTickCount64() + 30000;
@@ -191,14 +190,10 @@ void VerifyProvider(const Options& options, const ReplayClient* replay)
 
 void Verify(const Options& options)
 {
-    std::optional<ReplayClient> replay; // loaded before the module, so that the module imports this wevtapi.dll
-    if (options.replayOwn) {
-        replay.emplace(LoadReplayLog());
-    }
-    const ReplayClient* const log = replay ? &*replay : nullptr;
+    const std::optional<ReplayClient> replay = LoadReplay(options);
     if (IsInstalled()) {
         Report("Installation", ToUtf8(kProgId) + " is installed");
-        VerifyProvider(options, log);
+        VerifyProvider(options, replay);
         Report("Removal", "none; the provider stays installed");
     } else {
         const std::wstring path = PathBesideProgram(L"Orvel_eventlog.dll");
@@ -208,12 +203,7 @@ void Verify(const Options& options)
                     "; put a module of this program's architecture beside the program");
         Report("Installation",
                ToUtf8(kProgId) + " is not installed; registered the module beside this program for the user");
-        std::optional<Failure> failure;
-        try {
-            VerifyProvider(options, log);
-        } catch (...) {
-            failure = CurrentFailure();
-        }
+        const std::optional<Failure> failure = FailureOf([&] { VerifyProvider(options, replay); });
         const std::string left = RemoveForUser(path);
         Report("Removal", left.empty() ? "removed the registration, nothing is left" : left);
         if (failure) {

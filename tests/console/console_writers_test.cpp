@@ -56,6 +56,7 @@ TEST(Terminal, WrapsLinesBetweenCharacters)
     EXPECT_EQ(Wrapped(L"日本語", 5, 0), L"日本\n語");
     EXPECT_EQ(Wrapped(L"e\u0301e\u0301\xd83d\xde00", 2, 0), L"e\u0301e\u0301\n\xd83d\xde00");
     EXPECT_EQ(Wrapped(L"日本", 1, 0), L"日\n本");
+    EXPECT_EQ(Wrapped(L"a b日", 2, 0), L"a\nb\n日");
 }
 
 } // namespace

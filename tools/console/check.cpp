@@ -95,9 +95,8 @@ std::wstring ShowProblem(const Finding& finding)
     const wchar_t* const label = finding.verdict == Verdict::NotUnderstood ? L"unknown" : L"problem";
     std::wstring text = Line(Marked(kBad, label), finding.problem);
     if (*finding.place.excerpt != L'\0') {
-        std::wstring excerpt = finding.place.excerpt;
-        std::replace(excerpt.begin(), excerpt.end(), L'\t', L' ');
-        const size_t column = Width(std::wstring_view(excerpt).substr(0, finding.place.position));
+        const std::wstring excerpt = finding.place.excerpt;
+        const size_t column = Width(excerpt.substr(0, finding.place.position));
         text += L"            " + Printable(excerpt) + L"\n            " + std::wstring(column, L' ') + L"^\n";
     }
     return text;

@@ -18,35 +18,29 @@ using namespace std::chrono_literals;
 
 namespace {
 
-WORD Attribute(char mark, WORD plain)
-{
-    const WORD background = plain & 0xFFF0;
-    switch (mark) {
-    case kHeading:
-        return plain | FOREGROUND_INTENSITY;
-    case kGood:
-        return background | FOREGROUND_GREEN;
-    case kBad:
-        return background | FOREGROUND_RED | FOREGROUND_INTENSITY;
-    default:
-        return plain;
-    }
-}
+/// What a mark keeps of the console's attributes and what it adds to them, from kPlain to kBad.
+constexpr struct {
+    DWORD kept, added;
+} kColours[] = {{0xFFFF, 0},
+                {0xFFFF, FOREGROUND_INTENSITY},
+                {0xFFF0, FOREGROUND_GREEN},
+                {0xFFF0, FOREGROUND_RED | FOREGROUND_INTENSITY}};
 
 /// Writes in UTF-16, which does not depend on the console's code page, and in pieces, because WriteConsoleW fails for a
 /// text that exceeds the heap of the console.
 bool WriteToConsole(HANDLE console, std::wstring_view text)
 {
     constexpr size_t kPiece = 8000;
-    DWORD written = 0;
-    bool isWritten = true;
-    while (!text.empty() && isWritten) {
+    while (!text.empty()) {
         const bool isSplit = text.size() > kPiece && IS_HIGH_SURROGATE(text[kPiece - 1]);
         const size_t size = std::min(text.size(), isSplit ? kPiece - 1 : kPiece);
-        isWritten = WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr) != FALSE;
+        DWORD written = 0;
+        if (!WriteConsoleW(console, text.data(), static_cast<DWORD>(size), &written, nullptr)) {
+            return false;
+        }
         text.remove_prefix(size);
     }
-    return isWritten;
+    return true;
 }
 
 std::mutex outputLock;
@@ -75,7 +69,8 @@ bool WriteMarked(std::FILE* file, DWORD stream, std::string_view text)
         isWritten &= isConsole ? WriteToConsole(console, ToWide(text.substr(0, end)))
                                : std::fwrite(text.data(), 1, end, file) == end;
         if (end < text.size() && isColoured) {
-            SetConsoleTextAttribute(console, Attribute(text[end], info.wAttributes));
+            const auto& [kept, added] = kColours[text[end] - kPlain];
+            SetConsoleTextAttribute(console, static_cast<WORD>((info.wAttributes & kept) | added));
         }
         text.remove_prefix(std::min(end + 1, text.size()));
     }

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
@@ -37,6 +38,25 @@ size_t TakeWidth(std::wstring_view text, size_t& at)
         }
     }
     return 1;
+}
+
+/// Returns the length of the first line of a text: up to a line break, or up to the last blank before the width is
+/// exceeded, or up to that place if there is no blank.
+size_t LineLength(std::wstring_view text, size_t width)
+{
+    size_t column = 0;
+    size_t blank = text.npos;
+    size_t at = 0;
+    while (at < text.size() && text[at] != L'\n') {
+        const size_t start = at;
+        const size_t columns = TakeWidth(text, at);
+        blank = text[start] == L' ' ? start : blank;
+        if (width != 0 && column != 0 && column + columns > width) {
+            return std::min(blank, start);
+        }
+        column += columns;
+    }
+    return at;
 }
 
 } // namespace
@@ -75,32 +95,17 @@ std::wstring Padded(const std::wstring& text, size_t width)
 std::wstring Wrapped(std::wstring_view text, size_t width, size_t indent)
 {
     std::wstring result;
-    size_t column = 0;
-    size_t blank = 0; // where the current line may be broken; 0: nowhere
-    for (size_t at = 0; at < text.size();) {
-        const size_t start = at;
-        const size_t columns = TakeWidth(text, at);
-        if (width != 0 && column != 0 && text[start] != L'\n' && column + columns > width) {
-            const size_t end = text[start] == L' ' || blank == 0 ? result.size() : blank;
-            const std::wstring rest = result.substr(end);
-            result.erase(end == blank ? end - 1 : end);
-            result.append(1, L'\n').append(indent, L' ').append(rest);
-            column = Width(rest);
-            blank = 0;
-            if (text[start] == L' ') {
-                continue;
-            }
+    while (true) {
+        const size_t length = LineLength(text, width);
+        result += text.substr(0, length);
+        if (length == text.size()) {
+            return result;
         }
-        result += text.substr(start, at - start);
-        column += columns;
-        if (text[start] == L'\n') {
-            result.append(at < text.size() && text[at] != L'\n' ? indent : 0, L' ');
-            column = blank = 0;
-        } else if (text[start] == L' ') {
-            blank = result.size();
-        }
+        const bool isBreak = text[length] == L' ' || text[length] == L'\n'; // else a word is broken
+        text.remove_prefix(isBreak ? length + 1 : length);
+        const bool isBlank = text.empty() || text[0] == L'\n';
+        result.append(1, L'\n').append(isBlank ? 0 : indent, L' ');
     }
-    return result;
 }
 
 std::wstring Printable(std::wstring text)

@@ -13,6 +13,8 @@
 #include <windows.h>
 #include <OrvelAgent.h>
 #include <comdef.h>
+#include <fcntl.h>
+#include <io.h>
 #include <msxml2.h>
 #include <wrl/client.h>
 
@@ -34,15 +36,10 @@ void Check(HRESULT hr)
     }
 }
 
-// Writes a line of UTF-8 in one call, because several threads write lines.
-void Print(std::wstring line)
+// Writes a line in one call, because several threads write lines.
+void Print(const std::wstring& line)
 {
-    line += L'\n';
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), nullptr, 0, nullptr, nullptr);
-    std::string text(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, line.data(), static_cast<int>(line.size()), text.data(), size, nullptr, nullptr);
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputws((line + L'\n').c_str(), stdout);
     std::fflush(stdout);
 }
 
@@ -133,14 +130,12 @@ public:
 ComPtr<IDataProviderEx> CreateProvider(const wchar_t* module)
 {
     ComPtr<IDataProviderEx> provider;
+    CLSID id{};
     if (module == nullptr) {
-        CLSID id{};
         Check(CLSIDFromProgID(L"OrvelAgent.EventLogProvider", &id));
-        Check(CoCreateInstance(id, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IDataProviderEx),
-                               reinterpret_cast<void**>(provider.GetAddressOf())));
+        Check(CoCreateInstance(id, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(provider.GetAddressOf())));
         return provider;
     }
-    CLSID id{};
     Check(CLSIDFromString(L"{DAF69464-F4E2-40C0-BCC3-A30E819975F0}", &id));
     const HMODULE loaded = CoLoadLibrary(const_cast<wchar_t*>(module), TRUE); // COM frees it at CoUninitialize
     if (loaded == nullptr) {
@@ -152,9 +147,8 @@ ComPtr<IDataProviderEx> CreateProvider(const wchar_t* module)
         throw _com_error(HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND));
     }
     ComPtr<IClassFactory> factory;
-    Check(getClassObject(id, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())));
-    Check(
-        factory->CreateInstance(nullptr, __uuidof(IDataProviderEx), reinterpret_cast<void**>(provider.GetAddressOf())));
+    Check(getClassObject(id, IID_PPV_ARGS(factory.GetAddressOf())));
+    Check(factory->CreateInstance(nullptr, IID_PPV_ARGS(provider.GetAddressOf())));
     return provider;
 }
 
@@ -219,7 +213,7 @@ int wmain(int count, wchar_t** arguments)
         Print(L"usage: eventlog_host CONFIG.xml SECONDS [MODULE.dll]");
         return 2;
     }
-    SetConsoleOutputCP(CP_UTF8);
+    _setmode(_fileno(stdout), _O_U8TEXT); // writes wide text as UTF-8
     int code = 0;
     try {
         Check(CoInitializeEx(nullptr, COINIT_MULTITHREADED));

@@ -25,8 +25,7 @@ std::string LastRefusal(const ReplayClient& replay)
 }
 
 /// Formats the sums of one metric. Pending records are computed, since the module does not report them. The Lamina
-/// metric has no line for them: each
-// logon replaces the values of the one before.
+/// metric has no line for them: each logon replaces the values of the one before.
 std::wstring SumsOf(const MetricTally& tally)
 {
     const EventCounter& counter = *tally.counter;

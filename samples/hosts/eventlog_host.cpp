@@ -115,14 +115,12 @@ public:
     HRESULT STDMETHODCALLTYPE Reserved9() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override
     {
-        // The caller owns the strings and the value; a sink copies what it keeps.
-        if (value.vt == VT_BSTR) {
-            Print(Text(key) + L" [" + Text(instance) + L"] = " + Text(value.bstrVal));
-        } else if (value.vt == VT_UI8) {
-            Print(Text(key) + L" [" + Text(instance) + L"] = " + std::to_wstring(value.ullVal));
-        } else {
+        if (value.vt != VT_BSTR && value.vt != VT_UI8) {
             return DISP_E_BADVARTYPE;
         }
+        // The caller owns the strings and the value; a sink copies what it keeps.
+        Print(Text(key) + L" [" + Text(instance) + L"] = " +
+              (value.vt == VT_BSTR ? Text(value.bstrVal) : std::to_wstring(value.ullVal)));
         return S_OK;
     }
 };

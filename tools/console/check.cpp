@@ -191,7 +191,7 @@ std::string ToShortTable(Collection collection)
     constexpr size_t kMaxValues = 20;
     const size_t count = collection.values.size();
     collection.values.resize(std::min(count, kMaxValues));
-    std::string text = ToTable(collection, TerminalWidth());
+    std::string text = ToTable(collection);
     if (count > kMaxValues) {
         text.insert(text.size() - 1,
                     "  and " + std::to_string(count - kMaxValues) + " more; --format jsonl prints all values\n");
@@ -258,11 +258,10 @@ ExitCode Check(const Options& options)
     WriteData(isTable ? ToUtf8(session.Summary()) + "\n" : "");
     Require(!IsStopped(), ExitCode::Stopped,
             "stopped by Ctrl+C before the whole export was played; the check has no result");
-    std::string difference = options.expect.empty() ? "" : Difference(expected, written);
+    const std::string difference = options.expect.empty() ? "" : Difference(expected, written);
     if (difference.empty()) {
         return code;
     }
-    difference.pop_back(); // the last line break
     WriteLine(InputName(options.expect) + " (-) and the values that would be written (+) differ:\n" + difference);
     return code == ExitCode::Ok ? ExitCode::Differs : code;
 }

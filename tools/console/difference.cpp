@@ -48,14 +48,14 @@ std::string Difference(const std::string& expectedText, const std::string& actua
     }
     const std::wstring wanted = ToWide(expected.value_or(""));
     const std::wstring written = ToWide(actual.value_or(""));
-    std::string text = "at line " + std::to_string(line) + " of what is expected\n";
-    text += expected ? "- " + Around(wanted, 0, kBeginning) + "\n" : "";
-    text += actual ? "+ " + Around(written, 0, kBeginning) + "\n" : "";
+    std::string text = "at line " + std::to_string(line) + " of what is expected";
+    text += expected ? "\n- " + Around(wanted, 0, kBeginning) : "";
+    text += actual ? "\n+ " + Around(written, 0, kBeginning) : "";
     if (expected && actual) {
         const auto differing = std::mismatch(wanted.begin(), wanted.end(), written.begin(), written.end()).first;
         const auto place = static_cast<size_t>(differing - wanted.begin());
-        text += "  first difference at character " + std::to_string(place + 1) + ":\n    expected " +
-                Around(wanted, place, kAround) + "\n    written  " + Around(written, place, kAround) + "\n";
+        text += "\n  first difference at character " + std::to_string(place + 1) + ":\n    expected " +
+                Around(wanted, place, kAround) + "\n    written  " + Around(written, place, kAround);
     }
     size_t expectedAfter = 0, writtenAfter = 0;
     while (NextValue(expectedLines, ignored)) {
@@ -65,8 +65,8 @@ std::string Difference(const std::string& expectedText, const std::string& actua
         ++writtenAfter;
     }
     if (expectedAfter + writtenAfter != 0) {
-        text += "  lines that follow: " + std::to_string(expectedAfter) + " expected, " + std::to_string(writtenAfter) +
-                " written\n";
+        text += "\n  lines that follow: " + std::to_string(expectedAfter) + " expected, " +
+                std::to_string(writtenAfter) + " written";
     }
     return text;
 }

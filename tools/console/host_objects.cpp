@@ -34,13 +34,13 @@ HRESULT Logger::GetLogLevels(LPWSTR /*category*/, LONG* levels)
     return S_OK;
 }
 
-HRESULT Logger::Take(LogLevel level, const char* prefix, BSTR text)
+HRESULT Logger::Log(LogLevel level, const char* name, BSTR text)
 {
     std::wstring line = FromBstr(text);
     line.erase(line.find_last_not_of(L"\r\n") + 1); // the system ends its error texts with a line break
     const std::lock_guard guard(lock_);
     if ((shown_ & static_cast<LONG>(level)) != 0) {
-        WriteLine(prefix + ToUtf8(Printable(line)));
+        WriteLine(std::string(name) + ": " + ToUtf8(Printable(line)));
     }
     if (level == LogLevel::Info && keptThread_ == GetCurrentThreadId()) {
         kept_.push_back(std::move(line));

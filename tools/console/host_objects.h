@@ -31,15 +31,12 @@ public:
 
     HRESULT STDMETHODCALLTYPE Reserved7() override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* levels) override;
-    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Take(LogLevel::Error, "error: ", text); }
-    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override
-    {
-        return Take(LogLevel::Warning, "warning: ", text);
-    }
-    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Take(LogLevel::Info, "info: ", text); }
+    HRESULT STDMETHODCALLTYPE LogError(BSTR, BSTR text) override { return Log(LogLevel::Error, "error", text); }
+    HRESULT STDMETHODCALLTYPE LogWarning(BSTR, BSTR text) override { return Log(LogLevel::Warning, "warning", text); }
+    HRESULT STDMETHODCALLTYPE LogInfo(BSTR, BSTR text) override { return Log(LogLevel::Info, "info", text); }
 
 private:
-    HRESULT Take(LogLevel level, const char* prefix, BSTR text);
+    HRESULT Log(LogLevel level, const char* name, BSTR text);
 
     const LONG shown_;
     std::mutex lock_;

@@ -1,7 +1,6 @@
 #include "tools/console/input.h"
 
 #include "host/unique_resource.h"
-#include "tools/console/failure.h"
 #include "tools/native_thread.h"
 #include "tools/utf8.h"
 
@@ -12,7 +11,7 @@ namespace orvel::console {
 
 namespace {
 
-HANDLE stopEvent = nullptr;
+const HANDLE stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
 std::atomic<bool> isStopped = false; // the event alone would cost a system call per replayed event
 
 BOOL WINAPI OnControl(DWORD event)
@@ -46,7 +45,6 @@ std::string ReadAll(HANDLE file, const std::string& name, ExitCode code)
 
 void CatchControlC()
 {
-    stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     SetConsoleCtrlHandler(OnControl, TRUE);
 }
 

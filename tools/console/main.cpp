@@ -1,9 +1,7 @@
 #include "tools/console/commands.h"
-#include "tools/console/failure.h"
 #include "tools/console/input.h"
 #include "tools/console/output.h"
 #include "tools/console/session.h"
-#include "tools/console/terminal.h"
 #include "tools/utf8.h"
 
 #include <windows.h>
@@ -33,7 +31,7 @@ void Run(const Options& options)
 
     const std::optional<ReplayClient> replay = LoadReplay(options);
     Session session(options, replay, [&](const Collection& collection) {
-        WriteData(options.format == Format::Table ? ToTable(collection, TerminalWidth()) : ToJsonLines(collection));
+        WriteData(options.format == Format::Table ? ToTable(collection) : ToJsonLines(collection));
     });
     const std::optional<Failure> failure = session.Run(metrics);
     if (options.format == Format::Table || options.summary) {

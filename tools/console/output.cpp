@@ -4,7 +4,6 @@
 #include "tools/console/terminal.h"
 #include "tools/utf8.h"
 
-#include <windows.h>
 #include <io.h>
 
 #include <algorithm>

@@ -2,7 +2,6 @@
 
 #include "host/bstr.h"
 #include "host/format.h"
-#include "tools/console/failure.h"
 #include "tools/console/input.h"
 #include "tools/console/output.h"
 #include "tools/console/terminal.h"
@@ -49,24 +48,20 @@ std::wstring SumsOf(const MetricTally& tally)
     return lines + FormatString(L"    %llu values written, %llu refused", tally.values, tally.refused);
 }
 
-ReplayClient LoadReplayLog()
-{
-    const std::wstring path = PathBesideProgram(L"replay\\wevtapi.dll");
-    try {
-        return ReplayClient(path);
-    } catch (const std::runtime_error& error) {
-        throw Failure(ExitCode::Export, ToUtf8(path) + ": " + error.what());
-    }
-}
-
 } // namespace
 
 std::optional<ReplayClient> LoadReplay(const Options& options)
 {
+    std::optional<ReplayClient> replay;
     if (options.command != Command::Check && options.replay.empty() && !options.replayOwn) {
-        return std::nullopt;
+        return replay;
     }
-    const ReplayClient replay = LoadReplayLog();
+    const std::wstring path = PathBesideProgram(L"replay\\wevtapi.dll");
+    try {
+        replay.emplace(path);
+    } catch (const std::runtime_error& error) {
+        throw Failure(ExitCode::Export, ToUtf8(path) + ": " + error.what());
+    }
     if (options.replay.empty()) {
         return replay;
     }
@@ -74,15 +69,15 @@ std::optional<ReplayClient> LoadReplay(const Options& options)
                                       {ReplayPublisher, &options.publishers},
                                       {ReplayMissingPublisher, &options.missingPublishers}}) {
         for (const std::string& name : *names) {
-            replay.Declare(kind, ToWide(name).c_str());
+            replay->Declare(kind, ToWide(name).c_str());
         }
     }
     const std::string name = InputName(options.replay);
     const std::string bytes = ReadInput(options.replay, ExitCode::Export);
     wchar_t message[kMessageSize] = L"";
-    const DWORD error = replay.LoadBytes(bytes.data(), bytes.size(), message, kMessageSize);
+    const DWORD error = replay->LoadBytes(bytes.data(), bytes.size(), message, kMessageSize);
     Require(error == ERROR_SUCCESS, ExitCode::Export, name + ": " + ToUtf8(message));
-    Require(replay.Count() != 0, ExitCode::Export,
+    Require(replay->Count() != 0, ExitCode::Export,
             name + ": the export has no event; export a channel that has some with: "
                    "wevtutil qe LOG /f:RenderedXml /e:Events");
     return replay;

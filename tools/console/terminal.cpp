@@ -72,9 +72,8 @@ size_t TerminalWidth()
     if (GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) {
         return static_cast<size_t>(info.srWindow.Right - info.srWindow.Left + 1);
     }
-    wchar_t wanted[8] = L"";
-    GetEnvironmentVariableW(L"COLUMNS", wanted, ARRAYSIZE(wanted));
-    return std::wcstoul(wanted, nullptr, 10);
+    const char* const columns = std::getenv("COLUMNS");
+    return columns == nullptr ? 0 : std::strtoul(columns, nullptr, 10);
 }
 
 size_t Width(std::wstring_view text)

@@ -45,12 +45,13 @@ std::wstring DrawBars(const Times& times, size_t width)
     const size_t barWidth =
         width == 0 ? kBarWidth : std::clamp(width, kBarColumn + 8, kBarColumn + kBarWidth) - kBarColumn;
     std::array<double, kTimestamps.size()> since{}; // milliseconds after the logon; can be negative
-    std::transform(times.begin(), times.end(), since.begin(),
-                   [&](const auto& time) { return static_cast<double>(static_cast<long long>(*time - *times[0])); });
-    const auto [first, last] = std::minmax_element(since.begin(), since.end());
-    const double span = *last - *first;
-    const auto column = [&, start = *first](double at) {
-        return span == 0 ? 0 : static_cast<size_t>(std::lround((at - start) / span * static_cast<double>(barWidth)));
+    std::ranges::transform(times, since.begin(), [&](const auto& time) {
+        return static_cast<double>(static_cast<long long>(*time - *times[0]));
+    });
+    const auto [first, last] = std::ranges::minmax(since);
+    const auto column = [&](double at) {
+        const double share = last == first ? 0 : (at - first) / (last - first);
+        return static_cast<size_t>(std::lround(share * static_cast<double>(barWidth)));
     };
     std::wstring rows = FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");
     for (size_t i = 0; i < kTimestamps.size(); ++i) {

@@ -46,23 +46,20 @@ HRESULT InstallForUser(const std::wstring& path, BOOL isInstallation)
     return install != nullptr ? install(isInstallation, L"user") : HRESULT_FROM_WIN32(ERROR_MOD_NOT_FOUND);
 }
 
-/// Returns why the registration could not be removed, or an empty text.
-std::string RemoveForUser(const std::wstring& path)
+/// Removes a module's registration for the current user. Throws Failure, also if something of it is left.
+void RemoveForUser(const std::wstring& path)
 {
     const HRESULT hr = InstallForUser(path, FALSE);
-    if (FAILED(hr)) {
-        return "cannot remove the module's registration for this user: " + Describe(hr) +
-               "; retry with: regsvr32 /s /u /n /i:user Orvel_eventlog.dll";
-    }
+    Require(SUCCEEDED(hr), ExitCode::Removal,
+            "cannot remove the module's registration for this user: " + Describe(hr) +
+                "; retry with: regsvr32 /s /u /n /i:user Orvel_eventlog.dll");
     for (const wchar_t* const key :
          {L"OrvelAgent.EventLogProvider", L"OrvelAgent.EventLogProvider.1", L"AppID\\Orvel_eventlog.dll", kClassKey,
           L"TypeLib\\{BA21C1A6-3183-4E99-A464-6DF4178B7249}"}) {
         const std::wstring name = std::wstring(L"Software\\Classes\\") + key;
-        if (KeyExists(HKEY_CURRENT_USER, name)) {
-            return "HKEY_CURRENT_USER\\" + ToUtf8(name) + " still exists after the removal; delete it with reg delete";
-        }
+        Require(!KeyExists(HKEY_CURRENT_USER, name), ExitCode::Removal,
+                "HKEY_CURRENT_USER\\" + ToUtf8(name) + " still exists after the removal; delete it with reg delete");
     }
-    return {};
 }
 
 void WriteToLiveLog(const std::wstring& application)
@@ -204,12 +201,11 @@ void Verify(const Options& options)
         Report("Installation",
                ToUtf8(kProgId) + " is not installed; registered the module beside this program for the user");
         const std::optional<Failure> failure = FailureOf([&] { VerifyProvider(options, replay); });
-        const std::string left = RemoveForUser(path);
-        Report("Removal", left.empty() ? "removed the registration, nothing is left" : left);
-        if (failure) {
-            throw *failure;
+        const std::optional<Failure> removalFailure = FailureOf([&] { RemoveForUser(path); });
+        Report("Removal", removalFailure ? removalFailure->what() : "removed the registration, nothing is left");
+        if (failure || removalFailure) {
+            throw failure ? *failure : *removalFailure;
         }
-        Require(left.empty(), ExitCode::Removal, left);
     }
     Report("Result", "the provider works on this computer");
 }

@@ -22,9 +22,9 @@ std::string ToJsonLines(const Collection& collection);
 /// Returns a text as a JSON string.
 std::string Quote(std::wstring_view text);
 
-/// Returns an aligned table with a heading, up to `width` columns wide (0: any). If nothing was written, the provider's
-/// info lines say why.
-std::string ToTable(const Collection& collection, size_t width);
+/// Returns an aligned table with a heading, as wide as the terminal. If nothing was written, the provider's info lines
+/// say why.
+std::string ToTable(const Collection& collection);
 
 /// Draws the Lamina logon as bars on one axis with durations, and lists its plinths; says why if a timestamp is
 /// missing. Empty if the collection has no value of the Lamina metric.

@@ -1,11 +1,48 @@
-#include "tools/console/terminal.h"
 #include "tools/console/writers.h"
+
+#include "host/format.h"
+#include "tools/console/terminal.h"
 #include "tools/utf8.h"
 
 #include <algorithm>
 #include <array>
 
 namespace orvel::console {
+
+std::string Quote(std::wstring_view text)
+{
+    constexpr std::wstring_view kEscaped = L"\"\\\r\n\t";
+    constexpr std::wstring_view kEscapes = L"\"\\rnt";
+    std::wstring json = L"\"";
+    for (size_t i = 0; i < text.size(); ++i) {
+        const wchar_t unit = text[i];
+        const size_t escape = kEscaped.find(unit);
+        if (escape != kEscaped.npos) {
+            json.append({L'\\', kEscapes[escape]});
+        } else if (IS_HIGH_SURROGATE(unit) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1])) {
+            json.append({unit, text[++i]});
+        } else if (unit < 0x20 || IS_HIGH_SURROGATE(unit) || IS_LOW_SURROGATE(unit)) {
+            json += FormatString(L"\\u%04x", static_cast<unsigned>(unit));
+        } else {
+            json += unit;
+        }
+    }
+    return ToUtf8(json += L'"');
+}
+
+std::string ToJsonLines(const Collection& collection)
+{
+    const std::string start =
+        "{\"collection\":" + std::to_string(collection.number) + ",\"metric\":" + Quote(collection.metric);
+    std::string lines;
+    for (const MetricValue& value : collection.values) {
+        lines += start + ",\"key\":" + Quote(value.key) + ",\"instance\":" + Quote(value.instance);
+        lines += value.type == VT_BSTR ? ",\"type\":\"VT_BSTR\",\"value\":" + Quote(value.text)
+                                       : ",\"type\":\"VT_UI8\",\"value\":" + std::to_string(value.number);
+        lines += "}\n";
+    }
+    return lines;
+}
 
 std::wstring Reasons(const Collection& collection)
 {
@@ -16,11 +53,12 @@ std::wstring Reasons(const Collection& collection)
     return reasons;
 }
 
-std::string ToTable(const Collection& collection, size_t width)
+std::string ToTable(const Collection& collection)
 {
     constexpr size_t kNarrowest = 40;     // least width of the column of values
     constexpr size_t kShortInstance = 20; // width of the column of instances if the values would get less
     using Row = std::array<std::wstring, 3>;
+    const size_t width = TerminalWidth();
     std::vector<Row> rows = {{L"KEY", L"INSTANCE", L"VALUE"}};
     size_t keyWidth = Width(rows[0][0]);
     size_t instanceWidth = Width(rows[0][1]);

@@ -22,8 +22,6 @@ bool CLaminaLogCollector::PrepareCollectLog()
     if (!LocateLogDirectory()) {
         return false;
     }
-    logText_.clear();
-    logText_.shrink_to_fit();
     DWORD error = ERROR_SUCCESS;
     const UniqueFile file = OpenLogFile(logDirectory_ + kCurrentLogName, error);
     if (error == ERROR_FILE_NOT_FOUND) {
@@ -37,16 +35,17 @@ bool CLaminaLogCollector::PrepareCollectLog()
     return true;
 }
 
-bool CLaminaLogCollector::CollectLog()
+bool CLaminaLogCollector::CollectLog(std::wstring& text)
 {
     LogInfo(L"CollectLog");
     DWORD error = ERROR_SUCCESS;
     const UniqueFile file = OpenLogFile(logDirectory_ + kCurrentLogName, error);
     if (error == ERROR_FILE_NOT_FOUND) {
         LogInfo(L"log is not availbe, read from backup log");
-        return ReadBackupLog(logText_);
+        return ReadBackupLog(text);
     }
-    return file && GetLogFileSize(file.get(), endSize_) && ReadLogs(file.get());
+    uint32_t endSize = 0;
+    return file && GetLogFileSize(file.get(), endSize) && ReadLogs(file.get(), endSize, text);
 }
 
 void CLaminaLogCollector::ParseMountedPlinths(std::wstring_view text, size_t start)
@@ -64,10 +63,11 @@ void CLaminaLogCollector::FindPlinthsInLog()
     if (searchDone_) {
         return;
     }
-    if (CollectLog()) {
-        const size_t response = logText_.find(kLoginResponseMarker);
+    std::wstring text;
+    if (CollectLog(text)) {
+        const size_t response = text.find(kLoginResponseMarker);
         if (response != std::wstring::npos) {
-            ParseMountedPlinths(logText_, response + kLoginResponseMarker.size());
+            ParseMountedPlinths(text, response + kLoginResponseMarker.size());
         } else {
             LogError(L"Failed to find login response from the log");
         }
@@ -131,33 +131,24 @@ bool CLaminaLogCollector::GetLogFileSize(HANDLE file, uint32_t& size)
     return true;
 }
 
-bool CLaminaLogCollector::ReadLogs(HANDLE file)
+bool CLaminaLogCollector::ReadLogs(HANDLE file, uint32_t endSize, std::wstring& text)
 {
-    if (endSize_ == beginSize_) {
-        logText_.clear();
+    if (endSize == beginSize_) {
         LogInfo(L"No logs collected");
         return true;
     }
-    if (beginSize_ < endSize_) {
+    if (beginSize_ < endSize) {
         LogInfo(L"Read logs from korvex.log");
-        return ReadCurrentLog(file);
+        return SeekLogFile(file, beginSize_) &&
+               ReadLogText(file, endSize - beginSize_, text, L"Failed to read from log file, error: %d");
     }
     LogInfo(L"Read logs from korvex.log and korvex_bak.log");
-    return ReadBackupAndCurrentLog(file);
-}
-
-bool CLaminaLogCollector::ReadCurrentLog(HANDLE file)
-{
-    if (!SeekLogFile(file, beginSize_)) {
-        return false;
-    }
-    logText_.clear();
-    return ReadLogText(file, endSize_ - beginSize_, logText_, L"Failed to read from log file, error: %d");
+    // The file was just opened, so that it is read from its start.
+    return ReadBackupLog(text) && ReadLogText(file, endSize, text, L"Failed to read logs, error: %d");
 }
 
 bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
 {
-    text.clear();
     DWORD error = ERROR_SUCCESS;
     const UniqueFile file = OpenLogFile(logDirectory_ + kBackupLogName, error);
     if (!file) {
@@ -178,17 +169,6 @@ bool CLaminaLogCollector::ReadBackupLog(std::wstring& text)
     }
     return SeekLogFile(file.get(), beginSize_) &&
            ReadLogText(file.get(), size - beginSize_, text, L"Failed to read from backup log, error: %d");
-}
-
-bool CLaminaLogCollector::ReadBackupAndCurrentLog(HANDLE file)
-{
-    std::wstring text;
-    // The file was just opened, so that it is read from its start.
-    if (!ReadBackupLog(text) || !ReadLogText(file, endSize_, text, L"Failed to read logs, error: %d")) {
-        return false;
-    }
-    logText_ = std::move(text);
-    return true;
 }
 
 bool CLaminaLogCollector::SeekLogFile(HANDLE file, uint32_t offset)
@@ -219,6 +199,7 @@ bool CLaminaLogCollector::ReadLogText(HANDLE file, uint32_t bytes, std::wstring&
         text.resize(isRead ? text.find(L'\0', start) : start);
     }
     if (!isRead) {
+        // For a refused size, too, with whatever the last error is: log parsers expect the line.
         LogError(failure, GetLastError());
     }
     return isRead;

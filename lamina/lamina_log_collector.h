@@ -27,10 +27,6 @@ public:
     /// counts as empty. Returns false when the log cannot be located or opened, or its size cannot be queried.
     bool PrepareCollectLog();
 
-    /// Reads what was appended to the log since PrepareCollectLog, following a rotation into the backup. Returns false
-    /// when reading failed.
-    bool CollectLog();
-
     /// Adds the plinths that the text lists from character `start` on.
     void ParseMountedPlinths(std::wstring_view text, size_t start);
 
@@ -43,19 +39,19 @@ public:
     const std::vector<PlinthInfo>& GetPlinths() const { return plinths_; }
 
 private:
-    // These return false after a failure, which they have logged.
+    // These return false after a failure, which they have logged. Texts are appended to `text`.
     bool LocateLogDirectory();
+    /// Reads what was appended to the log since PrepareCollectLog, following a rotation into the backup.
+    bool CollectLog(std::wstring& text);
     bool GetLogFileSize(HANDLE file, uint32_t& size);
-    bool ReadLogs(HANDLE file);
-    bool ReadCurrentLog(HANDLE file);
+    bool ReadLogs(HANDLE file, uint32_t endSize, std::wstring& text);
     bool ReadBackupLog(std::wstring& text);
-    bool ReadBackupAndCurrentLog(HANDLE file);
     bool SeekLogFile(HANDLE file, uint32_t offset);
+    /// `failure` is the format of the line for a failure; its argument is the last error.
+    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text, const wchar_t* failure);
 
     /// Returns null on failure and sets `error` to its Win32 code, otherwise to 0.
     UniqueFile OpenLogFile(const std::wstring& path, DWORD& error);
-    /// Appends to `text`. `failure` is the format of the line for a failure; its argument is the last error.
-    bool ReadLogText(HANDLE file, uint32_t bytes, std::wstring& text, const wchar_t* failure);
 
     template <typename... Arguments>
     void LogInfo(const wchar_t* format, Arguments... arguments) const
@@ -69,9 +65,7 @@ private:
     }
 
     std::wstring logDirectory_; ///< ends in a backslash; empty before the first success of LocateLogDirectory
-    std::wstring logText_;
-    uint32_t beginSize_ = 0; ///< the log's size in bytes at PrepareCollectLog; only the low 32 bits, as all sizes
-    uint32_t endSize_ = 0;   ///< the log's size in bytes at CollectLog
+    uint32_t beginSize_ = 0;    ///< the log's size in bytes at PrepareCollectLog; only the low 32 bits, as all sizes
     bool searchDone_ = false;
     std::vector<PlinthInfo> plinths_;
     Microsoft::WRL::ComPtr<IAgentLogger> logger_;

@@ -35,7 +35,7 @@ fi
 export ORVEL_WINE_SYSTEM=$system WINEPREFIX=$PWD/build/wine-prefix-x86
 mounts="/proc /sys /dev /tmp $PWD"
 leave() {
-    cmake/wine.sh --stop
+    cmake/wine.sh --stop || true # the mounts must go in any case
     for mount in $mounts; do umount -l "$system$mount" 2>/dev/null || true; done
 }
 trap leave EXIT

@@ -9,7 +9,7 @@ endif()
 install(TARGETS Orvel_eventlog eventlog_console RUNTIME DESTINATION .)
 install(FILES ${CMAKE_BINARY_DIR}/bin/OrvelAgent.tlb ${CMAKE_BINARY_DIR}/bin/EventLogProviderLib.tlb DESTINATION .)
 install(TARGETS replay_log RUNTIME DESTINATION replay)
-install(CODE "execute_process(COMMAND \"${PROJECT_SOURCE_DIR}/cmake/notices.sh\" COMMAND_ERROR_IS_FATAL ANY
+install(CODE "execute_process(COMMAND \"${PROJECT_SOURCE_DIR}/cmake/notices.sh\" ${ORVEL_ARCH} COMMAND_ERROR_IS_FATAL ANY
   OUTPUT_FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/THIRD-PARTY-NOTICES\")")
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md DESTINATION .)
 install(FILES host/OrvelAgent.idl DESTINATION host)

@@ -18,8 +18,8 @@ constexpr HRESULT HresultFromWin32(std::integral auto error) noexcept
     return code <= 0 ? code : static_cast<HRESULT>((static_cast<DWORD>(code) & 0xFFFFU) | 0x80070000U);
 }
 
-/// Runs `body` as a call into the module; every call of the host and of the Event Log runs through it. Converts
-/// std::bad_alloc to `_com_error` with E_OUTOFMEMORY.
+/// Runs `body` as a call into the module: a method of the provider or the Event Log's callback. Converts std::bad_alloc
+/// to `_com_error` with E_OUTOFMEMORY.
 template <typename Body>
 decltype(auto) EnterModule(Body&& body)
 {

@@ -14,11 +14,10 @@ wchar_t category[] = L"eventlog";
 
 std::wstring SystemText(HRESULT code)
 {
-    constexpr DWORD kUserDefaultLanguage = 0x400;
     wchar_t* text = nullptr;
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-        static_cast<DWORD>(code), kUserDefaultLanguage, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
+        static_cast<DWORD>(code), LANG_USER_DEFAULT, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     if (length == 0) {
         return {};
     }

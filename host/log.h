@@ -13,9 +13,10 @@ namespace orvel {
 enum class LogLevel : LONG { Error = 1, Warning = 2, Info = 4 };
 
 /// Returns the system's text for an HRESULT or Win32 code, with its trailing line break. Empty when there is none.
+/// Throws std::bad_alloc.
 std::wstring SystemText(HRESULT code);
 
-/// Returns the end of an error line: the code and the system's text for it. Throws as `FormatString`.
+/// Returns the end of an error line: the code and the system's text for it. Throws like `FormatString`.
 std::wstring ErrorSuffix(HRESULT code);
 
 /// Returns whether the logger accepts lines of a level; false without a logger.

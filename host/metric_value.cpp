@@ -17,7 +17,7 @@ HRESULT Write(IMetricSink* sink, const wchar_t* key, std::wstring_view instance,
     const UniqueBstr keyBstr = MakeBstr(key);
     const UniqueBstr instanceBstr = MakeCountedBstr(instance);
     _variant_t variant;
-    variant = value; // unlike the constructor, checks VariantClear
+    variant = value; // the assignment calls VariantClear and throws its failure code; the constructor does not
     return sink->WriteMetric(keyBstr.get(), instanceBstr.get(), variant);
 }
 

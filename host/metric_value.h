@@ -8,7 +8,7 @@
 namespace orvel {
 
 // These functions return the sink's result, or E_POINTER for a null sink. They throw `_com_error` with E_OUTOFMEMORY,
-// or with the code of a failed VariantClear.
+// with E_INVALIDARG for an instance that is longer than a BSTR can be, or with the code of a failed VariantClear.
 
 /// Writes a text. The key of a metric with several instances ends in "|*", and `instance` names one of them. The sink
 /// receives an empty instance as a null BSTR.

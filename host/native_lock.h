@@ -7,9 +7,9 @@
 
 namespace orvel {
 
-/// A slim reader/writer lock for std::lock_guard and std::shared_lock. Not recursive: lock() throws std::system_error
-/// (resource_deadlock_would_occur) on a thread that already holds the lock exclusively. Used instead of std::mutex,
-/// which with GCC allocates memory at its first use and never frees it.
+/// A slim reader/writer lock for std::lock_guard and std::shared_lock. lock() throws std::system_error
+/// (resource_deadlock_would_occur) on a thread that already holds the lock exclusively; a thread must not lock it twice
+/// in any other way. Used instead of std::mutex, which with GCC allocates memory at its first use and never frees it.
 class NativeLock {
 public:
     NativeLock() = default;

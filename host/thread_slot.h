@@ -6,7 +6,8 @@
 
 namespace orvel {
 
-/// A number per thread, initially 0. Uses a TLS slot, because `thread_local` allocates memory.
+/// A number per thread, initially 0. Uses a TLS slot, because GCC's `thread_local` ends the process when it cannot
+/// allocate memory.
 class ThreadSlot {
 public:
     ThreadSlot() noexcept : slot_(TlsAlloc()) {}

@@ -12,8 +12,8 @@ struct Rule {
     AgentEventKind kind;
 };
 
-// The first matching rule decides. Rows 1 to 5 and 6 to 9 are the agent's two wordings. Volumes other than type 2 do
-// not count.
+// The first matching rule decides. Rows 1 to 5 are the agent's first wording, rows 6 to 9 its second, which shares the
+// first's logon. Volumes other than type 2 do not count.
 constexpr Rule kRules[] = {
     {L"User is logging in", L"", AgentEventKind::Logon},
     {L"User is logging off", L"", AgentEventKind::Logoff},

@@ -1,7 +1,6 @@
 #include "metric/event_reading.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <cwchar>
 
 namespace orvel {
@@ -45,12 +44,11 @@ DWORD RenderEventValues(EventHandle& context, EVT_HANDLE event, std::span<const 
     if (error != ERROR_INSUFFICIENT_BUFFER) {
         return error;
     }
-    const UniqueMalloc<EVT_VARIANT> values(static_cast<EVT_VARIANT*>(std::malloc(size)));
+    // Zeroed: if the platform reports success but fills only a part, the remaining values are null.
+    const UniqueMalloc<EVT_VARIANT> values(static_cast<EVT_VARIANT*>(std::calloc(size, 1)));
     if (!values) {
         return ERROR_OUTOFMEMORY;
     }
-    // If the platform reports success but fills only a part, the remaining values are null.
-    std::memset(values.get(), 0, size);
     DWORD used = 0;
     error = Render(context.get(), event, size, values.get(), used);
     if (error == ERROR_SUCCESS) {

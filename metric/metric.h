@@ -16,8 +16,9 @@ namespace orvel {
 /// Base of all metrics: the name, the host's objects and one Event Log subscription, whose events go to `OnEvent`.
 /// Always held by a shared pointer: a running delivery keeps its metric alive.
 ///
-/// The host calls Subscribe, Unsubscribe and Collect one at a time; OnEvent runs on the Event Log's threads at any
-/// time. Each derived metric serialises OnEvent and Collect with its own lock. Unsubscribe takes no lock.
+/// The host's calls do not overlap on different threads, but Unsubscribe may run inside Collect. OnEvent runs on the
+/// Event Log's threads at any time. Each derived metric serialises OnEvent and Collect with its own lock. Unsubscribe
+/// takes no lock.
 class CMetric : public std::enable_shared_from_this<CMetric> {
 public:
     /// `logger` and `host` may be null; the metric holds a reference to each.
@@ -28,13 +29,15 @@ public:
 
     /// Reads "channel" and "query" from the configuration element and opens the subscription. Called once.
     /// Returns S_OK, also when the Event Log refuses the subscription, or the code of `GetProperty` (property.h).
+    /// Throws std::bad_alloc, and `_com_error` with E_OUTOFMEMORY.
     virtual HRESULT Subscribe(IXMLDOMElement* configuration);
 
     /// Closes the subscription as `Subscription::Close` does. Running deliveries complete. Returns S_OK.
     virtual HRESULT Unsubscribe();
 
     /// Writes the metric's values to `sink` and returns the metric's own result. `context` is not read.
-    /// Throws `_com_error` with E_OUTOFMEMORY, and std::system_error on a thread that is inside this metric already.
+    /// Throws std::bad_alloc, `_com_error` with E_OUTOFMEMORY or the code of a failed VariantClear, and
+    /// std::system_error on a thread that is inside this metric already.
     virtual HRESULT Collect(IMetricSink* sink, LONG_PTR context) = 0;
 
     /// Handles one delivered event. The handle is valid during the call and belongs to the caller. Throws as Collect.

@@ -21,8 +21,9 @@ class SubscriptionTable {
 public:
     void Add(const std::shared_ptr<Subscription>& subscription)
     {
-        // An entry's weak reference keeps its address from being reused. The latest expired entries are kept, so that a
-        // late delivery to an old subscription cannot reach a new one at the same address.
+        // A weak reference keeps the memory of its metric, which std::make_shared has made, and so the address from
+        // being reused. Expired entries are kept, so that a late delivery to an old subscription cannot reach a new one
+        // at the same address.
         constexpr auto kExpiredKept = 64;
         const auto hasExpired = [](const Entry& entry) { return entry.subscription.expired(); };
         const std::lock_guard guard(lock_);

@@ -54,8 +54,7 @@ STDAPI DllUnregisterServer()
 
 STDAPI DllInstall(BOOL install, PCWSTR commandLine)
 {
-    // Five characters: the terminator must match too.
-    if (commandLine != nullptr && _wcsnicmp(commandLine, L"user", 5) == 0) {
+    if (commandLine != nullptr && _wcsicmp(commandLine, L"user") == 0) {
         orvel::CEventLogProviderModule::Instance().ChoosePerUser();
     }
     if (!install) {

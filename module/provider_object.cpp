@@ -29,7 +29,7 @@ HRESULT LoadProviderTypeInfo(ITypeInfo** out)
         return S_OK;
     }
     try {
-        // The full path, followed by the resource's number: LoadTypeLibEx registers a library that it finds by name.
+        // This module's file, and in it the resource TYPELIB 2.
         const std::wstring path = CEventLogProviderModule::Instance().Path() + L"\\2";
         hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.ReleaseAndGetAddressOf());
     } catch (const std::bad_alloc&) {
@@ -91,7 +91,6 @@ ULONG ProviderObject::Identity::Release()
 
 HRESULT ProviderObject::TypeInfo(ITypeInfo** out)
 {
-    *out = nullptr;
     const std::lock_guard guard(typeInfoLock_);
     if (!typeInfo_) {
         const HRESULT hr = LoadProviderTypeInfo(typeInfo_.GetAddressOf());
@@ -133,7 +132,7 @@ HRESULT ProviderObject::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, L
 HRESULT ProviderObject::Invoke(DISPID member, REFIID iid, LCID, WORD flags, DISPPARAMS* parameters, VARIANT* result,
                                EXCEPINFO* exception, UINT* badArgument)
 {
-    const ModuleCall call;
+    const ModuleCall call; // outlives that of the invoked method, which returns into this one
     if (!IsEqualIID(iid, IID_NULL)) {
         return DISP_E_UNKNOWNINTERFACE;
     }

@@ -31,7 +31,7 @@ struct ScriptError {
 };
 
 /// The texts that replace the words %NAME%, by word.
-using ScriptReplacements = std::map<std::wstring, std::wstring, std::less<>>;
+using ScriptReplacements = std::map<std::wstring, std::wstring>;
 
 /// Parses a registrar script and returns its root HKCR, a key without a name.
 ///

@@ -31,6 +31,7 @@ constexpr const wchar_t* kLibraryKey = sizeof(void*) == 8
 // HKCR is redirected for the whole process: one registration at a time.
 NativeLock registrationLock;
 
+// Makes registration independent of the calling thread's locale.
 class SystemThreadLocale {
 public:
     SystemThreadLocale() noexcept { SetThreadLocale(LOCALE_SYSTEM_DEFAULT); }
@@ -109,7 +110,7 @@ HRESULT UnregisterTypeLibrary()
     // UnRegisterTypeLib returns the same code for a library that is not registered and for one that it may not remove.
     HKEY opened = nullptr;
     const LSTATUS status = RegOpenKeyExW(HKEY_CLASSES_ROOT, kLibraryKey, 0, KEY_READ, &opened);
-    UniqueKey(opened).reset();
+    UniqueKey(opened).reset(); // UnRegisterTypeLib deletes the key
     if (status != ERROR_SUCCESS) {
         return status == ERROR_FILE_NOT_FOUND ? S_OK : HresultFromWin32(status);
     }
@@ -142,7 +143,8 @@ HRESULT OnClasses(HRESULT (*steps)())
 
 HRESULT Register()
 {
-    if (CEventLogProviderModule::Instance().Path().empty()) {
+    const std::wstring path = CEventLogProviderModule::Instance().Path(); // freed after the last error is read
+    if (path.empty()) {
         return HresultFromWin32(GetLastError());
     }
     for (const WORD script : {kModuleScript, kClassScript}) {

@@ -22,7 +22,7 @@ std::wstring NameOf(BSTR name)
     return {name, SysStringLen(name)};
 }
 
-// Takes the new reference before it releases the old one.
+// Unlike the assignment of mingw-w64's ComPtr, takes the new reference before it releases the old one.
 template <typename Interface>
 void Replace(ComPtr<Interface>& held, Interface* replacement)
 {
@@ -47,7 +47,8 @@ void CProvider::ReleaseAll()
 {
     auto metrics = std::exchange(metrics_, {});
     for (auto& [name, metric] : metrics) {
-        // A metric whose delivery is running outlives the provider; its subscription must not.
+        // Not unsubscribed first: a metric releases the host's objects before it closes its subscription. If a running
+        // delivery still holds the metric, the subscription is closed here.
         const std::weak_ptr<CMetric> ended = metric;
         metric.reset();
         if (const std::shared_ptr<CMetric> running = ended.lock()) {
@@ -127,9 +128,8 @@ HRESULT CProvider::QueryMetric(BSTR name, LONG_PTR context, IUnknown* sink)
 {
     return EnterProvider(this, [&] {
         ComPtr<IMetricSink> metricSink;
-        // An object without the interface counts as a null sink, which the metric refuses.
-        if (sink != nullptr && FAILED(sink->QueryInterface(IID_PPV_ARGS(metricSink.GetAddressOf())))) {
-            metricSink.Reset();
+        if (sink != nullptr) {
+            sink->QueryInterface(IID_PPV_ARGS(metricSink.GetAddressOf())); // stays null without the interface
         }
         return QueryMetricEx(name, context, metricSink.Get());
     });

@@ -17,8 +17,8 @@ class CMetric;
 /// the host's calls on one provider must not overlap. From inside a call, however, a logger or sink may unsubscribe any
 /// metric or release the provider.
 ///
-/// All methods throw `_com_error` with E_OUTOFMEMORY when memory runs out. Collections also throw std::system_error
-/// when they are called from inside the same metric.
+/// All methods throw `_com_error` with E_OUTOFMEMORY when memory runs out. Collections also throw it with the code of a
+/// failed VariantClear, and std::system_error when they are called from inside the same metric.
 class CProvider : public IOrvelDataProvider {
 public:
     CProvider(const CProvider&) = delete;

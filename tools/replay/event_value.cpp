@@ -171,6 +171,11 @@ std::optional<uint64_t> ParseEventTime(std::wstring_view text)
     return (((days * 24 + hour) * 60 + minute) * 60 + second) * 10'000'000 + fraction;
 }
 
+bool HasOrder(const Value& value)
+{
+    return std::holds_alternative<Number>(value) || std::holds_alternative<EventTime>(value);
+}
+
 Value ParseValue(std::wstring_view text)
 {
     if (const auto number = ParseNumber(text)) {

@@ -50,6 +50,9 @@ struct Sid {
 /// The value of a text, whose syntax decides its type ([MS-EVEN6] 2.2.15.2); std::monostate is any other text.
 using Value = std::variant<std::monostate, Number, EventTime, Guid, Sid>;
 
+/// Returns whether values of this type are ordered: numbers and times.
+bool HasOrder(const Value& value);
+
 /// Reads a number, a time, a GUID in either case, with or without braces, or a SID.
 Value ParseValue(std::wstring_view text);
 

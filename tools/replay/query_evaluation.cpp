@@ -65,14 +65,12 @@ bool CompareOperands(const Expression& comparison, const Context& context)
     const Expression& left = comparison.parts.front();
     const Expression& right = comparison.parts.back();
     const Expression::Operator op = comparison.comparison;
-    if (left.kind == Expression::TimeDifference && !TimeDifference(left, context)) {
-        return false;
-    }
     if (left.kind == Expression::Constant) {
         return CompareValue(op, left.literal.text, right.literal);
     }
     if (left.kind != Expression::Path) {
-        return CompareNumbers(op, NumberOf(left, context), NumberOf(right, context));
+        const auto number = NumberOf(left, context);
+        return number && CompareNumbers(op, number, NumberOf(right, context));
     }
     if (right.kind != Expression::Constant) {
         const auto number = NumberOf(right, context);
@@ -128,11 +126,6 @@ std::optional<Number> TimeDifference(const Expression& call, const Context& cont
     constexpr uint64_t kUnitsPerMillisecond = 10'000;
     const uint64_t distance = (std::max(*from, *to) - std::min(*from, *to)) / kUnitsPerMillisecond;
     return Number{*from > *to && distance != 0, distance};
-}
-
-bool HasOrder(const Value& value)
-{
-    return std::holds_alternative<Number>(value) || std::holds_alternative<EventTime>(value);
 }
 
 std::vector<Expression>::const_iterator FindFalse(const Step& step, Positions& positions, Context& node)

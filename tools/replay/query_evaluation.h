@@ -29,9 +29,6 @@ std::optional<std::wstring_view> FirstValue(const Expression& operand, const Con
 /// Returns the milliseconds from the first time to the second (default: the event's), or nothing if one is missing.
 std::optional<Number> TimeDifference(const Expression& call, const Context& context);
 
-/// Returns whether values of the type are ordered: numbers and times.
-bool HasOrder(const Value& value);
-
 /// The number of nodes that have reached each predicate of a step. The array is large enough because each predicate has
 /// at least one expression.
 using Positions = std::array<size_t, kMaxSelectExpressions>;

@@ -97,20 +97,22 @@ private:
 
     Expression ParseSeries(Expression::Kind kind, std::wstring_view word, Expression (Parser::*parsePart)())
     {
-        Expression series{kind};
-        bool isContinued = false;
+        size_t start = position_;
+        Expression first = (this->*parsePart)();
+        if (!TakeWord(word)) {
+            return first;
+        }
+        if (isValuePath_) {
+            Fail(kInvalidQuery, start, L"a value path cannot contain 'or' or 'and'");
+        }
+        RequireCondition(first, start);
+        Expression series{kind, {}, {std::move(first)}};
         do {
-            const size_t start = position_;
+            start = position_;
             series.parts.push_back((this->*parsePart)());
-            isContinued = TakeWord(word);
-            if (isContinued && isValuePath_) {
-                Fail(kInvalidQuery, start, L"a value path cannot contain 'or' or 'and'");
-            }
-            if (isContinued || series.parts.size() > 1) {
-                RequireCondition(series.parts.back(), start);
-            }
-        } while (isContinued);
-        return series.parts.size() > 1 ? std::move(series) : std::move(series.parts.front());
+            RequireCondition(series.parts.back(), start);
+        } while (TakeWord(word));
+        return series;
     }
 
     void RequireCondition(const Expression& expression, size_t start) const

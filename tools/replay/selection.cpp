@@ -28,7 +28,7 @@ Query ParseSelector(const Node& element, const std::wstring& place)
 Selection Selection::OfChannel(std::wstring_view channel, std::wstring_view query)
 {
     Selection selection;
-    selection.queries_.push_back({{false, std::wstring(channel), Query::Parse(query.empty() ? L"*" : query), {}}});
+    selection.queries_.push_back({{{std::wstring(channel), Query::Parse(query.empty() ? L"*" : query), {}}}, {}});
     return selection;
 }
 
@@ -49,7 +49,7 @@ Selection Selection::OfQueryList(std::string_view xml)
         if (query.name != L"Query") {
             Refuse(placeOf(query), L"a QueryList contains Query elements only");
         }
-        auto& selectors = selection.queries_.emplace_back();
+        QueryElement& parsed = selection.queries_.emplace_back();
         for (const Node& element : query.children) {
             const std::wstring place = placeOf(element);
             if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
@@ -64,34 +64,32 @@ Selection Selection::OfQueryList(std::string_view xml)
                 Refuse(place, L"the Path is a file, which the replay log does not support; use a channel",
                        kNotSupported);
             }
-            selectors.push_back(
-                {element.name == L"Suppress", std::wstring(*path), ParseSelector(element, place), place});
+            auto& selectors = element.name == L"Select" ? parsed.selects : parsed.suppresses;
+            selectors.push_back({std::wstring(*path), ParseSelector(element, place), place});
         }
         const auto hasSelect = [&](const Selector& suppress) {
-            return std::any_of(selectors.begin(), selectors.end(), [&](const Selector& other) {
-                return !other.isSuppress && EqualNames(other.channel, suppress.channel);
-            });
+            return std::ranges::any_of(
+                parsed.selects, [&](const Selector& select) { return EqualNames(select.channel, suppress.channel); });
         };
-        if (selectors.empty() || !std::all_of(selectors.begin(), selectors.end(), hasSelect)) {
+        if (parsed.selects.empty() || !std::ranges::all_of(parsed.suppresses, hasSelect)) {
             Refuse(placeOf(query), L"a Query needs a Select, and each Suppress a Select with the same Path");
         }
     }
     return selection;
 }
 
-const Selection::Selector* Selection::FirstMatch(const Selectors& selectors, bool isSuppress, const Event& event)
+const Selection::Selector* Selection::FirstMatch(const std::vector<Selector>& selectors, const Event& event)
 {
-    const auto found = std::find_if(selectors.begin(), selectors.end(), [&](const Selector& selector) {
-        return selector.isSuppress == isSuppress && EqualNames(selector.channel, event.channel) &&
-               selector.query.Matches(event.xml);
+    const auto found = std::ranges::find_if(selectors, [&](const Selector& selector) {
+        return EqualNames(selector.channel, event.channel) && selector.query.Matches(event.xml);
     });
     return found != selectors.end() ? &*found : nullptr;
 }
 
 bool Selection::Matches(const Event& event) const
 {
-    return std::any_of(queries_.begin(), queries_.end(), [&](const Selectors& selectors) {
-        return FirstMatch(selectors, false, event) != nullptr && FirstMatch(selectors, true, event) == nullptr;
+    return std::ranges::any_of(queries_, [&](const QueryElement& query) {
+        return FirstMatch(query.selects, event) != nullptr && FirstMatch(query.suppresses, event) == nullptr;
     });
 }
 
@@ -104,21 +102,21 @@ std::wstring Selection::Explain(const Event& event) const
     std::wstring nearest;
     Nearness nearness;
     size_t equals = 0;
-    for (const Selectors& selectors : queries_) {
-        if (FirstMatch(selectors, false, event) != nullptr) {
-            return FirstMatch(selectors, true, event)->place + L" suppresses it";
+    for (const auto& [selects, suppresses] : queries_) {
+        if (FirstMatch(selects, event) != nullptr) {
+            return FirstMatch(suppresses, event)->place + L" suppresses it";
         }
-        for (const Selector& selector : selectors) {
-            if (EqualNames(selector.channel, event.channel) && !selector.isSuppress) {
-                const Explanation explanation = selector.query.Explain(event.xml);
+        for (const Selector& select : selects) {
+            if (EqualNames(select.channel, event.channel)) {
+                const Explanation explanation = select.query.Explain(event.xml);
                 if (nearest.empty() || explanation.nearness > nearness) {
-                    nearest = selector.place + (selector.place.empty() ? L"" : L": ") + explanation.Text();
+                    nearest = select.place + (select.place.empty() ? L"" : L": ") + explanation.Text();
                     nearness = explanation.nearness;
                     equals = 0;
                 }
                 equals += explanation.nearness == nearness ? 1 : 0;
-            } else if (!selector.isSuppress && channels.find(L"'" + selector.channel + L"'") == channels.npos) {
-                channels += (channels.empty() ? L"'" : L" or '") + selector.channel + L"'";
+            } else if (channels.find(L"'" + select.channel + L"'") == channels.npos) {
+                channels += (channels.empty() ? L"'" : L" or '") + select.channel + L"'";
             }
         }
     }
@@ -131,9 +129,9 @@ std::wstring Selection::Explain(const Event& event) const
 std::vector<std::wstring> Selection::Channels() const
 {
     std::vector<std::wstring> channels;
-    for (const auto& selectors : queries_) {
-        for (const Selector& selector : selectors) {
-            channels.push_back(selector.channel);
+    for (const QueryElement& query : queries_) {
+        for (const Selector& select : query.selects) { // a Suppress has the channel of a Select
+            channels.push_back(select.channel);
         }
     }
     return channels;

@@ -29,16 +29,18 @@ public:
 
 private:
     struct Selector {
-        bool isSuppress;
         std::wstring channel;
         Query query;
         std::wstring place; // "<Select> in line 2"; empty for a query that is not in a QueryList
     };
-    using Selectors = std::vector<Selector>;
+    struct QueryElement {
+        std::vector<Selector> selects;
+        std::vector<Selector> suppresses;
+    };
 
-    static const Selector* FirstMatch(const Selectors& selectors, bool isSuppress, const Event& event);
+    static const Selector* FirstMatch(const std::vector<Selector>& selectors, const Event& event);
 
-    std::vector<Selectors> queries_;
+    std::vector<QueryElement> queries_;
     bool isStructured_ = false;
 };
 

@@ -4,6 +4,7 @@ namespace orvel::replay {
 
 namespace {
 
+/// Returns whether a comparison is true for two values of this order.
 bool Holds(Expression::Operator comparison, std::partial_ordering order)
 {
     switch (comparison) {

@@ -18,19 +18,19 @@ Explanation Single(std::wstring found, std::wstring wanted, size_t depth = 0)
 }
 
 /// Formats an event's value: texts are quoted and truncated.
-std::wstring Shown(std::wstring_view value)
+std::wstring Format(std::wstring_view value)
 {
     constexpr size_t kLongest = 60;
     if (ParseNumber(value)) {
         return std::wstring(value);
     }
-    std::wstring shown = L"'" + std::wstring(value.substr(0, kLongest)) + (value.size() > kLongest ? L"...'" : L"'");
+    std::wstring text = L"'" + std::wstring(value.substr(0, kLongest)) + (value.size() > kLongest ? L"...'" : L"'");
     std::replace_if(
-        shown.begin(), shown.end(), [](wchar_t c) { return c == L'\n' || c == L'\r' || c == L'\t'; }, L' ');
-    return shown;
+        text.begin(), text.end(), [](wchar_t c) { return c == L'\n' || c == L'\r' || c == L'\t'; }, L' ');
+    return text;
 }
 
-std::wstring Shown(const Literal& literal)
+std::wstring Format(const Literal& literal)
 {
     return literal.isQuoted ? L"'" + literal.text + L"'" : literal.text;
 }
@@ -124,7 +124,7 @@ std::wstring Wanted(const Expression& expression, const Context& context)
         return words + TimeDifferenceText(right, context);
     }
     const bool needsOrder = expression.comparison != Expression::Equal && expression.comparison != Expression::NotEqual;
-    return words + Shown(right.literal) +
+    return words + Format(right.literal) +
            (needsOrder && !HasOrder(right.literal.value) ? L", but texts have no order" : L"");
 }
 
@@ -140,7 +140,7 @@ Explanation ExplainValue(const Expression& expression, const Context& context)
         return Single(L"timediff() is " + TimeDifferenceText(left, context), wanted);
     }
     if (left.kind == Expression::Constant) {
-        return Single(L"the literal is " + Shown(left.literal), wanted);
+        return Single(L"the literal is " + Format(left.literal), wanted);
     }
     std::vector<Context> nodes;
     AnyNode(left.path, context, [&](const Context& node) {
@@ -151,7 +151,7 @@ Explanation ExplainValue(const Expression& expression, const Context& context)
         return ExplainPath(left.path, context);
     }
     const std::wstring_view value = nodes.front().value;
-    std::wstring found = Label(nodes.front()) + L" is " + Shown(value);
+    std::wstring found = Label(nodes.front()) + L" is " + Format(value);
     if (expression.kind == Expression::Compare) {
         found += IsConvertible(value, expression.parts.back().literal.value) ? L"" : L", which is of another type";
         found += OneOf(nodes.size(), left.path.back());

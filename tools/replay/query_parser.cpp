@@ -291,8 +291,9 @@ private:
                 Fail(kInvalidQuery, start, L"a path starts with * or Event");
             }
             const bool isInner = isEvent || AnyPredicate(step, LeadsToChildren);
-            const bool hasInner = step.axis == Step::Child && !path.empty() && AnyPredicate(path.back(), IsPosition);
-            if (hasInner || (isInner && AnyPredicate(step, IsPosition))) {
+            const bool followsPosition =
+                step.axis == Step::Child && !path.empty() && AnyPredicate(path.back(), IsPosition);
+            if (followsPosition || (isInner && AnyPredicate(step, IsPosition))) {
                 Fail(kInvalidQuery, start, L"positions are supported on leaf nodes only");
             }
             path.push_back(std::move(step));

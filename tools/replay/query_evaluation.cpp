@@ -47,19 +47,6 @@ bool CompareValue(Expression::Operator comparison, std::wstring_view text, const
     return HasOrder(value) ? Holds(comparison, value <=> literal.value) : compareUnordered(value == literal.value);
 }
 
-/// Returns the value of position(), timediff() or a literal, if it is a number.
-std::optional<Number> NumberOf(const Expression& operand, const Context& context)
-{
-    if (operand.kind == Expression::Position) {
-        return Number{false, context.position};
-    }
-    if (operand.kind == Expression::TimeDifference) {
-        return TimeDifference(operand, context);
-    }
-    const auto* const number = std::get_if<Number>(&operand.literal.value);
-    return number != nullptr ? std::optional(*number) : std::nullopt;
-}
-
 /// Evaluates a comparison. The parser has ordered its operands: paths before functions before literals.
 bool CompareOperands(const Expression& comparison, const Context& context)
 {
@@ -102,6 +89,19 @@ std::optional<uint64_t> TimeOf(const Expression& operand, const Context& context
     return number && !number->isNegative ? std::optional(number->whole) : ParseEventTime(*text);
 }
 
+/// Returns the milliseconds from the first time to the second (default: the event's), or nothing if one is missing.
+std::optional<Number> TimeDifference(const Expression& call, const Context& context)
+{
+    const auto from = TimeOf(call.parts.front(), context);
+    const auto to = call.parts.size() > 1 ? TimeOf(call.parts.back(), context) : CreationTime(context.event);
+    if (!from || !to) {
+        return std::nullopt;
+    }
+    constexpr uint64_t kUnitsPerMillisecond = 10'000;
+    const uint64_t distance = (std::max(*from, *to) - std::min(*from, *to)) / kUnitsPerMillisecond;
+    return Number{*from > *to && distance != 0, distance};
+}
+
 } // namespace
 
 std::optional<std::wstring_view> FirstValue(const Expression& operand, const Context& context)
@@ -117,16 +117,16 @@ std::optional<std::wstring_view> FirstValue(const Expression& operand, const Con
     return value;
 }
 
-std::optional<Number> TimeDifference(const Expression& call, const Context& context)
+std::optional<Number> NumberOf(const Expression& operand, const Context& context)
 {
-    const auto from = TimeOf(call.parts.front(), context);
-    const auto to = call.parts.size() > 1 ? TimeOf(call.parts.back(), context) : CreationTime(context.event);
-    if (!from || !to) {
-        return std::nullopt;
+    if (operand.kind == Expression::Position) {
+        return Number{false, context.position};
     }
-    constexpr uint64_t kUnitsPerMillisecond = 10'000;
-    const uint64_t distance = (std::max(*from, *to) - std::min(*from, *to)) / kUnitsPerMillisecond;
-    return Number{*from > *to && distance != 0, distance};
+    if (operand.kind == Expression::TimeDifference) {
+        return TimeDifference(operand, context);
+    }
+    const auto* const number = std::get_if<Number>(&operand.literal.value);
+    return number != nullptr ? std::optional(*number) : std::nullopt;
 }
 
 std::vector<Expression>::const_iterator FindFalse(const Step& step, Positions& positions, Context& node)

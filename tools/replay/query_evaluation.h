@@ -26,8 +26,9 @@ bool IsTrue(const Expression& expression, const Context& context);
 /// Returns a literal's text, or the first value of a path, if any.
 std::optional<std::wstring_view> FirstValue(const Expression& operand, const Context& context);
 
-/// Returns the milliseconds from the first time to the second (default: the event's), or nothing if one is missing.
-std::optional<Number> TimeDifference(const Expression& call, const Context& context);
+/// Returns the value of position(), timediff() or a literal. Returns nothing for a literal of another type and if
+/// timediff() lacks a time.
+std::optional<Number> NumberOf(const Expression& operand, const Context& context);
 
 /// The number of nodes that have reached each predicate of a step. The array is large enough because each predicate has
 /// at least one expression.

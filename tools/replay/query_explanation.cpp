@@ -98,13 +98,14 @@ Explanation ExplainPath(std::span<const Step> path, const Context& context)
     return nearest;
 }
 
-std::wstring TimeDifferenceText(const Expression& call, const Context& context)
+/// Formats the value of position() or timediff().
+std::wstring FormatResult(const Expression& call, const Context& context)
 {
-    const auto difference = TimeDifference(call, context);
-    if (!difference) {
+    const auto number = NumberOf(call, context);
+    if (!number) {
         return L"unknown, because a time is missing";
     }
-    return (difference->isNegative ? L"-" : L"") + std::to_wstring(difference->whole);
+    return (number->isNegative ? L"-" : L"") + std::to_wstring(number->whole);
 }
 
 /// Describes the values for which a comparison or a call of band() is true, such as "at most 3".
@@ -117,11 +118,8 @@ std::wstring Wanted(const Expression& expression, const Context& context)
     constexpr const wchar_t* kWords[] = {L"",         L"anything but ", L"less than ",
                                          L"at most ", L"more than ",    L"at least "};
     const std::wstring words = kWords[expression.comparison];
-    if (right.kind == Expression::Position) {
-        return words + std::to_wstring(context.position);
-    }
-    if (right.kind == Expression::TimeDifference) {
-        return words + TimeDifferenceText(right, context);
+    if (right.kind != Expression::Constant) {
+        return words + FormatResult(right, context);
     }
     const bool needsOrder = expression.comparison != Expression::Equal && expression.comparison != Expression::NotEqual;
     return words + Format(right.literal) +
@@ -134,10 +132,10 @@ Explanation ExplainValue(const Expression& expression, const Context& context)
     const Expression& left = expression.parts.front();
     const std::wstring wanted = Wanted(expression, context);
     if (left.kind == Expression::Position) {
-        return Single(Label(context) + L" is number " + std::to_wstring(context.position), wanted);
+        return Single(Label(context) + L" is number " + FormatResult(left, context), wanted);
     }
     if (left.kind == Expression::TimeDifference) {
-        return Single(L"timediff() is " + TimeDifferenceText(left, context), wanted);
+        return Single(L"timediff() is " + FormatResult(left, context), wanted);
     }
     if (left.kind == Expression::Constant) {
         return Single(L"the literal is " + Format(left.literal), wanted);

@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <iterator>
 #include <mutex>
 #include <numeric>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -18,12 +20,12 @@ namespace {
 
 /// The measurements of one call into the module. Times are in ticks.
 struct Sample {
-    long long total = 0;
-    long long outside = 0;
-    long long calls = 0;
-    long long allocations = 0;
-    long long bytes = 0;
-    long long items = 1;
+    double total = 0;
+    double outside = 0;
+    double calls = 0;
+    double allocations = 0;
+    double bytes = 0;
+    double items = 1;
 };
 
 thread_local Sample current;
@@ -42,7 +44,7 @@ Sample MeasureCall(const auto& call)
     current = {};
     const long long start = Now();
     call();
-    current.total = Now() - start;
+    current.total = static_cast<double>(Now() - start);
     return current;
 }
 
@@ -76,7 +78,7 @@ void Replace(HMODULE module)
 void CountAllocation(size_t bytes)
 {
     ++current.allocations;
-    current.bytes += static_cast<long long>(bytes);
+    current.bytes += static_cast<double>(bytes);
 }
 
 /// Measures a fixed piece of work that resembles the module's: copies a message of 1,000 characters one at a time.
@@ -107,28 +109,27 @@ Sample RunEmpty(int calls)
     });
 }
 
-template <typename Value>
-double MiddleMean(const std::vector<Sample>& all, Value value)
+/// Returns the mean of the middle half of a figure.
+double MiddleMean(const std::vector<Sample>& all, auto figure)
 {
     std::vector<double> values;
-    for (const Sample& sample : all) {
-        values.push_back(static_cast<double>(value(sample)));
-    }
+    std::ranges::transform(all, std::back_inserter(values), figure);
     std::ranges::sort(values);
-    const auto quarter = static_cast<std::ptrdiff_t>(values.size() / 4);
-    return std::accumulate(values.begin() + quarter, values.end() - quarter, 0.0) /
-           static_cast<double>(values.size() - 2 * static_cast<size_t>(quarter));
+    const size_t quarter = values.size() / 4;
+    const auto middle = std::span(values).subspan(quarter, values.size() - 2 * quarter);
+    return std::accumulate(middle.begin(), middle.end(), 0.0) / static_cast<double>(middle.size());
 }
 
-double Mean(const std::vector<Sample>& all, long long Sample::*figure)
+/// Returns the mean of a figure for each item.
+double ItemMean(const std::vector<Sample>& all, double Sample::*figure)
 {
-    long long sum = 0;
-    long long items = 0;
+    double sum = 0;
+    double items = 0;
     for (const Sample& sample : all) {
         sum += sample.*figure;
         items += sample.items;
     }
-    return static_cast<double>(sum) / static_cast<double>(items);
+    return sum / items;
 }
 
 } // namespace
@@ -137,7 +138,7 @@ OutsideCall::OutsideCall() : start_(Now()) {}
 
 OutsideCall::~OutsideCall()
 {
-    current.outside += Now() - start_;
+    current.outside += static_cast<double>(Now() - start_);
     ++current.calls;
 }
 
@@ -180,7 +181,7 @@ void MeasureImports(HMODULE module)
 
 void TakeSample(const std::function<long()>& call)
 {
-    long items = 0;
+    double items = 0;
     Sample sample = MeasureCall([&] { items = call(); });
     sample.items = items;
     Keep(sample);
@@ -207,27 +208,22 @@ std::vector<Cost> Measure(int rounds, const std::vector<Work>& works)
         }
     }
 
-    const auto total = [](const Sample& s) { return s.total; };
     const auto inside = [](const Sample& s) { return s.total - s.outside; };
-    const double base = MiddleMean(bare, total);
-    const double perCall = (MiddleMean(empty, total) - base) / kEmptyCalls;
+    const double base = MiddleMean(bare, &Sample::total);
+    const double perCall = (MiddleMean(empty, &Sample::total) - base) / kEmptyCalls;
     const double perCallInside = (MiddleMean(empty, inside) - base) / kEmptyCalls;
-    const double ruler = MiddleMean(rulers, total) - base;
+    const double ruler = MiddleMean(rulers, &Sample::total) - base;
     LARGE_INTEGER ticksPerSecond;
     QueryPerformanceFrequency(&ticksPerSecond);
     const double unit = 1e6 / static_cast<double>(ticksPerSecond.QuadPart); // microseconds per tick
     std::vector<Cost> costs;
     for (const std::vector<Sample>& all : taken) {
-        const double own = MiddleMean(all, [&](const Sample& s) {
-            return (static_cast<double>(inside(s)) - base - perCallInside * static_cast<double>(s.calls)) /
-                   static_cast<double>(s.items);
-        });
-        const double whole = MiddleMean(all, [&](const Sample& s) {
-            return (static_cast<double>(s.total) - base - perCall * static_cast<double>(s.calls)) /
-                   static_cast<double>(s.items);
-        });
-        costs.push_back({own / ruler, unit * own, unit * whole, Mean(all, &Sample::calls),
-                         Mean(all, &Sample::allocations), Mean(all, &Sample::bytes)});
+        const double own =
+            MiddleMean(all, [&](const Sample& s) { return (inside(s) - base - perCallInside * s.calls) / s.items; });
+        const double whole =
+            MiddleMean(all, [&](const Sample& s) { return (s.total - base - perCall * s.calls) / s.items; });
+        costs.push_back({own / ruler, unit * own, unit * whole, ItemMean(all, &Sample::calls),
+                         ItemMean(all, &Sample::allocations), ItemMean(all, &Sample::bytes)});
     }
     return costs;
 }

@@ -2,10 +2,10 @@
 # Checks that each sample host writes the same values as the console, one per line.
 #   sample_hosts.sh BUILD-FOLDER
 set -eu
+# shellcheck source=tests/support/checks.sh
+. "$(dirname "$0")/../support/checks.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "$1")
-wine=$here/../../cmake/wine.sh
-windows_path() { printf 'Z:%s' "$1" | tr / '\\'; }
 work=$(mktemp -d)
 module=$(windows_path "$work/Orvel_eventlog.dll")
 trap '"$wine" regsvr32 /s /u "$module" || true; rm -rf "$work"' EXIT
@@ -13,29 +13,25 @@ cp "$build/bin/Orvel_eventlog.dll" "$build/bin/replay/wevtapi.dll" "$build/sampl
 (cd "$here/../../samples" && cp hosts/eventlog_host.js application-error.config.xml application-error.export.xml "$work")
 cd "$work"
 sed 's/<query>/<other>/; s/<.query>/<\/other>/' application-error.config.xml >no-query.xml
-failed=0
 
-# expect NAME CODE FILE PROGRAM...: the expected exit code, and a file with the expected output
-expect() {
-    name=$1 code=$2 expected=$3
-    shift 3
+# writes CODE FILE PROGRAM...: succeeds with this exit code and if the program writes the file's text
+writes() {
+    code=$1 expected=$2
+    shift 2
     actual=0
     ORVEL_REPLAY=application-error.export.xml "$wine" "$@" >output 2>&1 || actual=$?
-    tr -d '\r' <output | diff -u --label expected --label actual "$expected" - && [ "$actual" -eq "$code" ] || {
-        echo "FAILED $name: exit code $actual"
-        failed=1
-    }
+    tr -d '\r' <output | diff -u --label expected --label actual "$expected" - && [ "$actual" -eq "$code" ]
 }
 console=$build/bin/eventlog_console.exe
 "$wine" "$console" run --format jsonl --module "$module" --config application-error.config.xml \
     --replay application-error.export.xml >values.jsonl
 sed -E 's/.*"key":"([^"]*)","instance":"([^"]*)".*"value":"(.*)"\}$/\1 [\2] = \3/; s/\\(.)/\1/g' values.jsonl >values
-[ "$(wc -l <values)" -eq 3 ] || { echo "FAILED: the console did not write three values"; failed=1; }
+expect "the console writes three values" [ "$(wc -l <values)" -eq 3 ]
 { echo 'eventlog|eventlog_appcrash is accepted' && cat values; } >script
 "$wine" regsvr32 /s "$module"
-expect "C++" 0 values eventlog_host.exe application-error.config.xml 2
-expect "script" 0 script cscript //nologo eventlog_host.js "$(windows_path "$console")" application-error.config.xml \
-    --replay application-error.export.xml
+expect "the C++ host writes them too" writes 0 values eventlog_host.exe application-error.config.xml 2
+expect "the script writes them too" writes 0 script cscript //nologo eventlog_host.js "$(windows_path "$console")" \
+    application-error.config.xml --replay application-error.export.xml
 echo 'failed: eventlog|eventlog_appcrash is refused with 0x80070490' >refused
-expect "script, a configuration without a query" 1 refused cscript //nologo eventlog_host.js none.exe no-query.xml
+expect "the script reports a configuration without a query" writes 1 refused cscript //nologo eventlog_host.js none.exe no-query.xml
 exit $failed

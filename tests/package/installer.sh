@@ -3,13 +3,13 @@
 # writes, and what is left of either with what there was before.
 #   installer.sh BUILD-FOLDER
 set -euo pipefail
+# shellcheck source=tests/support/checks.sh
+. "$(dirname "$0")/../support/checks.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "$1")
-wine=$here/../../cmake/wine.sh
 # As on a desktop: with the system's own wevtapi.dll, of which Wine has a stub.
 export WINEDLLOVERRIDES='mscoree,mshtml=;winedbg.exe=d'
 work=$(mktemp -d)
-windows_path() { printf 'Z:%s' "$1" | tr / '\\'; }
 cmake --build "$build" --target package >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 package=$(ls -t "$build"/OrvelEventLog-*.msi | head -n 1)
 cp "$package" "$work/installed.msi"
@@ -28,15 +28,6 @@ clean() {
 }
 trap 'clean >/dev/null 2>&1' EXIT
 
-failed=0
-expect() { # TEXT COMMAND...
-    local text=$1
-    shift
-    if "$@"; then echo "ok      $text"; else
-        echo "FAILED  $text"
-        failed=1
-    fi
-}
 # snapshot NAME: HKLM\Software as lines of key and value. Keys without values that only Wine's installer leaves are not in
 # it, nor a directory's last backslash, which the installer cannot leave away.
 snapshot() {

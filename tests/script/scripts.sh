@@ -1,26 +1,18 @@
 #!/bin/sh
 # Registers the module with regsvr32, from a path with blanks, and calls it from a script.
-#   scripts.sh WINE BINARY-FOLDER
+#   scripts.sh BUILD-FOLDER
 set -eu
-wine=$1 binaries=$2 here=$(cd "$(dirname "$0")" && pwd)
+# shellcheck source=tests/support/checks.sh
+. "$(dirname "$0")/../support/checks.sh"
+binaries=$1/bin here=$(cd "$(dirname "$0")" && pwd)
 folder=$(mktemp -d "${TMPDIR:-/tmp}/orvel scripts.XXXXXX")
 trap 'rm -rf "$folder"' EXIT
-module=$(printf 'Z:%s' "$folder/Orvel eventlog/Orvel_eventlog.dll" | tr / '\\')
+module=$(windows_path "$folder/Orvel eventlog/Orvel_eventlog.dll")
 mkdir "$folder/Orvel eventlog"
 cp "$binaries/Orvel_eventlog.dll" "$binaries/replay/wevtapi.dll" "$here/dispatch.js" "$folder/Orvel eventlog/"
 # cscript loads wevtapi.dll from the current directory, and takes a path that begins with a slash for an option.
 cd "$folder/Orvel eventlog"
-failures=0
 
-expect() {
-    what=$1
-    shift
-    if "$@"; then echo "ok      $what"; else
-        echo "FAILED  $what"
-        failures=1
-    fi
-}
-has_class() { "$wine" reg query "$1\\Software\\Classes\\OrvelAgent.EventLogProvider\\CLSID" >/dev/null 2>&1; }
 # has_only [HKLM|HKCU]: succeeds if the class is registered there only, or, without an argument, nowhere.
 has_only() {
     for root in HKLM HKCU; do
@@ -37,4 +29,4 @@ expect "regsvr32 /n /i:user" "$wine" regsvr32 /s /n /i:user "$module"
 expect "  registers for the user alone" has_only HKCU
 expect "regsvr32 /u /n /i:user" "$wine" regsvr32 /s /u /n /i:user "$module"
 expect "  removes it" has_only
-exit $failures
+exit $failed

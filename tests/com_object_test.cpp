@@ -98,8 +98,7 @@ TEST_F(ComObject, RefusesWithTheDocumentedCodes)
 
 TEST(MappedOnly, ModuleThatWasNotStartedServesNothing)
 {
-    const HMODULE mapped =
-        LoadLibraryExW(BuiltFile(L"Orvel_eventlog.dll").c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
+    const HMODULE mapped = LoadLibraryExW(ModuleFile().c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
     decltype(&DllGetClassObject) const getClass = orvel::FunctionOf{mapped, "DllGetClassObject"};
     void* out = nullptr;
     EXPECT_EQ(getClass(kProviderClass, IID_IClassFactory, &out), E_UNEXPECTED);

@@ -21,7 +21,7 @@ TEST(GuardTest, EveryFaultStopsTheProgramOnTheSpot)
                        {"none", 0}};
     Replay(); // what the module imports
     SetEnvironmentVariableW(L"ORVEL_MODULE_FOLDER", L"guarded");
-    const HMODULE module = LoadLibraryW(BuiltFile(L"Orvel_eventlog.dll").c_str());
+    const HMODULE module = LoadLibraryW(ModuleFile().c_str());
     int(WINAPI* const probe)(int) = orvel::FunctionOf{module, "GuardProbe"};
     ASSERT_NE(probe, nullptr);
     for (const auto& each : cases) {

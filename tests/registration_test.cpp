@@ -60,7 +60,7 @@ private:
     {
         const std::wstring copy = std::wstring(kOddFolder) + L"\\Orvel_eventlog.dll";
         CreateDirectoryW(kOddFolder, nullptr);
-        EXPECT_TRUE(CopyFileW(BuiltFile(L"Orvel_eventlog.dll").c_str(), copy.c_str(), FALSE));
+        EXPECT_TRUE(CopyFileW(ModuleFile().c_str(), copy.c_str(), FALSE));
         return copy;
     }
 };
@@ -234,15 +234,13 @@ TEST(TypeLibrary, RefersToTheHostsInterfaces)
         HREFTYPE reference = 0;
         ComPtr<ITypeInfo> referred;
         ComPtr<ITypeLib> container;
-        TLIBATTR* containing = nullptr;
         ASSERT_EQ(provider->GetRefTypeOfImplType(index++, &reference), S_OK);
         ASSERT_EQ(provider->GetRefTypeInfo(reference, referred.GetAddressOf()), S_OK);
         ASSERT_EQ(referred->GetDocumentation(MEMBERID_NIL, name.GetAddress(), nullptr, nullptr, nullptr), S_OK);
         EXPECT_STREQ(name, interfaceName);
         ASSERT_EQ(referred->GetContainingTypeLib(container.GetAddressOf(), nullptr), S_OK);
-        ASSERT_EQ(container->GetLibAttr(&containing), S_OK);
-        EXPECT_EQ(containing->guid, kHostLibrary);
-        container->ReleaseTLibAttr(containing);
+        ASSERT_EQ(container->GetDocumentation(-1, name.GetAddress(), nullptr, nullptr, nullptr), S_OK);
+        EXPECT_STREQ(name, L"OrvelAgentLib");
     }
     EXPECT_EQ(UnRegisterTypeLib(kHostLibrary, kLibraryMajor, kLibraryMinor, LOCALE_NEUTRAL,
                                 sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32),

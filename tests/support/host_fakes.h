@@ -23,7 +23,6 @@ class HostFake : public orvel::HostObject<Interface> {
 public:
     virtual ~HostFake() { EXPECT_EQ(this->References(), 0U) << "references that were never released"; }
 
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++taken, orvel::HostObject<Interface>::AddRef(); }
     ULONG STDMETHODCALLTYPE Release() override
     {
         if (onRelease) {
@@ -39,7 +38,6 @@ public:
         return std::exchange(lines_, {});
     }
 
-    std::atomic<long> taken = 0; // references ever taken
     std::function<void()> onRelease;
     std::function<void()> onNextLine; // called once, on the thread that brings the line
 

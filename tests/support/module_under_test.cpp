@@ -2,29 +2,30 @@
 
 #include "tools/utf8.h"
 
-#include <cwchar>
+#include <filesystem>
 #include <stdexcept>
 
 // The main function is GoogleTest's, which knows nothing of COM.
 [[maybe_unused]] static const HRESULT comInitialised = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
 
-// The tests' folder stands beside bin/, which holds what is shipped, and the folders of the module's variants, one of
-// which the environment may name.
-std::wstring BuiltFile(const wchar_t* name)
+/// Returns the folder of the build, which holds the tests' folder, bin/ and the folders of the module's variants.
+static std::wstring BuildFolder()
+{
+    wchar_t program[1024] = L"";
+    GetModuleFileNameW(nullptr, program, 1024);
+    return std::filesystem::path(program).parent_path().parent_path().wstring();
+}
+
+std::wstring ModuleFile()
 {
     wchar_t variant[64] = L"bin";
-    if (std::wcscmp(name, L"Orvel_eventlog.dll") == 0) {
-        GetEnvironmentVariableW(L"ORVEL_MODULE_FOLDER", variant, 64);
-    }
-    std::wstring path(1024, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    path.resize(path.find_last_of(L'\\'));
-    return path + L"\\..\\" + variant + L"\\" + name;
+    GetEnvironmentVariableW(L"ORVEL_MODULE_FOLDER", variant, 64);
+    return BuildFolder() + L"\\" + variant + L"\\Orvel_eventlog.dll";
 }
 
 FaultyReplayClient& Replay()
 {
-    static FaultyReplayClient client(BuiltFile(L"..\\tests\\replay\\wevtapi.dll"));
+    static FaultyReplayClient client(BuildFolder() + L"\\tests\\replay\\wevtapi.dll");
     return client;
 }
 
@@ -35,11 +36,11 @@ void LoadEvents(const std::wstring& events)
     EXPECT_EQ(Replay().LoadBytes(xml.data(), xml.size(), message, 512), 0U) << message;
 }
 
-std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar_t* publisher, int id)
+std::wstring Event(const std::wstring& message, const wchar_t* time, const wchar_t* publisher)
 {
     return std::wstring(L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
                         L"<Provider Name='") +
-           publisher + L"'/><EventID>" + std::to_wstring(id) + L"</EventID><TimeCreated SystemTime='" + time +
+           publisher + L"'/><EventID>1000</EventID><TimeCreated SystemTime='" + time +
            L"'/><Channel>Application</Channel></System><RenderingInfo Culture='en-US'><Message>" + message +
            L"</Message></RenderingInfo></Event>";
 }

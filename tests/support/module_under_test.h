@@ -23,8 +23,8 @@ using orvel::kProviderClass;
 inline constexpr wchar_t kCrash[] = L"eventlog|eventlog_appcrash";
 inline constexpr wchar_t kLamina[] = L"eventlog|eventlog_lamina";
 
-/// Returns the full path of a built file that is shipped.
-std::wstring BuiltFile(const wchar_t* name);
+/// Returns the full path of the built module, or of the variant whose folder ORVEL_MODULE_FOLDER names.
+std::wstring ModuleFile();
 
 /// The replay log with faults, which stands in for the Event Log in this process; loaded on first use.
 FaultyReplayClient& Replay();
@@ -34,7 +34,7 @@ void LoadEvents(const std::wstring& events);
 
 /// Returns one event of an export, in channel Application.
 std::wstring Event(const std::wstring& message, const wchar_t* time = L"2024-03-05T07:08:09.9999999Z",
-                   const wchar_t* publisher = L"Application Error", int id = 1000);
+                   const wchar_t* publisher = L"Application Error");
 
 /// Returns one event of the layering agent.
 inline std::wstring AgentEvent(const std::wstring& message, const wchar_t* time = L"2024-03-05T07:08:09Z")
@@ -74,7 +74,7 @@ std::wstring ExpectedSuffix(HRESULT code);
 class ModuleUnderTest {
 public:
     /// Loads the built file, or its copy at `path`.
-    explicit ModuleUnderTest(const std::wstring& path = BuiltFile(L"Orvel_eventlog.dll"));
+    explicit ModuleUnderTest(const std::wstring& path = ModuleFile());
     ~ModuleUnderTest();
     ModuleUnderTest(const ModuleUnderTest&) = delete;
     ModuleUnderTest& operator=(const ModuleUnderTest&) = delete;

@@ -1,5 +1,5 @@
 #include "host/unique_resource.h"
-#include "module/registrar.h"
+#include "module/registrar_script.h"
 #include "tests/support/module_under_test.h"
 
 #include <algorithm>
@@ -89,8 +89,11 @@ Tree Change(const Tree& before, const Tree& after)
 
 TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
 {
+    constexpr wchar_t kLeftInClass[] = L"Software\\Classes\\CLSID\\{DAF69464-F4E2-40C0-BCC3-A30E819975F0}\\Left";
+    constexpr wchar_t kProgId[] = L"Software\\Classes\\OrvelAgent.EventLogProvider";
+    constexpr wchar_t kAddedToProgId[] = L"Software\\Classes\\OrvelAgent.EventLogProvider\\Neighbour";
     constexpr wchar_t kMachinesClass[] = L"Interface\\{00000000-0000-0000-C000-000000000046}"; // IUnknown's
-    // What others keep in a shared key must survive, and what the branches lack is not the module's to remove.
+    // What others keep in a key must survive, and what the branches lack is not the module's to remove.
     for (const HKEY branch : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE}) {
         for (const wchar_t* parent : {L"AppID", L"CLSID", L"TypeLib"}) {
             const std::wstring path = std::wstring(L"Software\\Classes\\") + parent + L"\\Neighbour";
@@ -101,6 +104,8 @@ TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
     for (const std::wstring commandLine : {L"uSeR", L"", L"use", L"users"}) {
         SCOPED_TRACE(testing::PrintToString(commandLine));
         const bool isPerUser = commandLine == L"uSeR";
+        const HKEY branch = isPerUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE;
+        ASSERT_EQ(RegSetValueW(branch, kLeftInClass, REG_SZ, L"old", 0), ERROR_SUCCESS);
         const OddModule module;
         ASSERT_EQ(module.Install(TRUE, commandLine.c_str()), S_OK);
         EXPECT_EQ(module.Register(), S_OK); // the choice holds for later calls, and twice is once
@@ -109,7 +114,10 @@ TEST(Registration, MakesTheBranchOfTheCommandLineAloneAndLeavesNothing)
         EXPECT_EQ(Change(Additions(), isPerUser ? user : machine), Tree());
         EXPECT_EQ(isPerUser ? machine : user, Tree());
         EXPECT_EQ(RegQueryValueW(HKEY_CLASSES_ROOT, kMachinesClass, nullptr, nullptr), ERROR_SUCCESS) << "redirected";
+        ASSERT_EQ(RegSetValueW(branch, kAddedToProgId, REG_SZ, L"", 0), ERROR_SUCCESS);
         EXPECT_EQ(module.Unregister(), S_OK);
+        EXPECT_EQ(Read(branch, kProgId), (Tree{L"Neighbour", L"Neighbour|="}));
+        EXPECT_EQ(RegDeleteTreeW(branch, kProgId), ERROR_SUCCESS);
         EXPECT_EQ(module.Install(FALSE, nullptr), S_OK);
     }
     EXPECT_EQ(Change(userBefore, Read(HKEY_CURRENT_USER)), Tree());
@@ -189,28 +197,6 @@ TEST(RegistrarScript, ReportsWhereItIsMalformed)
         }
         EXPECT_EQ(text, script);
     }
-}
-
-TEST(RegistrarScript, RegistersAndUnregistersWhatItLists)
-{
-    constexpr wchar_t kScratch[] = L"OrvelRegistrarTest";
-    RegDeleteTreeW(HKEY_CURRENT_USER, kScratch);
-    const auto run = [&](auto direction, const std::wstring& entries) {
-        const std::wstring text = L"HKCR { NoRemove OrvelRegistrarTest { " + entries + L" } }";
-        const ScriptKey script = ParseScript(text, {{L"%P%", L"C:\\it's 100% {\u65e5}\\a b.dll"}});
-        EXPECT_EQ(direction(script, HKEY_CURRENT_USER), ERROR_SUCCESS);
-    };
-    run(RegisterContents, L"Kept { Old } Emptied = s 'old' { val Old = s 'old' Old { Deeper } }");
-    constexpr wchar_t kText[] = L"NoRemove Kept { val V = s '%P%' New = s 'new' } "
-                                L"ForceRemove 'Emptied' { 'it is' } Mine = s 'x' { val N = s '' }";
-    run(RegisterContents, kText);
-    EXPECT_EQ(Read(HKEY_CURRENT_USER, kScratch),
-              (Tree{L"Kept", L"Kept|V=C:\\it's 100% {\u65e5}\\a b.dll", L"Kept\\Old", L"Kept\\New", L"Kept\\New|=new",
-                    L"Emptied", L"Emptied\\it is", L"Mine", L"Mine|=x", L"Mine|N="}));
-    run(RegisterContents, L"Mine { Neighbour }");
-    run(UnregisterContents, kText);
-    EXPECT_EQ(Read(HKEY_CURRENT_USER, kScratch), (Tree{L"Kept", L"Kept\\Old", L"Mine", L"Mine\\Neighbour"}));
-    RegDeleteTreeW(HKEY_CURRENT_USER, kScratch);
 }
 
 TEST(TypeLibrary, RefersToTheHostsInterfaces)

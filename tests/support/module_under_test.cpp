@@ -66,7 +66,7 @@ ModuleUnderTest::ModuleUnderTest(const std::wstring& path)
 
 ModuleUnderTest::~ModuleUnderTest()
 {
-    if (!isFreed_) {
+    if (handle_ != nullptr) {
         EXPECT_EQ(CanUnloadNow(), S_OK) << "an object or a lock is left";
         Free();
     }
@@ -75,20 +75,14 @@ ModuleUnderTest::~ModuleUnderTest()
 
 void ModuleUnderTest::Free()
 {
-    isFreed_ = true;
-    FreeLibrary(handle_);
+    FreeLibrary(std::exchange(handle_, nullptr));
 }
 
 ComPtr<IOrvelDataProvider> ModuleUnderTest::CreateProvider() const
 {
     ComPtr<IClassFactory> factory;
     ComPtr<IOrvelDataProvider> provider;
-    HRESULT hr = GetClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf()));
-    if (SUCCEEDED(hr)) {
-        hr = factory->CreateInstance(nullptr, IID_PPV_ARGS(provider.GetAddressOf()));
-    }
-    if (FAILED(hr)) {
-        _com_issue_error(hr);
-    }
+    _com_util::CheckError(GetClassObject(kProviderClass, IID_PPV_ARGS(factory.GetAddressOf())));
+    _com_util::CheckError(factory->CreateInstance(nullptr, IID_PPV_ARGS(provider.GetAddressOf())));
     return provider;
 }

@@ -88,8 +88,7 @@ public:
 
 private:
     const std::wstring path_;
-    const HMODULE handle_;
-    bool isFreed_ = false;
+    HMODULE handle_; // null after Free
 
 public:
     decltype(&DllCanUnloadNow) const CanUnloadNow = orvel::FunctionOf{handle_, "DllCanUnloadNow"};

@@ -17,7 +17,7 @@ static std::string PrintTime(uint64_t fileTime)
 void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
 {
     if (const auto time = replay::ParseEventTime(text)) {
-        std::string whole(bytes.substr(0, bytes.size() - 1));
+        std::string whole(bytes.substr(0, bytes.find('Z')));
         whole += whole.find('.') == whole.npos ? "." : "";
         whole.resize(whole.find('.') + 8, '0');
         assert(PrintTime(*time) == whole + "Z");

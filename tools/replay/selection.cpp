@@ -36,9 +36,10 @@ Selection Selection::OfQueryList(std::string_view xml)
 {
     Arena arena;
     const Node queryList = ReadDocument(xml, arena);
+    TextPlace last; // each place is counted from the one before
     const auto placeOf = [&](const Node& element) {
-        return std::wstring(L"<").append(element.name) + L"> in line " +
-               std::to_wstring(PlaceOf(xml, element.end).line);
+        last = PlaceOf(xml, element.end, last);
+        return std::wstring(L"<").append(element.name) + L"> in line " + std::to_wstring(last.line);
     };
     Selection selection;
     selection.isStructured_ = true;

@@ -55,9 +55,8 @@ void ReadProperties(MetricConfiguration& metric, const std::vector<MetricConfigu
 {
     const std::string name = std::string("'").append(ToUtf8(metric.name)).append("'");
     const bool isKnown = metric.Is(kCrashMetric) || metric.Is(kLaminaMetric);
-    const bool isDuplicate = std::any_of(earlier.begin(), earlier.end(), [&](const MetricConfiguration& other) {
-        return other.Is(metric.name.c_str());
-    });
+    const bool isDuplicate =
+        std::ranges::any_of(earlier, [&](const auto& other) { return other.Is(metric.name.c_str()); });
     metric.isIgnored = !isKnown || isDuplicate;
     if (!isKnown) {
         metric.problem = "the provider has no metric " + name + " and ignores it; it serves " + ToUtf8(kCrashMetric) +

@@ -52,8 +52,7 @@ std::string Difference(const std::string& expectedText, const std::string& actua
     text += expected ? "\n- " + Around(wanted, 0, kBeginning) : "";
     text += actual ? "\n+ " + Around(written, 0, kBeginning) : "";
     if (expected && actual) {
-        const auto differing = std::mismatch(wanted.begin(), wanted.end(), written.begin(), written.end()).first;
-        const auto place = static_cast<size_t>(differing - wanted.begin());
+        const auto place = static_cast<size_t>(std::ranges::mismatch(wanted, written).in1 - wanted.begin());
         text += "\n  first difference at character " + std::to_string(place + 1) + ":\n    expected " +
                 Around(wanted, place, kAround) + "\n    written  " + Around(written, place, kAround);
     }

@@ -48,9 +48,9 @@ std::wstring DrawBars(const Times& times, size_t width)
     std::ranges::transform(times, since.begin(), [&](const auto& time) {
         return static_cast<double>(static_cast<long long>(*time - *times[0]));
     });
-    const auto [first, last] = std::ranges::minmax(since);
+    const auto range = std::ranges::minmax(since);
     const auto column = [&](double at) {
-        const double share = last == first ? 0 : (at - first) / (last - first);
+        const double share = range.max == range.min ? 0 : (at - range.min) / (range.max - range.min);
         return static_cast<size_t>(std::lround(share * static_cast<double>(barWidth)));
     };
     std::wstring rows = FormatString(L"    %-16s  %-12s  %12s  %12s\n", L"", L"time", L"since logon", L"step");

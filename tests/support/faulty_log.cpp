@@ -45,10 +45,10 @@ extern "C" {
 
 BOOL WINAPI FaultyEvtClose(EVT_HANDLE object)
 {
-    ReplayHandleKind kind{};
-    const auto closed = std::const_pointer_cast<void>(HandleTable::Instance().Close(object, kind));
-    if (closed && kind == ReplaySubscriptionHandle) {
-        CloseFaulty(std::static_pointer_cast<Subscriber>(closed));
+    const auto closed = HandleTable::Instance().Close(object);
+    const auto* const subscriber = closed ? std::get_if<std::shared_ptr<Subscriber>>(&*closed) : nullptr;
+    if (subscriber != nullptr) {
+        CloseFaulty(*subscriber);
     }
     SetLastError(closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE);
     return closed ? TRUE : FALSE;

@@ -21,9 +21,9 @@ BOOL Finish(DWORD code)
 }
 
 /// Opens a handle and sets the last error to success.
-EVT_HANDLE Open(ReplayHandleKind kind, std::shared_ptr<const void> object)
+EVT_HANDLE Open(HandleObject object)
 {
-    const EVT_HANDLE handle = HandleTable::Instance().Open(kind, std::move(object));
+    const EVT_HANDLE handle = HandleTable::Instance().Open(std::move(object));
     Finish(ERROR_SUCCESS);
     return handle;
 }
@@ -35,25 +35,16 @@ EVT_HANDLE Fail(DWORD code)
     return nullptr;
 }
 
-/// Returns the error of formatting an event's message, or 0.
-DWORD MessageError(const std::wstring* publisher, const Event& event)
+/// Formats an event's message as EvtFormatMessage does, and returns its error. `publisher`: null without metadata.
+DWORD Format(const std::wstring* publisher, const Event& event, DWORD size, wchar_t* buffer, DWORD* used)
 {
     // Forwarded events contain their message, so the metadata handle may be null (EvtFormatMessage page).
     const bool hasSource = publisher != nullptr ? EqualNames(*publisher, event.publisher) : event.isForwarded;
-    return hasSource && event.message ? event.messageError : DWORD{ERROR_EVT_MESSAGE_NOT_FOUND};
-}
-
-/// Returns whether formatting returns a text in spite of the error.
-bool HasText(DWORD error)
-{
-    return error >= ERROR_EVT_UNRESOLVED_VALUE_INSERT && error <= ERROR_EVT_MAX_INSERTS_REACHED;
-}
-
-DWORD Format(const std::wstring* publisher, const Event& event, DWORD size, wchar_t* buffer, DWORD* used)
-{
-    const DWORD error = MessageError(publisher, event);
+    const DWORD error = hasSource && event.message ? event.messageError : DWORD{ERROR_EVT_MESSAGE_NOT_FOUND};
     *used = 0;
-    if (error != ERROR_SUCCESS && !HasText(error)) {
+    // These errors come with a text.
+    const bool hasInserts = error >= ERROR_EVT_UNRESOLVED_VALUE_INSERT && error <= ERROR_EVT_MAX_INSERTS_REACHED;
+    if (error != ERROR_SUCCESS && !hasInserts) {
         return error;
     }
     // In characters, including the terminator (EvtFormatMessage page and samples).
@@ -95,7 +86,7 @@ try {
     CheckChannels(selection, *CurrentLog());
     auto subscriber = OpenSubscription(std::move(selection), {callback, context});
     SetLastRefusal({});
-    return Open(ReplaySubscriptionHandle, std::move(subscriber));
+    return Open(std::move(subscriber));
 } catch (const Refusal& refusal) {
     SetLastRefusal(refusal.Text());
     return Fail(refusal.code);
@@ -113,7 +104,7 @@ try {
     for (DWORD i = 0; i < valuePathsCount; ++i) {
         context->emplace_back(valuePaths[i] != nullptr ? valuePaths[i] : L"");
     }
-    return Open(ReplayContextHandle, std::move(context));
+    return Open(std::move(context));
 } catch (const Refusal& refusal) {
     return Fail(refusal.code); // which one the platform returns is not documented
 }
@@ -128,8 +119,8 @@ BOOL WINAPI EvtRender(EVT_HANDLE contextHandle, EVT_HANDLE fragment, DWORD flags
         return Finish(ERROR_INVALID_PARAMETER);
     }
     HandleTable& handles = HandleTable::Instance();
-    const auto context = handles.Find<RenderContext>(contextHandle, ReplayContextHandle);
-    const auto event = handles.Find<Event>(fragment, ReplayEventHandle);
+    const auto context = handles.Find<RenderContext>(contextHandle);
+    const auto event = handles.Find<Event>(fragment);
     if (!context || !event) {
         return Finish(ERROR_INVALID_HANDLE);
     }
@@ -151,9 +142,10 @@ EVT_HANDLE WINAPI EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher
     if (session != nullptr || logFilePath != nullptr) {
         return Fail(ERROR_NOT_SUPPORTED);
     }
-    auto publisher = FindPublisher(CurrentLog(), publisherId);
-    // Error 2 is what Event Log clients see for a publisher that is not registered.
-    return publisher != nullptr ? Open(ReplayPublisherHandle, std::move(publisher)) : Fail(ERROR_FILE_NOT_FOUND);
+    if (!HasPublisher(*CurrentLog(), publisherId)) {
+        return Fail(ERROR_FILE_NOT_FOUND); // what Event Log clients see for a publisher that is not registered
+    }
+    return Open(std::make_shared<const std::wstring>(publisherId));
 }
 
 WINBOOL WINAPI EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD, DWORD, PEVT_VARIANT, DWORD flags,
@@ -166,9 +158,8 @@ WINBOOL WINAPI EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, 
         return Finish(ERROR_INVALID_PARAMETER);
     }
     HandleTable& handles = HandleTable::Instance();
-    const auto record = handles.Find<Event>(event, ReplayEventHandle);
-    const auto publisher =
-        publisherMetadata != nullptr ? handles.Find<std::wstring>(publisherMetadata, ReplayPublisherHandle) : nullptr;
+    const auto record = handles.Find<Event>(event);
+    const auto publisher = publisherMetadata != nullptr ? handles.Find<std::wstring>(publisherMetadata) : nullptr;
     if (!record || (publisherMetadata != nullptr && !publisher)) {
         return Finish(ERROR_INVALID_HANDLE);
     }
@@ -177,15 +168,13 @@ WINBOOL WINAPI EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, 
 
 BOOL WINAPI EvtClose(EVT_HANDLE object)
 {
-    ReplayHandleKind kind{};
-    const auto closed = HandleTable::Instance().Close(object, kind);
+    const auto closed = HandleTable::Instance().Close(object);
     if (!closed) {
         return Finish(ERROR_INVALID_HANDLE);
     }
-    if (kind == ReplaySubscriptionHandle) {
+    if (const auto* const subscriber = std::get_if<std::shared_ptr<Subscriber>>(&*closed)) {
         // Whether the platform waits for a running callback is not documented; clients rely on it.
-        const auto subscriber = std::const_pointer_cast<void>(closed);
-        CloseSubscription(*static_cast<Subscriber*>(subscriber.get()), true);
+        CloseSubscription(**subscriber, true);
     }
     return Finish(ERROR_SUCCESS);
 }

@@ -10,43 +10,36 @@ HandleTable& HandleTable::Instance()
     return table;
 }
 
-EVT_HANDLE HandleTable::Open(ReplayHandleKind kind, std::shared_ptr<const void> object)
+EVT_HANDLE HandleTable::Open(HandleObject object)
 {
     const std::lock_guard guard(lock_);
     const auto handle = reinterpret_cast<EVT_HANDLE>(++last_);
-    open_.emplace(handle, Entry{kind, std::move(object)});
+    open_.emplace(handle, std::move(object));
     return handle;
 }
 
-std::shared_ptr<const void> HandleTable::FindObject(EVT_HANDLE handle, ReplayHandleKind kind)
+std::optional<HandleObject> HandleTable::Close(EVT_HANDLE handle)
 {
     const std::lock_guard guard(lock_);
     const auto found = open_.find(handle);
-    if (found == open_.end() || found->second.kind != kind) {
+    if (found == open_.end() || found->second.index() == ReplayEventHandle) {
         ++invalid_;
-        return nullptr;
+        return std::nullopt;
     }
-    return found->second.object;
+    return std::move(open_.extract(found).mapped());
 }
 
-std::shared_ptr<const void> HandleTable::Close(EVT_HANDLE handle, ReplayHandleKind& kind, bool isDelivery)
+void HandleTable::EndDelivery(EVT_HANDLE event)
 {
     const std::lock_guard guard(lock_);
-    const auto found = open_.find(handle);
-    if (found == open_.end() || (found->second.kind == ReplayEventHandle && !isDelivery)) {
-        ++invalid_;
-        return nullptr;
-    }
-    const auto closed = open_.extract(found);
-    kind = closed.mapped().kind;
-    return closed.mapped().object;
+    open_.erase(event);
 }
 
 DWORD HandleTable::CountOpen(ReplayHandleKind kind)
 {
     const std::lock_guard guard(lock_);
     return static_cast<DWORD>(
-        std::count_if(open_.begin(), open_.end(), [&](const auto& open) { return open.second.kind == kind; }));
+        std::ranges::count_if(open_, [&](const auto& open) { return open.second.index() == kind; }));
 }
 
 DWORD HandleTable::CountInvalid()

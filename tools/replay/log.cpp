@@ -3,7 +3,6 @@
 #include "tools/replay/export_reader.h"
 
 #include <atomic>
-#include <functional>
 #include <mutex>
 
 namespace orvel::replay {
@@ -12,12 +11,10 @@ namespace {
 
 constexpr size_t kEntrySize = size_t{20} * 1024; // in memory; most events are smaller
 
-const Names kClassicChannels = {L"Application", L"System", L"Security", L"Setup"};
-// What is installed on the desktop that is played, though the export may have no event of it.
-const Names kInstalledPublishers = {L"Application Error", L"korvex"};
-
 std::mutex lock;
-Declarations declarations; // by ReplayDeclare
+// The channels of every desktop and the publishers that are installed on the one that is played, though the export may
+// have no event of them. ReplayDeclare adds to these.
+Declarations declarations = {Names{L"Application", L"System", L"Setup"}, Names{L"Application Error", L"korvex"}};
 // Never destroyed, since workers end with the process.
 auto& currentLog = *new std::shared_ptr<const Log>(std::make_shared<Log>(std::string()));
 
@@ -28,23 +25,16 @@ void Add(Names& names, std::wstring_view name)
     }
 }
 
-/// Returns the name as the log or the process declares it; null if neither does.
-const std::wstring* FindDeclared(const Log& log, Action::Kind kind, std::wstring_view name)
+bool IsDeclared(const Log& log, Action::Kind kind, std::wstring_view name)
 {
     const std::lock_guard guard(lock);
-    for (const Names& names : {std::cref(log.declarations[kind]), std::cref(declarations[kind])}) {
-        if (const auto found = names.find(name); found != names.end()) {
-            return &*found;
-        }
-    }
-    return nullptr;
+    return log.declarations[kind].contains(name) || declarations[kind].contains(name);
 }
 
 } // namespace
 
 Log::Log(std::string utf8) : text(std::move(utf8)), reader(text)
 {
-    declarations[Action::Publisher] = kInstalledPublishers;
     bool hasEntry = reader.NextElement();
     // Without /e:Events, wevtutil writes the events one after the other and no element around them.
     if (hasEntry && reader.Name() != "Event") {
@@ -89,7 +79,7 @@ std::shared_ptr<const Entry> LogReader::Read(size_t index)
 
 std::shared_ptr<const Event> LogReader::ReadEvent(size_t index)
 {
-    const auto entry = Read(index);
+    const auto entry = index < log_->entries.size() ? Read(index) : nullptr;
     return {entry, std::get_if<Event>(entry.get())};
 }
 
@@ -111,20 +101,14 @@ void Declare(Action::Kind kind, std::wstring_view name)
     declarations[kind].emplace(name);
 }
 
-std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name)
+bool HasPublisher(const Log& log, std::wstring_view name)
 {
-    const bool isMissing = FindDeclared(*log, Action::MissingPublisher, name) != nullptr;
-    return {log, isMissing ? nullptr : FindDeclared(*log, Action::Publisher, name)};
+    return IsDeclared(log, Action::Publisher, name) && !IsDeclared(log, Action::MissingPublisher, name);
 }
 
 bool HasChannel(const Log& log, std::wstring_view name)
 {
-    return log.channels.contains(name) || FindDeclared(log, Action::Channel, name) != nullptr;
-}
-
-bool IsKnownChannel(const Log& log, std::wstring_view name)
-{
-    return HasChannel(log, name) || kClassicChannels.contains(name);
+    return log.channels.contains(name) || IsDeclared(log, Action::Channel, name);
 }
 
 } // namespace orvel::replay

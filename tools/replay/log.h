@@ -14,8 +14,7 @@ using Names = std::set<std::wstring, NameOrder>;
 /// What the desktop is declared to have or lack, by kind of declaration.
 using Declarations = std::array<Names, kDeclarationKinds>;
 
-/// A loaded export: its text and the offset of each entry. Immutable; deliveries keep it alive when another one is
-/// loaded.
+/// A loaded export: its text and the offset of each entry. Immutable; replays keep it alive when another one is loaded.
 struct Log {
     std::string text; ///< UTF-8
     XmlReader reader; ///< of the text, with the namespaces that its root element declares
@@ -35,7 +34,7 @@ public:
     explicit LogReader(std::shared_ptr<const Log> log) : log_(std::move(log)), reader_(log_->reader) {}
 
     std::shared_ptr<const Entry> Read(size_t index);
-    /// As Read. Returns null if the entry is not an event.
+    /// As Read. Returns null if there is no such entry or it is not an event.
     std::shared_ptr<const Event> ReadEvent(size_t index);
 
 private:
@@ -54,14 +53,11 @@ void SetCurrentLog(std::shared_ptr<const Log> log);
 /// Declares something for all logs of this process.
 void Declare(Action::Kind kind, std::wstring_view name);
 
-/// Returns a publisher's name, which serves as the object of its handle, if the export has events of it or it is
-/// declared. Returns null for others, and for a publisher that is declared as missing.
-std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name);
+/// Returns whether the log has events of the publisher, or the publisher is declared or always installed. Returns false
+/// for a publisher that is declared as missing.
+bool HasPublisher(const Log& log, std::wstring_view name);
 
-/// Returns whether the log has events of the channel, or declares it.
+/// Returns whether the log has events of the channel, or the channel is declared or open to every account on Windows.
 bool HasChannel(const Log& log, std::wstring_view name);
-
-/// Returns whether the log has or declares the channel, or Windows always has it.
-bool IsKnownChannel(const Log& log, std::wstring_view name);
 
 } // namespace orvel::replay

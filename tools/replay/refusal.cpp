@@ -54,22 +54,23 @@ Selection MakeSelection(const wchar_t* channel, const wchar_t* query)
 void CheckChannels(const Selection& selection, const Log& log)
 {
     for (const std::wstring& channel : selection.Channels()) {
-        if (!IsKnownChannel(log, channel)) {
-            const DWORD code =
-                selection.IsStructured() ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
-            std::wstring reason = L"the export neither has events of the channel '" + channel +
-                                  L"' nor declares it; if the desktop has this channel, declare it with --channel or " +
-                                  L"<replay:channel>. The export has events of ";
-            for (const std::wstring& known : log.channels) {
-                reason += (known == *log.channels.begin() ? L"'" : L", '") + known + L"'";
-            }
-            throw Refusal{code, std::move(reason)};
+        if (HasChannel(log, channel)) {
+            continue;
         }
         // An export with events from Security shows that the desktop's account may read it.
-        if (EqualNames(channel, L"Security") && !HasChannel(log, channel)) {
+        if (EqualNames(channel, L"Security")) {
             throw Refusal{ERROR_ACCESS_DENIED, L"an ordinary account has no access to the channel '" + channel +
                                                    L"'; if the host's account has, declare the channel with --channel"};
         }
+        const DWORD code =
+            selection.IsStructured() ? ERROR_EVT_CANNOT_OPEN_CHANNEL_OF_QUERY : ERROR_EVT_CHANNEL_NOT_FOUND;
+        std::wstring reason = L"the export neither has events of the channel '" + channel +
+                              L"' nor declares it; if the desktop has this channel, declare it with --channel or " +
+                              L"<replay:channel>. The export has events of ";
+        for (const std::wstring& known : log.channels) {
+            reason += (known == *log.channels.begin() ? L"'" : L", '") + known + L"'";
+        }
+        throw Refusal{code, std::move(reason)};
     }
 }
 

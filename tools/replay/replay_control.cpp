@@ -161,11 +161,7 @@ DWORD WINAPI ReplayCount()
 
 ULONGLONG WINAPI ReplayEntryTime(DWORD index)
 {
-    const auto log = CurrentLog();
-    if (index >= log->entries.size()) {
-        return 0;
-    }
-    const auto event = LogReader(log).ReadEvent(index);
+    const auto event = LogReader(CurrentLog()).ReadEvent(index);
     return event != nullptr ? CreationTime(event->xml).value_or(0) : 0;
 }
 
@@ -210,8 +206,7 @@ void WINAPI ReplayWaitForDeliveries()
 
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times)
 {
-    const auto log = CurrentLog();
-    const auto event = index < log->entries.size() ? LogReader(log).ReadEvent(index) : nullptr;
+    const auto event = LogReader(CurrentLog()).ReadEvent(index);
     return event != nullptr ? Deliver({event, times}, ModeOr(DeliveryMode::Awaited)) : DWORD{ERROR_INVALID_PARAMETER};
 }
 

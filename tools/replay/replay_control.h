@@ -16,7 +16,6 @@ enum ReplayHandleKind : DWORD {
     ReplayContextHandle,
     ReplayPublisherHandle,
     ReplayEventHandle, // open only while its delivery runs
-    ReplayHandleKindCount
 };
 
 /// What ReplayDeclare declares.

@@ -107,13 +107,12 @@ void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bug
     }
     // Same page: the event's handle is valid during the callback only.
     HandleTable& handles = HandleTable::Instance();
-    const EVT_HANDLE handle = handles.Open(ReplayEventHandle, delivery.event);
+    const EVT_HANDLE handle = handles.Open(delivery.event);
     if (observer_.function != nullptr) {
         observer_.function(EvtSubscribeActionDeliver, observer_.context, handle);
     }
     callback_.function(EvtSubscribeActionDeliver, callback_.context, handle);
-    ReplayHandleKind kind = ReplayEventHandle;
-    handles.Close(handle, kind, true);
+    handles.EndDelivery(handle);
 }
 
 void Subscriber::Close()

@@ -30,8 +30,8 @@ MetricConfiguration ReadMetric(replay::XmlReader& reader, const std::string& fil
     const size_t begin = reader.Offset();
     const replay::Node element = reader.Read(arena);
     const std::string place = Place(file, replay::PlaceOf(reader.Text(), element.begin));
-    const auto* const name = element.Attribute(L"name");
-    if (element.name != L"metric" || name == nullptr || name->empty()) {
+    const std::wstring name(element.Attribute(L"name").value_or(L""));
+    if (element.name != L"metric" || name.empty()) {
         Fail(place + ": <" + ToUtf8(element.name) + "> is not a metric with a name; write <metric name=\"...\">");
     }
     for (const replay::Node& property : element.children) {
@@ -44,7 +44,7 @@ MetricConfiguration ReadMetric(replay::XmlReader& reader, const std::string& fil
     try {
         // MSXML gets the element's text alone, since it reports no places.
         const std::string_view xml = reader.Text().substr(begin, reader.Offset() - begin);
-        return {std::wstring(*name), place, ParseElement(ToWide(xml).c_str())};
+        return {name, place, ParseElement(ToWide(xml).c_str())};
     } catch (const std::runtime_error& error) {
         Fail(place + ": " + error.what());
     }

@@ -30,7 +30,7 @@ void orvel::Fuzz(std::wstring_view text, std::string_view bytes)
             const Entry entry = ReadEntry(reader, arena);
             if (const auto* const event = std::get_if<Event>(&entry)) {
                 assert(!event->channel.empty() && event->xml.Child({L"RenderingInfo"}) == nullptr);
-                assert(event->xml.Attribute(L"replay:error") == nullptr);
+                assert(!event->xml.Attribute(L"replay:error"));
                 assert(!event->message || WithCarriageReturns(*event->message) == *event->message);
             } else {
                 const auto& [kind, node] = std::get<Action>(entry);

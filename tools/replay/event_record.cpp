@@ -27,10 +27,10 @@ const Node* Node::Child(std::initializer_list<std::wstring_view> path) const
     return node;
 }
 
-const std::pmr::wstring* Node::Attribute(std::wstring_view attributeName) const
+std::optional<std::wstring_view> Node::Attribute(std::wstring_view attributeName) const
 {
     const auto found = std::ranges::find(attributes, attributeName, &NodeAttribute::first);
-    return found != attributes.end() ? &found->second : nullptr;
+    return found != attributes.end() ? std::optional<std::wstring_view>(found->second) : std::nullopt;
 }
 
 bool EqualNames(std::wstring_view a, std::wstring_view b)

@@ -27,8 +27,8 @@ struct Node {
 
     /// Returns the element at the end of a path of first children with these names, or null.
     const Node* Child(std::initializer_list<std::wstring_view> path) const;
-    /// Returns an attribute's value, or null.
-    const std::pmr::wstring* Attribute(std::wstring_view attributeName) const;
+    /// Returns an attribute's value, if it is present.
+    std::optional<std::wstring_view> Attribute(std::wstring_view attributeName) const;
 
     std::pmr::wstring name;
     std::pmr::vector<NodeAttribute> attributes;

@@ -47,14 +47,14 @@ template <typename... Parts>
     FailAt(reader.Text(), node.end, std::move(reason));
 }
 
-/// Returns an attribute's value, or null if it has none. Throws TextError for a value that is not possible.
-const std::pmr::wstring* CheckedAttribute(const XmlReader& reader, const Node& node, const AttributeForm& form)
+/// Returns an attribute's value, if it is present. Throws TextError if the form requires it or excludes its value.
+std::optional<std::wstring_view> CheckedAttribute(const XmlReader& reader, const Node& node, const AttributeForm& form)
 {
-    const auto* const value = node.Attribute(form.name);
-    if (value == nullptr && form.isRequired) {
+    const auto value = node.Attribute(form.name);
+    if (!value && form.isRequired) {
         Refuse(reader, node, L"<", node.name, L"> lacks the attribute '", form.name, L"'");
     }
-    if (value != nullptr && !form.values.empty() && std::ranges::count(form.values, *value) == 0) {
+    if (value && !form.values.empty() && std::ranges::count(form.values, *value) == 0) {
         std::wstring possible;
         for (const std::wstring_view other : form.values) {
             possible.append(possible.empty() ? L"" : L", ").append(other);
@@ -78,12 +78,11 @@ Action MakeAction(Node node, const XmlReader& reader)
             Refuse(reader, node, L"<", node.name, L"> has no attribute '", name, L"'");
         }
     }
-    const auto* const name = node.Attribute(L"name");
-    if (form->kind < kDeclarationKinds && name->empty()) {
+    if (form->kind < kDeclarationKinds && node.Attribute(L"name")->empty()) {
         Refuse(reader, node, L"<", node.name, L"> has an empty name");
     }
-    const auto* const time = node.Attribute(L"milliseconds");
-    if (time != nullptr && (time->empty() || time->size() > 6 || !std::ranges::all_of(*time, IsDigit))) {
+    const auto time = node.Attribute(L"milliseconds");
+    if (time && (time->empty() || time->size() > 6 || !std::ranges::all_of(*time, IsDigit))) {
         Refuse(reader, node, L"milliseconds='", *time, L"' is not a number of up to six digits");
     }
     return {form->kind, std::move(node)};
@@ -97,13 +96,11 @@ Event MakeEvent(Node node, const XmlReader& reader)
     }
     Event event{std::move(node), {}, channel->text};
     if (const Node* const provider = event.xml.Child({L"System", L"Provider"})) {
-        const auto* const name = provider->Attribute(L"Name");
-        event.publisher = name != nullptr ? *name : std::wstring_view();
+        event.publisher = provider->Attribute(L"Name").value_or(L"");
     }
-    const auto* const forwarded = CheckedAttribute(reader, event.xml, kForwarded);
-    event.isForwarded = forwarded != nullptr && *forwarded == L"true";
-    const auto* const error = CheckedAttribute(reader, event.xml, kError);
-    event.messageError = error != nullptr ? static_cast<unsigned>(ParseWholeNumber(*error)->whole) : 0;
+    event.isForwarded = CheckedAttribute(reader, event.xml, kForwarded) == L"true";
+    const auto error = CheckedAttribute(reader, event.xml, kError).value_or(L"0");
+    event.messageError = static_cast<unsigned>(ParseWholeNumber(error)->whole);
     if (const Node* const message = event.xml.Child({L"RenderingInfo", L"Message"})) {
         event.message = WithCarriageReturns(message->text, message->text.get_allocator());
     }

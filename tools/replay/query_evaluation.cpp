@@ -180,8 +180,7 @@ std::wstring Query::PlainPath() const
 std::optional<uint64_t> CreationTime(const Node& event)
 {
     const Node* created = event.Child({L"System", L"TimeCreated"});
-    const auto* time = created != nullptr ? created->Attribute(L"SystemTime") : nullptr;
-    return time != nullptr ? ParseEventTime(*time) : std::nullopt;
+    return created != nullptr ? ParseEventTime(created->Attribute(L"SystemTime").value_or(L"")) : std::nullopt;
 }
 
 } // namespace orvel::replay

@@ -49,8 +49,8 @@ std::wstring Label(const Context& node)
     if (node.kind == Context::Attribute) {
         return label.append(L"/@").append(node.name);
     }
-    const auto* name = node.node->Attribute(L"Name");
-    return name != nullptr ? label.append(L"[@Name='").append(*name).append(L"']") : label;
+    const auto name = node.node->Attribute(L"Name");
+    return name ? label.append(L"[@Name='").append(*name).append(L"']") : label;
 }
 
 std::wstring StepName(const Step& step)

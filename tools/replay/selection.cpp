@@ -56,17 +56,17 @@ Selection Selection::OfQueryList(std::string_view xml)
             if ((element.name != L"Select" && element.name != L"Suppress") || !element.children.empty()) {
                 Refuse(place, L"a Query contains Select and Suppress elements only, and these contain text only");
             }
-            const auto* ownPath = element.Attribute(L"Path");
-            const auto* path = ownPath != nullptr ? ownPath : query.Attribute(L"Path");
-            if (path == nullptr || path->empty()) {
+            const auto inherited = query.Attribute(L"Path").value_or(L"");
+            const std::wstring path(element.Attribute(L"Path").value_or(inherited));
+            if (path.empty()) {
                 Refuse(place, L"the element or its Query needs a Path, the name of a channel");
             }
-            if (path->find(L"://") != path->npos) {
+            if (path.find(L"://") != path.npos) {
                 Refuse(place, L"the Path is a file, which the replay log does not support; use a channel",
                        kNotSupported);
             }
             auto& selectors = element.name == L"Select" ? parsed.selects : parsed.suppresses;
-            selectors.push_back({std::wstring(*path), ParseSelector(element, place), place});
+            selectors.push_back({path, ParseSelector(element, place), place});
         }
         const auto hasSelect = [&](const Selector& suppress) {
             return std::ranges::any_of(

@@ -58,9 +58,9 @@ TEST(XmlReader, ReadsNamesAttributesTextsAndChildren)
         try {
             Arena arena;
             const Node root = ReadDocument(text, arena);
-            EXPECT_TRUE(expected == nullptr || Shown(root) == expected) << text << testing::Message() << Shown(root);
+            EXPECT_TRUE(expected == nullptr || Shown(root) == expected) << text << ": " << Shown(root);
         } catch (const TextError& error) {
-            ADD_FAILURE() << text << testing::Message() << error.Text();
+            ADD_FAILURE() << text << ": " << error.Text();
         }
     }
 }
@@ -107,7 +107,7 @@ TEST(XmlReader, RefusesWhatIsNotWellFormedOrTooLargeWithItsPlace)
             ADD_FAILURE() << "no error in: " << text.substr(0, 60);
         } catch (const TextError& error) {
             EXPECT_EQ(std::pair(error.place.line, error.place.column), std::pair(line, column))
-                << text.substr(0, 60) << testing::Message() << error.reason;
+                << text.substr(0, 60) << ": " << error.reason;
             EXPECT_FALSE(error.reason.empty());
         }
     }

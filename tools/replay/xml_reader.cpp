@@ -34,9 +34,7 @@ bool XmlReader::NextElement()
 {
     std::pmr::wstring ignored;
     begin_ = next_;
-    const bool isFound = NextChild(ignored);
-    open_ = isFound ? open_ : 0;
-    return isFound;
+    return NextChild(ignored);
 }
 
 bool XmlReader::Enter()
@@ -44,9 +42,7 @@ bool XmlReader::Enter()
     Arena arena;
     Node node(&arena);
     begin_ = next_;
-    const bool hasContent = TakeStartTag(node);
-    open_ = hasContent ? open_ : 0;
-    return hasContent;
+    return TakeStartTag(node);
 }
 
 Node XmlReader::Read(Arena& arena)
@@ -155,6 +151,7 @@ void XmlReader::TakeAttributes(Node& node)
     }
 }
 
+/// Takes a start tag and opens the element, unless it is empty; returns whether it is not.
 bool XmlReader::TakeStartTag(Node& node)
 {
     open_ = node.begin = ++next_;
@@ -166,6 +163,7 @@ bool XmlReader::TakeStartTag(Node& node)
     }
     node.end = next_;
     AppendName(node.name, name, true);
+    open_ = isEmpty ? 0 : open_;
     return !isEmpty;
 }
 
@@ -201,6 +199,7 @@ bool XmlReader::NextChild(std::pmr::wstring& text)
     }
 }
 
+/// Takes the end tag of the open element, after which no element is open; ReadElement opens its parent again.
 void XmlReader::TakeEndTag()
 {
     const size_t begin = next_;
@@ -214,6 +213,7 @@ void XmlReader::TakeEndTag()
     if (!Take(">")) {
         Fail(next_, L"> is missing here");
     }
+    open_ = 0;
 }
 
 void XmlReader::ReadElement(Node& node, size_t depth)

@@ -4,6 +4,7 @@
 #include "tools/replay/export_reader.h"
 #include "tools/utf8.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <filesystem>
 #include <system_error>
@@ -14,8 +15,7 @@ namespace {
 
 std::wstring Text(const Node& node, std::wstring_view attribute)
 {
-    const auto* value = node.Attribute(attribute);
-    return std::wstring(value != nullptr ? *value : std::wstring_view());
+    return std::wstring(node.Attribute(attribute).value_or(L""));
 }
 
 /// Returns an attribute as a path, with environment variables replaced.
@@ -41,12 +41,10 @@ DWORD WriteText(const Node& node, DWORD access, DWORD disposition)
     }
     const UniqueFile owner(file);
     const auto text = WithCarriageReturns(node.text);
-    std::string bytes;
-    if (Text(node, L"encoding") == L"utf-8") {
-        bytes = ToUtf8(text);
-    } else {
-        bytes.assign(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
-    }
+    const std::string bytes =
+        Text(node, L"encoding") == L"utf-8"
+            ? ToUtf8(text)
+            : std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
     DWORD written = 0;
     const auto size = static_cast<DWORD>(bytes.size());
     if (!WriteFile(file, bytes.data(), size, &written, nullptr)) {
@@ -64,6 +62,18 @@ DWORD SetRegistryValue(const Node& node)
                                               value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t))));
 }
 
+DWORD Wait(const Node& node, const std::function<bool()>& goOn)
+{
+    constexpr unsigned long kSlice = 50;
+    for (unsigned long left = std::stoul(Text(node, L"milliseconds")); left != 0; left -= std::min(left, kSlice)) {
+        Sleep(std::min(left, kSlice));
+        if (!goOn()) {
+            return ERROR_CANCELLED;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
 DWORD ErrorUnless(BOOL succeeded)
 {
     return succeeded ? ERROR_SUCCESS : GetLastError();
@@ -71,7 +81,7 @@ DWORD ErrorUnless(BOOL succeeded)
 
 } // namespace
 
-DWORD CarryOut(const Action& action)
+DWORD CarryOut(const Action& action, const std::function<bool()>& goOn)
 {
     const Node& node = action.node;
     switch (action.kind) {
@@ -84,14 +94,11 @@ DWORD CarryOut(const Action& action)
             MoveFileExW(Path(node, L"from").c_str(), Path(node, L"to").c_str(), MOVEFILE_REPLACE_EXISTING));
     case Action::Delete:
         return ErrorUnless(DeleteFileW(Path(node, L"file").c_str()));
+    case Action::Wait:
+        return Wait(node, goOn);
     default:
         return SetRegistryValue(node);
     }
-}
-
-DWORD WaitTime(const Action& action)
-{
-    return std::wcstoul(Text(action.node, L"milliseconds").c_str(), nullptr, 10);
 }
 
 } // namespace orvel::replay

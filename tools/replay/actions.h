@@ -4,12 +4,12 @@
 
 #include <windows.h>
 
+#include <functional>
+
 namespace orvel::replay {
 
-/// Carries out an action that changes a file or a registry value. Returns 0 or a Win32 code.
-DWORD CarryOut(const Action& action);
-
-/// Returns the milliseconds that a waiting action waits.
-DWORD WaitTime(const Action& action);
+/// Carries out an action that is no declaration. Returns 0, a Win32 code, or ERROR_CANCELLED if the action waits and
+/// `goOn`, which is called every 50 ms, returned false.
+DWORD CarryOut(const Action& action, const std::function<bool()>& goOn);
 
 } // namespace orvel::replay

@@ -17,13 +17,13 @@ protected:
         template <typename Function>
         operator Function*() const
         {
-            if (module == nullptr) {
-                throw std::runtime_error("the replay log's wevtapi.dll cannot be loaded");
-            }
             Function* const function = orvel::FunctionOf{module, name};
-            return function != nullptr ? function
-                                       : throw std::runtime_error(
-                                             std::string("this wevtapi.dll is not the replay log: it has no ") + name);
+            if (function == nullptr) {
+                throw std::runtime_error(
+                    module == nullptr ? "the replay log's wevtapi.dll cannot be loaded"
+                                      : std::string("this wevtapi.dll is not the replay log: it has no ") + name);
+            }
+            return function;
         }
     };
 
@@ -33,7 +33,6 @@ public:
     explicit ReplayClient(const std::wstring& path) : module(LoadLibraryW(path.c_str())) {}
 
     HMODULE module;
-    decltype(&ReplayLoad) Load = Control{module, "ReplayLoad"};
     decltype(&ReplayLoadBytes) LoadBytes = Control{module, "ReplayLoadBytes"};
     decltype(&ReplayDeclare) Declare = Control{module, "ReplayDeclare"};
     decltype(&ReplayCount) Count = Control{module, "ReplayCount"};

@@ -9,8 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
-#include <iterator>
+#include <functional>
 
 using namespace orvel::replay;
 
@@ -61,30 +60,16 @@ std::string DecodeExport(std::string bytes)
     return bytes;
 }
 
-/// Waits as long as an action says, or until `goOn`, which is called every 50 ms, returns false.
-template <typename GoOn>
-DWORD Wait(const Action& action, const GoOn& goOn)
-{
-    constexpr unsigned long kSlice = 50;
-    for (unsigned long left = WaitTime(action); left != 0; left -= std::min(left, kSlice)) {
-        Sleep(std::min(left, kSlice));
-        if (!goOn()) {
-            return ERROR_CANCELLED;
-        }
-    }
-    return ERROR_SUCCESS;
-}
-
 /// Carries out an action when all earlier deliveries have ended.
-template <typename GoOn>
-DWORD PlayAction(const Log& log, const Action& action, size_t index, const GoOn& goOn)
+DWORD PlayAction(const Log& log, const Action& action, size_t index, const std::function<bool()>& goOn)
 {
-    const bool isWait = action.kind == Action::Wait;
-    if ((modes & (isWait ? ReplayWithoutActions | ReplayWithoutWaits : ReplayWithoutActions)) != 0) {
+    const DWORD skipping =
+        action.kind == Action::Wait ? ReplayWithoutActions | ReplayWithoutWaits : ReplayWithoutActions;
+    if ((modes & skipping) != 0) {
         return ERROR_SUCCESS;
     }
     WaitForDeliveries();
-    const DWORD code = isWait ? Wait(action, goOn) : CarryOut(action);
+    const DWORD code = CarryOut(action, goOn);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED) {
         SetLastRefusal(L"entry " + std::to_wstring(index + 1) + L", <" + std::wstring(action.node.name) +
                        L"> in line " + std::to_wstring(PlaceOf(log.text, action.node.end).line) + L": error " +
@@ -124,17 +109,6 @@ DWORD Play(const std::shared_ptr<const Log>& log, ReplayProgress progress, void*
 
 extern "C" {
 
-DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters)
-{
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    if (!file) {
-        CopyText(L"the file cannot be read; check its name and rights", message, messageCharacters);
-        return ERROR_READ_FAULT;
-    }
-    return ReplayLoadBytes(bytes.data(), bytes.size(), message, messageCharacters);
-}
-
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
 try {
     SetCurrentLog(std::make_shared<Log>(DecodeExport(std::string(bytes, size))));
@@ -147,7 +121,7 @@ try {
 
 DWORD WINAPI ReplayDeclare(ReplayDeclaration kind, const wchar_t* name)
 {
-    if (kind >= ReplayDeclarationCount || name == nullptr || *name == L'\0') {
+    if (kind >= kDeclarationKinds || name == nullptr || *name == L'\0') {
         return ERROR_INVALID_PARAMETER;
     }
     Declare(static_cast<Action::Kind>(kind), name);
@@ -207,12 +181,16 @@ void WINAPI ReplayWaitForDeliveries()
 DWORD WINAPI ReplayDeliver(DWORD index, DWORD times)
 {
     const auto event = LogReader(CurrentLog()).ReadEvent(index);
-    return event != nullptr ? Deliver({event, times}, ModeOr(DeliveryMode::Awaited)) : DWORD{ERROR_INVALID_PARAMETER};
+    DWORD code = event != nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+    for (DWORD i = 0; i < times && code == ERROR_SUCCESS; ++i) {
+        code = Deliver({event}, ModeOr(DeliveryMode::Awaited));
+    }
+    return code;
 }
 
 DWORD WINAPI ReplayDeliverError(DWORD code)
 {
-    return code != ERROR_SUCCESS ? Deliver({nullptr, 1, code}, ModeOr(DeliveryMode::Awaited))
+    return code != ERROR_SUCCESS ? Deliver({nullptr, code}, ModeOr(DeliveryMode::Awaited))
                                  : DWORD{ERROR_INVALID_PARAMETER};
 }
 

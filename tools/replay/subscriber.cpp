@@ -82,19 +82,17 @@ void Subscriber::Work()
 void Subscriber::DeliverHere(const Delivery& delivery) noexcept // NOLINT(bugprone-exception-escape)
 {
     std::unique_lock guard(lock_);
-    for (DWORD i = 0; i < delivery.times; ++i) {
-        ended_.wait(guard, [&] { return runner_ == 0; });
-        if (isClosed_) {
-            return;
-        }
-        runner_ = GetCurrentThreadId();
-        ++callbacks_;
-        guard.unlock();
-        CallBack(delivery);
-        guard.lock();
-        runner_ = 0;
-        ended_.notify_all();
+    ended_.wait(guard, [&] { return runner_ == 0; });
+    if (isClosed_) {
+        return;
     }
+    runner_ = GetCurrentThreadId();
+    ++callbacks_;
+    guard.unlock();
+    CallBack(delivery);
+    guard.lock();
+    runner_ = 0;
+    ended_.notify_all();
 }
 
 void Subscriber::CallBack(const Delivery& delivery) const noexcept // NOLINT(bugprone-exception-escape)

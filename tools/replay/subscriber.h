@@ -13,10 +13,9 @@
 
 namespace orvel::replay {
 
-/// What a subscription is called with: an event, several times, or an error.
+/// What a subscription is called with: an event or an error.
 struct Delivery {
     std::shared_ptr<const Event> event;
-    DWORD times = 1;
     DWORD error = ERROR_SUCCESS; ///< delivered with action 0 instead of the event
 };
 

@@ -1,5 +1,5 @@
-// Every call that the module makes out of itself, to the platform, the runtime and its host, fails once: a scenario is
-// run again and again, each time with the next of its calls failing as that call is documented to fail.
+// Makes every call of the module to the platform, the C runtime and its host fail once: runs a scenario again and
+// again, each time with the next of its calls failing as that call is documented to fail.
 
 #include "tests/support/module_under_test.h"
 
@@ -16,13 +16,13 @@ namespace {
 
 Lines transcript; // what the host saw, step by step: lines, values, results
 
-/// What the hooks below know of the current run. One thread: the replay log delivers on the caller's own.
+/// The state of the current run. It has one thread: the replay log delivers on the caller's own.
 struct Run {
     bool isCounting = false;
     int calls = 0;
     int failing = 0;    // the number of the call that is to fail, from 1
-    std::string failed; // its name, once it came
-    size_t before = 0;  // how many lines of the transcript stood before it
+    std::string failed; // its name, once it has failed
+    size_t before = 0;  // the length of the transcript then
     DWORD events = 0;   // delivered to the module
     std::map<std::pair<std::string_view, const void*>, std::string_view> open; // closer and handle: who opened it
 
@@ -38,7 +38,7 @@ struct Run {
 };
 Run run;
 
-/// The results of its log calls are failures at all times.
+/// Its log calls always return failures.
 class SweptLogger : public RecordingLogger {
 public:
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* mask) override
@@ -61,7 +61,7 @@ public:
 };
 SweptSink* sink;
 
-/// A call of the module and its result, thrown or returned.
+/// Makes a call of the module and returns its result or what it threw.
 HRESULT Step(const std::wstring& name, const std::function<HRESULT()>& call)
 {
     HRESULT hr = S_OK;
@@ -78,7 +78,7 @@ HRESULT Step(const std::wstring& name, const std::function<HRESULT()>& call)
     return hr;
 }
 
-// What is thrown from an event would end the platform's thread; here it ends where the test can see it.
+// An exception from a delivery would end the platform's thread, so it is caught and recorded here.
 EVT_SUBSCRIBE_CALLBACK moduleCallback;
 DWORD WINAPI CatchInDelivery(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, EVT_HANDLE event)
 {
@@ -87,7 +87,7 @@ DWORD WINAPI CatchInDelivery(EVT_SUBSCRIBE_NOTIFY_ACTION action, void* context, 
     return ERROR_SUCCESS;
 }
 
-// What a call opened, from its result and arguments.
+// Return what a call opened, from its result and arguments.
 const void* Opened(...)
 {
     return nullptr;
@@ -105,7 +105,7 @@ const void* Opened(DWORD length, DWORD, const void*, DWORD, DWORD, wchar_t* text
     return length != 0 ? *reinterpret_cast<void**>(text) : nullptr;
 }
 
-/// Has an import fail in its turn. What it opens must be released by `closer`.
+/// Makes an import fail when it is its turn. `closer` must release what it opens.
 template <ImportName kName, typename Function, bool kCanFail = true>
 void Open(HMODULE module, const char* closer, auto failure, DWORD error = ERROR_ACCESS_DENIED)
 {
@@ -128,8 +128,8 @@ void Fail(HMODULE module, auto failure)
     Open<kName, Function>(module, "", failure);
 }
 
-/// Has an import fail in its turn that releases its last argument. It does its work even then, so that a leak is the
-/// module's own.
+/// Makes an import that releases its last argument fail when it is its turn. It releases it even then, so that only the
+/// module can leak.
 template <ImportName kName, typename Function>
 void Close(HMODULE module, auto... failure)
 {
@@ -191,7 +191,8 @@ void ReplaceImports(HMODULE module)
     Fail<"FileTimeToSystemTime", decltype(FileTimeToSystemTime)>(module, FALSE);
 }
 
-/// What a metric goes through and what it may report, read from a file beside the program; sweep/crash.txt explains it.
+/// The events and collections of a metric's life and the effects of failures, read from a file beside the program;
+/// sweep/crash.txt explains it.
 struct Scenario {
     explicit Scenario(const std::string& name)
     {
@@ -258,8 +259,8 @@ protected:
         return transcript;
     }
 
-    /// What lack of memory made fail must succeed when it is tried again.
-    void Insist(const wchar_t* name, const std::function<HRESULT()>& call)
+    /// Repeats a call that failed for lack of memory, which must then succeed.
+    void Retry(const wchar_t* name, const std::function<HRESULT()>& call)
     {
         if (Step(name, call) == E_OUTOFMEMORY) {
             EXPECT_EQ(Step(name, call), S_OK);
@@ -280,12 +281,12 @@ protected:
         const auto unsubscribe = [&] { return provider->UnsubscribeMetric(name); };
         sink->refusedOnce = scenario_.words[L"refused"].at(0);
         run.isCounting = true;
-        Insist(L"create", [&] {
+        Retry(L"create", [&] {
             provider = module.CreateProvider();
             return S_OK;
         });
         EXPECT_EQ(provider->SetHost(logger, &host), S_OK);
-        Insist(L"subscribe", subscribe);
+        Retry(L"subscribe", subscribe);
         const auto play = [&](const std::wstring& phase) {
             if (!phase.empty()) {
                 LoadEvents(phase);
@@ -296,7 +297,7 @@ protected:
             play(scenario_.phases[phase]);
             Step(L"collect", collect);
         }
-        // The fault is over: from here on everything must be right again.
+        // Nothing fails from here on, so everything must work again.
         run.isCounting = false;
         sink->refusedOnce.clear();
         if (Replay().OpenHandles(ReplaySubscriptionHandle) == 0) {
@@ -308,8 +309,8 @@ protected:
         EXPECT_EQ(sink->Take(), scenario_.words[L"wanted"]);
         run.isCounting = true;
         Step(L"subscribe without a query", [&] { return provider->SubscribeMetric(other, bad.Get()); });
-        Insist(L"unsubscribe", unsubscribe);
-        Insist(L"unsubscribe all", [&] { return provider->UnsubscribeAll(); });
+        Retry(L"unsubscribe", unsubscribe);
+        Retry(L"unsubscribe all", [&] { return provider->UnsubscribeAll(); });
         provider.Reset();
         EXPECT_EQ(logger->Take(), Lines());
         run.isCounting = false;
@@ -322,7 +323,8 @@ protected:
             EXPECT_EQ(seen, baseline);
             return;
         }
-        EXPECT_TRUE(std::equal(seen.begin(), seen.begin() + run.before, baseline.begin())) << "changed in hindsight";
+        EXPECT_TRUE(std::equal(seen.begin(), seen.begin() + run.before, baseline.begin()))
+            << "differs before the failure";
         for (const auto& line : seen) {
             EXPECT_TRUE(line.find(L"|crash_details") == line.npos || std::ranges::count(seen, line) == 1)
                 << "reported twice: " << testing::PrintToString(line);
@@ -334,7 +336,7 @@ protected:
                 if (std::ranges::count(more, line) > std::ranges::count(fewer, line)) {
                     const std::wstring effect = std::wstring(call.begin(), call.end()) + L" " + sign + line;
                     EXPECT_TRUE(scenario_.effects.contains(effect)) << testing::PrintToString(effect);
-                    came_.insert(effect);
+                    occurred_.insert(effect);
                 }
             }
         };
@@ -343,12 +345,12 @@ protected:
         if (run.failed == "GetLogLevels") {
             EXPECT_EQ(seen.size() + 1, baseline.size()) << "one line is lost, and nothing else";
         } else if (run.failed != "VariantClear") { // also called to clean up, where a failure cannot be reported
-            EXPECT_NE(seen, baseline) << "a failure that nobody saw";
+            EXPECT_NE(seen, baseline) << "the failure has no effect";
         }
     }
 
     Scenario scenario_{GetParam()};
-    std::set<std::wstring> came_; // effects
+    std::set<std::wstring> occurred_; // effects
 };
 
 TEST_P(FaultSweepTest, EveryCallFailsOnce)
@@ -364,7 +366,7 @@ TEST_P(FaultSweepTest, EveryCallFailsOnce)
         Check(baseline, seen);
     }
     for (const auto& effect : scenario_.effects) {
-        EXPECT_TRUE(came_.contains(effect)) << "never came: " << testing::PrintToString(effect);
+        EXPECT_TRUE(occurred_.contains(effect)) << "never occurred: " << testing::PrintToString(effect);
     }
     std::ofstream figures("fault_sweep_" + GetParam() + ".figures");
     figures << "Fault sweep, " << GetParam() << " metric: " << calls << " calls failed, one at a time:";

@@ -171,31 +171,29 @@ TEST_F(LaminaTest, ReadsTheManagerFromTerminatedTextsOnly)
 
 TEST_F(LaminaTest, FindsTheLogDirectoryBesideAnyImagePath)
 {
+    const auto found = [](const std::wstring& image, const std::wstring& directory) {
+        const std::wstring line = L"image path: " + image + L"|";
+        return line + line + L"log path: " + directory + L"\\Logs\\|";
+    };
     const std::wstring longest(1023, L'a'), tooLong = longest + L'\0';
-    const struct {
-        Value value;
-        std::wstring image, folder; // without an image the error line
-    } cases[] = {
-        {{REG_SZ, L"\"C:\\a b\\c.exe\" -k C:\\x\0"sv}, L"\"C:\\a b\\c.exe\" -k C:\\x", L"C:\\a b\\c.exe -k C:"},
-        {{REG_EXPAND_SZ, L"%A%\\k.exe\0"sv}, L"%A%\\k.exe", L"%A%"},
-        {{REG_SZ, L"k.exe\0"sv}, L"k.exe", L"k.exe"},
-        {{REG_SZ, L""}, L"", L""},
-        {{REG_SZ, L"D:\\unended\\k"}, L"D:\\unended\\k", L"D:\\unended"},
-        {{REG_SZ, L"D:\\odd\\", 1}, L"D:\\odd\\x", L"D:\\odd"},
-        {{REG_BINARY, L"D:\\b\\c\0\\d"sv}, L"D:\\b\\c", L"D:\\b"},
-        {{REG_DWORD, L"\"\\"}, L"\"\\", L""},
-        {{REG_SZ, longest}, longest, longest},
-        {{REG_SZ, tooLong}, L"", L"Failed to query value ImagePath, error: 234|"},
-        {{}, L"", L"Failed to query value ImagePath, error: 2|"}};
-    for (const auto& example : cases) {
-        Store(kServiceKey, L"ImagePath", example.value);
+    const std::pair<Value, std::wstring> cases[] = {
+        {{REG_SZ, L"\"C:\\a b\\c.exe\" -k C:\\x\0"sv}, found(L"\"C:\\a b\\c.exe\" -k C:\\x", L"C:\\a b\\c.exe -k C:")},
+        {{REG_EXPAND_SZ, L"%A%\\k.exe\0"sv}, found(L"%A%\\k.exe", L"%A%")},
+        {{REG_SZ, L"k.exe\0"sv}, found(L"k.exe", L"k.exe")},
+        {{REG_SZ, L""}, found(L"", L"")},
+        {{REG_SZ, L"D:\\unended\\k"}, found(L"D:\\unended\\k", L"D:\\unended")},
+        {{REG_SZ, L"D:\\odd\\", 1}, found(L"D:\\odd\\x", L"D:\\odd")},
+        {{REG_BINARY, L"D:\\b\\c\0\\d"sv}, found(L"D:\\b\\c", L"D:\\b")},
+        {{REG_DWORD, L"\"\\"}, found(L"\"\\", L"")},
+        {{REG_SZ, longest}, found(longest, longest)},
+        {{REG_SZ, tooLong}, L"value ImagePath, error: 234|"},
+        {{}, L"value ImagePath, error: 2|"}};
+    for (const auto& [value, wanted] : cases) {
+        Store(kServiceKey, L"ImagePath", value);
         logger.Take();
         Deliver(kLogon);
         const Lines lines = logger.Take();
-        const std::wstring image = L"image path: " + example.image + L"|";
-        const bool isError = example.folder.ends_with(L'|');
-        EXPECT_EQ(isError ? Join(lines, L"E ") : Join(lines, L"I korvex "),
-                  isError ? example.folder : image + image + L"log path: " + example.folder + L"\\Logs\\|");
+        EXPECT_EQ(Join(lines, L"E Failed to query ") + Join(lines, L"I korvex "), wanted);
     }
 }
 

@@ -99,9 +99,18 @@ TEST_F(ProviderTest, TakesANewHostBeforeReleasingTheOldOne)
 
     logger.Take();
     EXPECT_EQ(Collect(), S_OK);
-    EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
     EXPECT_EQ(logger.Take(), (Lines{L"I No application crash available"}));
-    EXPECT_EQ(newLogger.Take(), (Lines{L"I Unsubscribed all metrics."}));
+    logger.onRelease = [&, isFirst = true]() mutable {
+        if (std::exchange(isFirst, false)) {
+            EXPECT_EQ(Subscribe(), S_OK);
+        }
+    };
+    EXPECT_EQ(provider->UnsubscribeAll(), S_OK);
+    EXPECT_EQ(Replay().OpenHandles(ReplaySubscriptionHandle), 1U) << "subscribed while the metric released its logger";
+    EXPECT_EQ(newLogger.Take(),
+              (Lines{L"I created metric 'eventlog|eventlog_appcrash'.",
+                     L"I Subscribed from metric 'eventlog|eventlog_appcrash'.", L"I Unsubscribed all metrics."}));
+    logger.onRelease = nullptr;
     provider.Reset();
 }
 

@@ -16,8 +16,8 @@
 
 using Lines = std::vector<std::wstring>;
 
-/// A host object on the stack of its test. It counts references without deleting itself, and fails the test when one
-/// is left at its end. It records its calls as lines. Any thread may call it.
+/// A host object on the stack of its test. Fails the test if a reference is left when it is destroyed. Records its
+/// calls as lines. Any thread may call it.
 template <typename Interface>
 class HostFake : public orvel::HostObject<Interface> {
 public:
@@ -39,7 +39,7 @@ public:
     }
 
     std::function<void()> onRelease;
-    std::function<void()> onNextLine; // called once, on the thread that brings the line
+    std::function<void()> onNextLine; // called once, on the thread that adds the line
 
 protected:
     void Keep(const std::wstring& line)
@@ -54,9 +54,9 @@ protected:
             call();
         }
     }
-    static HRESULT Unexpected()
+    static HRESULT CalledReserved()
     {
-        ADD_FAILURE() << "a slot was called that the module has no business with";
+        ADD_FAILURE() << "the module called a reserved slot";
         return E_NOTIMPL;
     }
 
@@ -70,7 +70,7 @@ class HostObject : public HostFake<IAgentHost> {};
 /// Keeps each line as "E text", "W text" or "I text". Returns failures, which the module must ignore.
 class RecordingLogger : public HostFake<IAgentLogger> {
 public:
-    HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return CalledReserved(); }
     HRESULT STDMETHODCALLTYPE GetLogLevels(LPWSTR category, LONG* mask) override
     {
         EXPECT_STREQ(category, L"eventlog");
@@ -99,9 +99,9 @@ private:
 /// in turn and S_OK after the last.
 class RecordingSink : public HostFake<IMetricSink> {
 public:
-    HRESULT STDMETHODCALLTYPE Reserved7() override { return Unexpected(); }
-    HRESULT STDMETHODCALLTYPE Reserved8() override { return Unexpected(); }
-    HRESULT STDMETHODCALLTYPE Reserved9() override { return Unexpected(); }
+    HRESULT STDMETHODCALLTYPE Reserved7() override { return CalledReserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved8() override { return CalledReserved(); }
+    HRESULT STDMETHODCALLTYPE Reserved9() override { return CalledReserved(); }
     HRESULT STDMETHODCALLTYPE WriteMetric(BSTR key, BSTR instance, VARIANT value) override
     {
         EXPECT_TRUE(value.vt == VT_BSTR || value.vt == VT_UI8) << value.vt;

@@ -29,10 +29,8 @@ std::vector<std::wstring> ReadLines(const char* name)
 
 void LoadExport(const wchar_t* name)
 {
-    std::ifstream file(std::wstring(L"queries/").append(name).c_str(), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
     wchar_t message[512] = L"";
-    EXPECT_EQ(Replay().LoadBytes(bytes.data(), bytes.size(), message, 512), 0U) << message;
+    EXPECT_EQ(Replay().Load((std::wstring(L"queries/") + name).c_str(), message, 512), 0U) << message;
 }
 
 struct Evaluation {

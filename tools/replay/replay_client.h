@@ -33,6 +33,7 @@ public:
     explicit ReplayClient(const std::wstring& path) : module(LoadLibraryW(path.c_str())) {}
 
     HMODULE module;
+    decltype(&ReplayLoad) Load = Control{module, "ReplayLoad"};
     decltype(&ReplayLoadBytes) LoadBytes = Control{module, "ReplayLoadBytes"};
     decltype(&ReplayDeclare) Declare = Control{module, "ReplayDeclare"};
     decltype(&ReplayCount) Count = Control{module, "ReplayCount"};

@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <fstream>
 #include <functional>
+#include <iterator>
 
 using namespace orvel::replay;
 
@@ -108,6 +110,17 @@ DWORD Play(const std::shared_ptr<const Log>& log, ReplayProgress progress, void*
 } // namespace
 
 extern "C" {
+
+DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters)
+{
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        CopyText(L"the file cannot be read; check its name and rights", message, messageCharacters);
+        return ERROR_READ_FAULT;
+    }
+    return ReplayLoadBytes(bytes.data(), bytes.size(), message, messageCharacters);
+}
 
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters)
 try {

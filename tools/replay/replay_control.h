@@ -55,8 +55,11 @@ struct ReplayProblem {
 
 extern "C" {
 
-/// Reads an export in memory (`wevtutil qe LOG /f:RenderedXml /e:Events`, with replay actions between the events) and
-/// makes it the current log; nothing is delivered yet. On failure, `message` explains it with line and column.
+/// Reads an export (`wevtutil qe LOG /f:RenderedXml /e:Events`, with replay actions between the events) and makes it
+/// the current log; nothing is delivered yet. On failure, `message` explains it with line and column.
+DWORD WINAPI ReplayLoad(const wchar_t* path, wchar_t* message, DWORD messageCharacters);
+
+/// As ReplayLoad, but reads an export in memory.
 DWORD WINAPI ReplayLoadBytes(const char* bytes, SIZE_T size, wchar_t* message, DWORD messageCharacters);
 
 /// Declares a channel or publisher that the desktop has or lacks, as the declarations in an export do. Holds until the

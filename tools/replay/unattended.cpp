@@ -4,8 +4,6 @@
 #include "tools/replay/replay_control.h"
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace orvel::replay {
@@ -30,11 +28,8 @@ DWORD Start()
     if (path.empty()) {
         return ERROR_SUCCESS;
     }
-    std::ifstream file(path.c_str(), std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {});
-    wchar_t message[512] = L"the file cannot be read; check its name and rights";
-    const DWORD error =
-        file ? ReplayLoadBytes(bytes.data(), bytes.size(), message, ARRAYSIZE(message)) : DWORD{ERROR_READ_FAULT};
+    wchar_t message[512] = L"";
+    const DWORD error = ReplayLoad(path.c_str(), message, ARRAYSIZE(message));
     // The thread may outlive the code that loaded this DLL, so the DLL stays loaded.
     HMODULE self = nullptr;
     if (error == ERROR_SUCCESS &&

@@ -142,10 +142,11 @@ EVT_HANDLE WINAPI EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher
     if (session != nullptr || logFilePath != nullptr) {
         return Fail(ERROR_NOT_SUPPORTED);
     }
-    if (!HasPublisher(*CurrentLog(), publisherId)) {
+    auto publisher = FindPublisher(CurrentLog(), publisherId);
+    if (!publisher) {
         return Fail(ERROR_FILE_NOT_FOUND); // what Event Log clients see for a publisher that is not registered
     }
-    return Open(std::make_shared<const std::wstring>(publisherId));
+    return Open(std::move(publisher));
 }
 
 WINBOOL WINAPI EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD, DWORD, PEVT_VARIANT, DWORD flags,

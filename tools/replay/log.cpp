@@ -3,6 +3,7 @@
 #include "tools/replay/export_reader.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 namespace orvel::replay {
@@ -101,9 +102,19 @@ void Declare(Action::Kind kind, std::wstring_view name)
     declarations[kind].emplace(name);
 }
 
-bool HasPublisher(const Log& log, std::wstring_view name)
+std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name)
 {
-    return IsDeclared(log, Action::Publisher, name) && !IsDeclared(log, Action::MissingPublisher, name);
+    if (IsDeclared(*log, Action::MissingPublisher, name)) {
+        return nullptr;
+    }
+    const std::lock_guard guard(lock);
+    for (const auto& known : {std::cref(log->declarations), std::cref(declarations)}) {
+        const Names& publishers = known.get()[Action::Publisher];
+        if (const auto found = publishers.find(name); found != publishers.end()) {
+            return {log, &*found};
+        }
+    }
+    return nullptr;
 }
 
 bool HasChannel(const Log& log, std::wstring_view name)

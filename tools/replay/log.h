@@ -53,9 +53,9 @@ void SetCurrentLog(std::shared_ptr<const Log> log);
 /// Declares something for all logs of this process.
 void Declare(Action::Kind kind, std::wstring_view name);
 
-/// Returns whether the log has events of the publisher, or the publisher is declared or always installed. Returns false
-/// for a publisher that is declared as missing.
-bool HasPublisher(const Log& log, std::wstring_view name);
+/// Returns a publisher's name if the log has events of the publisher, or it is declared or always installed. Returns
+/// null for others, and for a publisher that is declared as missing. Allocates nothing, since clients leave many open.
+std::shared_ptr<const std::wstring> FindPublisher(const std::shared_ptr<const Log>& log, std::wstring_view name);
 
 /// Returns whether the log has events of the channel, or the channel is declared or open to every account on Windows.
 bool HasChannel(const Log& log, std::wstring_view name);
